@@ -1,0 +1,21 @@
+# Turns a function-name data file ("number name" lines, # comments) into a C
+# table of ROWS rows of 40 bytes and a header naming each function number.
+#   cmake -DIN=... -DOUT_C=... -DOUT_H=... -DTABLE=... -DPREFIX=... -DROWS=... [-DEXPORT=1] -P
+file(STRINGS ${IN} lines)
+set(rows "")
+set(enums "")
+foreach(line IN LISTS lines)
+  if(line MATCHES "^([0-9]+) ([A-Za-z0-9_]+)$")
+    string(APPEND rows "  [${CMAKE_MATCH_1}] = \"${CMAKE_MATCH_2}\",\n")
+    string(APPEND enums "  ${PREFIX}${CMAKE_MATCH_2} = ${CMAKE_MATCH_1},\n")
+  endif()
+endforeach()
+if(EXPORT)
+  set(vis "__attribute__((visibility(\"default\"))) ")
+else()
+  set(vis "")
+endif()
+file(WRITE ${OUT_C}.tmp "/* Generated from ${IN}; do not edit. */\n${vis}const char ${TABLE}[${ROWS}][40] = {\n${rows}};\n")
+file(WRITE ${OUT_H}.tmp "/* Generated from ${IN}; do not edit. */\n#pragma once\nenum : unsigned short {\n${enums}};\n")
+configure_file(${OUT_C}.tmp ${OUT_C} COPYONLY)
+configure_file(${OUT_H}.tmp ${OUT_H} COPYONLY)
