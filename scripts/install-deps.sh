@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Installs what building and testing need on a fresh Debian machine: the
+# packages listed in scripts/packages-*.txt and GoogleTest built for i386.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+top=$(dirname "$here")
+
+packages=$(cat "$here"/packages-*.txt | sed 's/#.*//' | tr -s ' \n' '\n' | grep -v '^$' | sort -u)
+missing=()
+for p in $packages; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "installing: ${missing[*]}"
+  sudo=""; [ "$(id -u)" -ne 0 ] && sudo=sudo
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
+fi
+
+# GoogleTest for i386: use an installed i386 build, else build the packaged
+# sources once into deps/gtest-i386.
+gtest32="$top/deps/gtest-i386"
+if [ ! -f /usr/lib/i386-linux-gnu/libgtest.a ] && [ ! -f "$gtest32/lib/libgtest.a" ]; then
+  echo "building GoogleTest for i386 from /usr/src/googletest"
+  tmp=$(mktemp -d)
+  cmake -S /usr/src/googletest -B "$tmp" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_TOOLCHAIN_FILE="$top/cmake/i386.cmake" -DCMAKE_INSTALL_PREFIX="$gtest32" >/dev/null
+  cmake --build "$tmp" >/dev/null
+  cmake --install "$tmp" >/dev/null
+  rm -rf "$tmp"
+fi
