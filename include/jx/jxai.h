@@ -124,6 +124,119 @@ typedef int32_t JXHOBJ;
 #define JXITEM_STRING 2
 #define JXITEM_BAG 3
 
+/* ---- PCF messages ------------------------------------------------------ */
+/* Header types (system item -2) and parameter structure types. */
+#define JXPCF_TYPE_COMMAND 1
+#define JXPCF_TYPE_RESPONSE 2
+#define JXPCF_TYPE_INTEGER 3
+#define JXPCF_TYPE_STRING 4
+#define JXPCF_TYPE_INTEGER_LIST 5
+#define JXPCF_TYPE_STRING_LIST 6
+#define JXPCF_TYPE_EVENT 7
+#define JXPCF_TYPE_USER 8
+
+#define JXPCF_HEADER_LENGTH 36      /* header structure length */
+#define JXPCF_HEADER_VERSION 1
+#define JXPCF_INTEGER_LENGTH 16     /* integer parameter, exact */
+#define JXPCF_STRING_FIXED 20       /* string parameter before its bytes */
+#define JXPCF_INTEGER_LIST_FIXED 16 /* integer list before its values */
+#define JXPCF_STRING_LIST_FIXED 24  /* string list before its strings */
+
+/* Message formats of PCF messages (8 characters, blank padded). */
+#define JXFMT_ADMIN "JXADMIN "
+#define JXFMT_EVENT "JXEVENT "
+#define JXFMT_PCF "JXPCF   "
+
+/* ---- Commands ---------------------------------------------------------- */
+#define JXCMD_INQUIRE_QMGR 2
+#define JXCMD_CHANGE_PROCESS 3
+#define JXCMD_COPY_PROCESS 4
+#define JXCMD_CREATE_PROCESS 5
+#define JXCMD_DELETE_PROCESS 6
+#define JXCMD_INQUIRE_PROCESS 7
+#define JXCMD_CHANGE_QUEUE 8
+#define JXCMD_CLEAR_QUEUE 9
+#define JXCMD_COPY_QUEUE 10
+#define JXCMD_CREATE_QUEUE 11
+#define JXCMD_DELETE_QUEUE 12
+#define JXCMD_INQUIRE_QUEUE 13
+#define JXCMD_RESET_QUEUE_STATS 17
+#define JXCMD_INQUIRE_QUEUE_NAMES 18
+#define JXCMD_INQUIRE_PROCESS_NAMES 19
+#define JXCMD_INQUIRE_CHANNEL_NAMES 20
+#define JXCMD_CHANGE_CHANNEL 21
+#define JXCMD_COPY_CHANNEL 22
+#define JXCMD_CREATE_CHANNEL 23
+#define JXCMD_DELETE_CHANNEL 24
+#define JXCMD_INQUIRE_CHANNEL 25
+#define JXCMD_PING_CHANNEL 26
+#define JXCMD_RESET_CHANNEL 27
+#define JXCMD_START_CHANNEL 28
+#define JXCMD_STOP_CHANNEL 29
+#define JXCMD_START_CHANNEL_INITIATOR 30
+#define JXCMD_CHANGE_NAMELIST 32
+#define JXCMD_COPY_NAMELIST 33
+#define JXCMD_CREATE_NAMELIST 34
+#define JXCMD_DELETE_NAMELIST 35
+#define JXCMD_INQUIRE_NAMELIST 36
+#define JXCMD_ESCAPE 38
+#define JXCMD_RESOLVE_CHANNEL 39
+#define JXCMD_INQUIRE_CLUSTER_QMGR 41
+#define JXCMD_INQUIRE_CHANNEL_STATUS 42
+#define JXCMD_INQUIRE_AUTH_INFO 70
+#define JXCMD_CHANGE_AUTH_INFO 71
+#define JXCMD_CREATE_AUTH_INFO 72
+#define JXCMD_DELETE_AUTH_INFO 73
+#define JXCMD_COPY_AUTH_INFO 74
+#define JXCMD_CHANGE_STORAGE_CLASS 79
+#define JXCMD_COPY_STORAGE_CLASS 80
+#define JXCMD_CREATE_STORAGE_CLASS 81
+#define JXCMD_DELETE_STORAGE_CLASS 82
+#define JXCMD_INQUIRE_STORAGE_CLASS 83
+#define JXCMD_INQUIRE_STORAGE_CLASS_NAMES 84
+#define JXCMD_FIRST 1 /* commands that may require parameters */
+#define JXCMD_LAST 84
+
+/* ---- Command parameter selectors --------------------------------------- */
+#define JXSEL_QUEUE_TYPE 20
+#define JXSEL_PAGE_SET_ID 66
+#define JXSEL_QMGR_ATTRS 1001 /* attribute lists that inquiry items map to */
+#define JXSEL_QUEUE_ATTRS 1002
+#define JXSEL_PROCESS_ATTRS 1003
+#define JXSEL_NAMELIST_ATTRS 1004
+#define JXSEL_CHANNEL_ATTRS 1015
+#define JXSEL_STORAGE_CLASS_ATTRS 1019
+#define JXSEL_CLUSTER_QMGR_ATTRS 1026
+#define JXSEL_AUTH_INFO_ATTRS 1093
+#define JXSEL_CHANNEL_STATUS_ATTRS 1524
+#define JXSEL_ESCAPE_TYPE 1017
+#define JXSEL_AUTH_INFO_TYPE 1086
+#define JXSEL_CHANNEL_TYPE 1511
+#define JXSEL_IN_DOUBT 1516
+#define JXSEL_INITIATION_QUEUE_NAME 2008
+#define JXSEL_NAMELIST_NAME 2010
+#define JXSEL_PROCESS_NAME 2012
+#define JXSEL_QMGR_NAME 2015
+#define JXSEL_QUEUE_NAME 2016
+#define JXSEL_AUTH_INFO_NAME 2029
+#define JXSEL_AUTH_INFO_ALT_NAME 2030
+#define JXSEL_AUTH_INFO_GENERIC_NAME 2031
+#define JXSEL_AUTH_INFO_TO_NAME 2032
+#define JXSEL_STORAGE_CLASS_NAME 2045
+#define JXSEL_STORAGE_CLASS_GROUP 2053
+#define JXSEL_FROM_QUEUE_NAME 3001
+#define JXSEL_TO_QUEUE_NAME 3002
+#define JXSEL_FROM_PROCESS_NAME 3003
+#define JXSEL_TO_PROCESS_NAME 3004
+#define JXSEL_FROM_NAMELIST_NAME 3005
+#define JXSEL_TO_NAMELIST_NAME 3006
+#define JXSEL_FROM_CHANNEL_NAME 3007
+#define JXSEL_TO_CHANNEL_NAME 3008
+#define JXSEL_FROM_STORAGE_CLASS_NAME 3009
+#define JXSEL_TO_STORAGE_CLASS_NAME 3010
+#define JXSEL_ESCAPE_TEXT 3014
+#define JXSEL_CHANNEL_NAME 3501
+
 /* ---- The calls -------------------------------------------------------- */
 #define JXAI_DECLARE(name, params) \
   JXAI_EXPORT void jx##name params; \

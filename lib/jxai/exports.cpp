@@ -16,4 +16,12 @@ JXAI_FORWARD(Trim,
              (JXLONG BufferLength, const JXCHAR *Buffer, PJXCHAR String, PJXLONG CompCode,
               PJXLONG Reason),
              (BufferLength, Buffer, String, CompCode, Reason))
+JXAI_FORWARD(BufferToBag,
+             (JXHBAG OptionsBag, JXLONG BufferLength, const void *Buffer, JXHBAG DataBag,
+              PJXLONG CompCode, PJXLONG Reason),
+             (OptionsBag, BufferLength, Buffer, DataBag, CompCode, Reason))
+JXAI_FORWARD(BagToBuffer,
+             (JXHBAG OptionsBag, JXHBAG DataBag, JXLONG BufferLength, void *Buffer,
+              PJXLONG DataLength, PJXLONG CompCode, PJXLONG Reason),
+             (OptionsBag, DataBag, BufferLength, Buffer, DataLength, CompCode, Reason))
 }

@@ -1,0 +1,427 @@
+// Writing a bag as a PCF message into a caller's buffer. Every structure
+// advances the running length whether it fitted or not, so the caller always
+// learns the length the whole message needs.
+#include <jx/jxcs.h>
+#include <jx/jxqm.h>
+#include <stdlib.h>
+
+#include <algorithm>
+
+#include "pcf_format.hpp"
+
+using jxai::Frame;
+using jxai::kComponent;
+using jxai::setFailure;
+using namespace jxai::pcf;
+
+namespace {
+
+constexpr const char *kAreaLine = "PCF Buffer Control Area";
+constexpr const char *kBadItemLabel = "Invalid zaiPROPERTY";
+constexpr const char *kLookupLabel = "zaiPROPERTY";
+
+bool ok(const int32_t *cc) {
+  return *cc == JXCC_OK;
+}
+
+void traceArea(uint16_t function, const zaiPCFBUFCTL *area) {
+  traceData(function, kAreaLine, area, static_cast<uint32_t>(area->AreaSize));
+}
+
+// Where a structure of `size` bytes goes: the place at the running length, or
+// null when it does not fit. The running length grows either way; it stops
+// at the largest length a message can report.
+char *reserve(zaiPCFBUFCTL *area, int64_t size) {
+  const int64_t end = int64_t{area->RunningLength} + size;
+  char *at = end <= area->BufferLength ? area->Buffer + area->RunningLength : nullptr;
+  area->RunningLength = static_cast<int32_t>(std::min<int64_t>(end, INT32_MAX));
+  return at;
+}
+
+// A parameter structure that was written counts in the header.
+void countParameter(const zaiPCFBUFCTL *area, const char *written) {
+  if (written && area->Header) add32(area->Header, kHdrParameterCount, 1);
+}
+
+zaiPROPERTY *itemAt(const zaiBAG *bag, int32_t position) {
+  return static_cast<zaiPROPERTY *>(zaiVectorAt(bag->Items, position));
+}
+
+int32_t markCount(const zaiPCFBUFCTL *area) {
+  return area->AreaSize - static_cast<int32_t>(ZAI_PCFBC_FIXED);
+}
+bool marked(const zaiPCFBUFCTL *area, int32_t position) {
+  return position < markCount(area) && area->Written[position];
+}
+void mark(zaiPCFBUFCTL *area, int32_t position) {
+  if (position < markCount(area)) area->Written[position] = 1;
+}
+
+// Selectors of the attribute lists: their items always go out as lists.
+bool isAttributeList(int32_t selector) {
+  switch (selector) {
+    case JXSEL_QMGR_ATTRS:
+    case JXSEL_QUEUE_ATTRS:
+    case JXSEL_PROCESS_ATTRS:
+    case JXSEL_NAMELIST_ATTRS:
+    case JXSEL_CHANNEL_ATTRS:
+    case JXSEL_STORAGE_CLASS_ATTRS:
+    case JXSEL_CLUSTER_QMGR_ATTRS:
+    case JXSEL_AUTH_INFO_ATTRS:
+    case JXSEL_CHANNEL_STATUS_ATTRS:
+      return true;
+    default:
+      return false;
+  }
+}
+
+void setMessageKind(int32_t pcfType, PJXLONG msgType, char *format) {
+  const char *name = JXFMT_PCF;
+  int32_t type = JXMT_DATAGRAM;
+  switch (pcfType) {
+    case JXPCF_TYPE_COMMAND:
+      type = JXMT_REQUEST;
+      name = JXFMT_ADMIN;
+      break;
+    case JXPCF_TYPE_RESPONSE:
+      type = JXMT_REPLY;
+      name = JXFMT_ADMIN;
+      break;
+    case JXPCF_TYPE_EVENT:
+      name = JXFMT_EVENT;
+      break;
+    default:
+      break;
+  }
+  *msgType = type;
+  memcpy(format, name, JX_FORMAT_LENGTH);
+}
+
+// The writer's area: in the frame for up to 40 items, obtained for larger
+// bags whose items may be reordered or grouped (they need a mark each).
+class ControlArea {
+ public:
+  ControlArea(const zaiBAG *bag, int32_t items, PJXLONG cc, PJXLONG rc) {
+    size_t marks = ZAI_PCFBC_FRAME_MARKS;
+    area_ = reinterpret_cast<zaiPCFBUFCTL *>(local_);
+    if (items > ZAI_PCFBC_FRAME_MARKS && (bag->ListForm || bag->Reorder)) {
+      marks = static_cast<size_t>(items);
+      void *block = nullptr;
+      if (xcsGetMem(kComponent, kFn_zaiBagToPCFMsg, ZAI_PCFBC_FIXED + marks, &block) != XCS_OK) {
+        area_ = nullptr;
+        setFailure(cc, rc, JXRC_NO_STORAGE);
+        return;
+      }
+      area_ = static_cast<zaiPCFBUFCTL *>(block);
+      obtained_ = true;
+    }
+    memset(area_, 0, ZAI_PCFBC_FIXED + marks);
+    memcpy(area_->StrucId, ZAI_PCFBC_EYE, sizeof area_->StrucId);
+    area_->AreaSize = static_cast<int32_t>(ZAI_PCFBC_FIXED + marks);
+  }
+  ~ControlArea() {
+    if (obtained_) xcsFreeMem(kComponent, area_);
+  }
+  ControlArea(const ControlArea &) = delete;
+  ControlArea &operator=(const ControlArea &) = delete;
+  zaiPCFBUFCTL *get() const { return area_; }
+
+ private:
+  alignas(zaiPCFBUFCTL) unsigned char local_[ZAI_PCFBC_FIXED + ZAI_PCFBC_FRAME_MARKS];
+  zaiPCFBUFCTL *area_;
+  bool obtained_ = false;
+};
+
+}  // namespace
+
+extern "C" {
+
+void zaiWritePCFHeader(zaiPCFBUFCTL *area, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiWritePCFHeader, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  char *header = reserve(area, JXPCF_HEADER_LENGTH);
+  if (header) {
+    area->Header = header;
+    zaiInquireInteger(bag, JXSYS_MSG_TYPE, JXIDX_ONLY, &area->PCFType, cc, rc);
+    if (ok(cc)) {
+      put32(header, kHdrType, area->PCFType);
+      put32(header, kHdrStrucLength, JXPCF_HEADER_LENGTH);
+      put32(header, kHdrVersion, JXPCF_HEADER_VERSION);
+      put32(header, kHdrCommand, area->Command);
+      static constexpr struct {
+        int32_t selector;
+        int32_t offset;
+      } kFields[] = {{JXSYS_SEQUENCE, kHdrMsgSeqNumber},
+                     {JXSYS_CONTROL, kHdrControl},
+                     {JXSYS_COMP_CODE, kHdrCompCode},
+                     {JXSYS_REASON, kHdrReason}};
+      for (const auto &f : kFields) {
+        int32_t value = 0;
+        zaiInquireInteger(bag, f.selector, JXIDX_ONLY, &value, cc, rc);
+        if (!ok(cc)) break;
+        put32(header, f.offset, value);
+      }
+      if (ok(cc)) put32(header, kHdrParameterCount, 0);
+    }
+  }
+  traceArea(kFn_zaiWritePCFHeader, area);
+}
+
+void zaiWriteSinglePCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiWriteSinglePCFParm, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  if (item->Type == JXITEM_INTEGER) {
+    char *at = reserve(area, JXPCF_INTEGER_LENGTH);
+    if (at) {
+      put32(at, kParmType, JXPCF_TYPE_INTEGER);
+      put32(at, kParmStrucLength, JXPCF_INTEGER_LENGTH);
+      put32(at, kParmParameter, item->Selector);
+      put32(at, kIntValue, item->Value.Integer);
+    }
+    countParameter(area, at);
+  } else if (item->Type == JXITEM_STRING) {
+    const int64_t length = JXPCF_STRING_FIXED + roundUp4(item->StringLength);
+    char *at = reserve(area, length);
+    if (at) {
+      put32(at, kParmType, JXPCF_TYPE_STRING);
+      put32(at, kParmStrucLength, static_cast<int32_t>(length));
+      put32(at, kParmParameter, item->Selector);
+      put32(at, kStrCCSID, item->StringCCSID);
+      put32(at, kStrLength, item->StringLength);
+      // The padding after the string is left as the buffer held it.
+      if (item->StringLength > 0) {
+        memcpy(at + kStrBytes, item->Value.String, static_cast<size_t>(item->StringLength));
+      }
+    }
+    countParameter(area, at);
+  } else {
+    recordItemFault(kFn_zaiWriteSinglePCFParm, ZAI_PCF_BAD_ITEM, static_cast<uint32_t>(item->Type),
+                    kBadItemLabel, item);
+    setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  }
+  traceArea(kFn_zaiWriteSinglePCFParm, area);
+}
+
+JXLONG zaiFindLargestString(zaiBAG *bag, zaiPCFBUFCTL *area, zaiPROPERTY *item, JXLONG start) {
+  int32_t largest = -1;
+  Frame frame(kFn_zaiFindLargestString, &largest);
+  const int32_t count = bag->Items->Count;
+  if (start < 0 || start >= count) return largest;
+  for (int32_t j = start; j < count; ++j) {
+    const zaiPROPERTY *other = itemAt(bag, j);
+    if (other->Selector == item->Selector && other->Type == JXITEM_STRING &&
+        other->StringCCSID == item->StringCCSID) {
+      if (!marked(area, j)) largest = std::max(largest, other->StringLength);
+    } else if (!bag->Reorder) {
+      break;
+    }
+  }
+  return largest;
+}
+
+void zaiWritePCFListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG * /*bag*/,
+                           JXLONG /*position*/, JXLONG listSelector, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiWritePCFListHeader, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  if (item->Type == JXITEM_INTEGER) {
+    char *at = reserve(area, JXPCF_INTEGER_LIST_FIXED);
+    if (at) {
+      put32(at, kParmType, JXPCF_TYPE_INTEGER_LIST);
+      put32(at, kParmStrucLength, JXPCF_INTEGER_LIST_FIXED);
+      put32(at, kParmParameter, listSelector);
+      put32(at, kIntListCount, 0);
+    }
+    area->IntList = at;
+    area->StringListLength = JXPCF_INTEGER_LIST_FIXED;
+    countParameter(area, at);
+  } else if (item->Type == JXITEM_STRING) {
+    char *at = reserve(area, JXPCF_STRING_LIST_FIXED);
+    if (at) {
+      put32(at, kParmType, JXPCF_TYPE_STRING_LIST);
+      put32(at, kParmStrucLength, JXPCF_STRING_LIST_FIXED);
+      put32(at, kParmParameter, listSelector);
+      put32(at, kStrListCCSID, item->StringCCSID);
+      put32(at, kStrListCount, 0);
+      put32(at, kStrListLength, area->CommonStringLength);
+    }
+    area->StrList = at;
+    area->StringListLength = JXPCF_STRING_LIST_FIXED;
+    countParameter(area, at);
+  } else {
+    recordItemFault(kFn_zaiWritePCFListHeader, ZAI_PCF_BAD_ITEM, static_cast<uint32_t>(item->Type),
+                    kBadItemLabel, item);
+    setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  }
+  traceArea(kFn_zaiWritePCFListHeader, area);
+}
+
+void zaiWritePCFListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiWritePCFListValue, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  if (item->Type == JXITEM_INTEGER) {
+    char *at = reserve(area, kIntListValueSize);
+    if (at) put32(at, 0, item->Value.Integer);
+    if (area->IntList) {
+      add32(area->IntList, kParmStrucLength, kIntListValueSize);
+      add32(area->IntList, kIntListCount, 1);
+    }
+  } else if (item->Type == JXITEM_STRING) {
+    if (item->Selector == JXSEL_INQUIRE) {
+      setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+    } else {
+      const int32_t common = area->CommonStringLength;
+      char *at = reserve(area, common);
+      if (at) {
+        const int32_t copied = std::min(item->StringLength, common);
+        if (copied > 0) memcpy(at, item->Value.String, static_cast<size_t>(copied));
+        memset(at + copied, 0, static_cast<size_t>(common - copied));
+      }
+      if (area->StrList) {
+        add32(area->StrList, kStrListCount, 1);
+        add32(area->StrList, kParmStrucLength, common);
+      }
+      area->StringListLength += common;
+    }
+  } else {
+    recordItemFault(kFn_zaiWritePCFListValue, ZAI_PCF_BAD_ITEM, static_cast<uint32_t>(item->Type),
+                    kBadItemLabel, item);
+    setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  }
+  traceArea(kFn_zaiWritePCFListValue, area);
+}
+
+void zaiWriteSingleOrListPCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag,
+                                 JXLONG position, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiWriteSingleOrListPCFParm, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  const int32_t count = bag->Items->Count;
+  int32_t listSelector = item->Selector;
+  bool asList = false;
+
+  if (item->Selector == JXSEL_INQUIRE) {
+    zaiMapInquiryFromCommand(area->Command, &listSelector, cc, rc);
+    if (!ok(cc)) return;
+    asList = true;
+  } else if (isAttributeList(item->Selector)) {
+    asList = true;
+  } else {
+    int32_t lookupCc = JXCC_OK, lookupRc = JXRC_NONE, found = 0;
+    zaiFindSelector(bag, position, item->Selector, JXIDX_ONLY, &found, &lookupCc, &lookupRc);
+    if (lookupRc == JXRC_SELECTOR_NOT_UNIQUE) {
+      if (item->Type == JXITEM_STRING) {
+        const int32_t largest = zaiFindLargestString(bag, area, item, position + 1);
+        if (largest != -1) {
+          asList = true;
+          area->CommonStringLength = std::max(largest, item->StringLength);
+        }
+      } else if (bag->Reorder) {
+        asList = true;
+      } else {
+        asList = position + 1 < count && itemAt(bag, position + 1)->Selector == item->Selector;
+      }
+    } else if (lookupCc != JXCC_OK) {
+      recordItemFault(kFn_zaiWriteSingleOrListPCFParm, ZAI_PCF_BAD_LOOKUP,
+                      static_cast<uint32_t>(lookupRc), kLookupLabel, item);
+      *cc = lookupCc;
+      *rc = lookupRc;
+      return;
+    }
+  }
+
+  if (!asList) {
+    zaiWriteSinglePCFParm(item, area, cc, rc);
+    traceArea(kFn_zaiWriteSingleOrListPCFParm, area);
+    return;
+  }
+
+  zaiWritePCFListHeader(item, area, bag, position, listSelector, cc, rc);
+  for (int32_t j = position; j < count && ok(cc); ++j) {
+    zaiPROPERTY *other = itemAt(bag, j);
+    int32_t selector = other->Selector;
+    if (selector == JXSEL_INQUIRE) {
+      zaiMapInquiryFromCommand(area->Command, &selector, cc, rc);
+      if (!ok(cc)) break;
+    }
+    const bool matches = selector == listSelector &&
+                         (other->Type != JXITEM_STRING || other->StringCCSID == item->StringCCSID);
+    if (!matches) {
+      if (!bag->Reorder) break;
+      continue;
+    }
+    // An integer never joins a string list, nor a string an integer list:
+    // the open list of the other type is not the one being formed.
+    if ((other->Type == JXITEM_INTEGER || other->Type == JXITEM_STRING) &&
+        other->Type != item->Type) {
+      setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+      break;
+    }
+    if (!marked(area, j)) zaiWritePCFListValue(other, area, cc, rc);
+    mark(area, j);
+  }
+  if (ok(cc) && item->Type == JXITEM_STRING) {
+    const int32_t padding =
+        static_cast<int32_t>(roundUp4(area->StringListLength) - area->StringListLength);
+    reserve(area, padding);
+    if (area->StrList) add32(area->StrList, kParmStrucLength, padding);
+  }
+  traceArea(kFn_zaiWriteSingleOrListPCFParm, area);
+}
+
+void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buffer,
+                    PJXLONG dataLength, PJXLONG msgType, char *format, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiBagToPCFMsg, rc);
+  zaiTraceBagContents(kComponent, kFn_zaiBagToPCFMsg, bag);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+
+  const int32_t count = bag->Items->Count;
+  ControlArea control(bag, count, cc, rc);
+  zaiPCFBUFCTL *area = control.get();
+  if (!area) {
+    *dataLength = 0;
+    return;
+  }
+  area->Command = command;
+  area->Buffer = static_cast<char *>(buffer);
+  area->BufferLength = bufferLength;
+
+  zaiWritePCFHeader(area, bag, cc, rc);
+  if (ok(cc)) {
+    int32_t pcfType = 0;
+    zaiInquireInteger(bag, JXSYS_MSG_TYPE, JXIDX_ONLY, &pcfType, cc, rc);
+    if (ok(cc) && bag->Reorder && pcfType == JXPCF_TYPE_COMMAND) {
+      zaiWriteRequiredParmsForCmd(bag, area, cc, rc);
+    }
+  }
+  const bool grouped = bag->ListForm || bag->Reorder;
+  for (int32_t i = 0; i < count && ok(cc); ++i) {
+    zaiPROPERTY *item = itemAt(bag, i);
+    if (item->Type == JXITEM_BAG) {
+      setFailure(cc, rc, JXRC_NESTED_BAG_IN_MSG);
+      break;
+    }
+    if (item->Selector < 0) continue;
+    if (grouped && marked(area, i)) continue;
+    if (bag->ListForm) {
+      zaiWriteSingleOrListPCFParm(item, area, bag, i, cc, rc);
+    } else {
+      zaiWriteSinglePCFParm(item, area, cc, rc);
+    }
+  }
+
+  *dataLength = area->RunningLength;
+  if (ok(cc)) {
+    if (area->RunningLength > area->BufferLength) {
+      setFailure(cc, rc, JXRC_BAD_LENGTH);
+    } else {
+      setMessageKind(area->PCFType, msgType, format);
+    }
+  }
+}
+
+}  // extern "C"
