@@ -122,6 +122,9 @@ XCS_EXPORT const char *xcsDataRoot(void);
 
 #define XCS_OK 0
 #define XCS_E_NO_STORAGE 0x20806001
+/* Error words of the failure records the services write about themselves. */
+#define XCS_E_FAULT 0x20806002     /* a fault signal inside a protected region */
+#define XCS_E_BAD_BLOCK 0x20806003 /* xcsFreeMem of a block it never handed out */
 
 /* Blocks of up to XCS_SLAB_MAX bytes come from a slab below 2 GiB, so their
  * addresses fit a signed 32-bit handle; freed slab blocks are reused oldest
@@ -195,6 +198,12 @@ XCS_EXPORT const char *xcsLastFailureRecord(void);
 /* Trace                                                               */
 /* ------------------------------------------------------------------ */
 
+/* Trace files: <data root>/trace/<program>.<pid>.trc, one per process. Each
+ * line reads "HH:MM:SS.uuuuuu <thread id> <function name> | <text>" (UTC);
+ * the prefix never contains the separator, so the text of a line is what
+ * follows its first XTR_TEXT_SEPARATOR, exactly as the caller passed it. */
+#define XTR_TEXT_SEPARATOR " | "
+
 /* Libraries register their function-name tables (rows of 40 bytes) so trace
  * lines and failure records can name functions. */
 XCS_EXPORT void xtrRegisterNames(uint16_t component, const char (*names)[XCS_FUNC_NAME_LEN],
@@ -219,7 +228,7 @@ XCS_EXPORT void xtr_data_detail(uint16_t component, uint16_t function, const voi
                                 uint32_t length);
 /* Path of this process's trace file ("" when none is open yet). */
 XCS_EXPORT const char *xtrTraceFile(void);
-/* Writes buffered trace lines to the file. */
+/* Lines are written as they are traced; this also forces them to the disk. */
 XCS_EXPORT void xtrFlush(void);
 
 /* ------------------------------------------------------------------ */

@@ -1,0 +1,259 @@
+// Process and thread anchors, process set-up, fork handling and data root.
+#include <errno.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "cs_internal.hpp"
+
+extern "C" {
+XCS_EXPORT void *CSCtrl = nullptr;
+}
+
+namespace jxcs {
+
+// Trace points at the fallback words from the start, so callers that read
+// the trace words before any set-up (the queue-manager re-exports) see
+// tracing off rather than a null pointer.
+xihPROCESSANCHOR g_process = {{0, 0, 0, 0}, 0, &g_process.Private, {0, XTR_LEVEL_UNSET, 0, 0}};
+__thread xihTHREADANCHOR *t_anchor JXCS_TLS = nullptr;
+
+namespace {
+
+pthread_mutex_t g_initLock = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<bool> g_ready{false};
+pthread_key_t g_anchorKey;
+__thread int32_t t_tid JXCS_TLS = 0;
+
+pthread_once_t g_rootOnce = PTHREAD_ONCE_INIT;
+char g_root[PATH_MAX];
+
+void copyWords(xihTRACEWORDS &to, const xihTRACEWORDS &from) {
+  to.Enabled = from.Enabled;
+  to.Level = from.Level;
+  to.Options = from.Options;
+  to.Override = from.Override;
+}
+
+bool isDir(const char *path) {
+  struct stat st;
+  return stat(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+}  // namespace
+
+bool makeDirs(const char *path) {
+  char work[PATH_MAX];
+  size_t n = strlen(path);
+  if (n == 0 || n >= sizeof work) return false;
+  memcpy(work, path, n + 1);
+  for (size_t i = 1; i <= n; i++) {
+    if (work[i] != '/' && work[i] != 0) continue;
+    char c = work[i];
+    work[i] = 0;
+    if (mkdir(work, 0700) != 0 && errno != EEXIST) return false;
+    work[i] = c;
+  }
+  return isDir(path);
+}
+
+namespace {
+
+void computeRoot() {
+  const char *env = getenv("JX_DATA_PATH");
+  if (env && env[0] && strlen(env) < sizeof g_root - 64) {
+    strcpy(g_root, env);
+  } else if (makeDirs("/var/jxm") && access("/var/jxm", W_OK | X_OK) == 0) {
+    strcpy(g_root, "/var/jxm");
+  } else {
+    const char *home = getenv("HOME");
+    if (!home || !home[0] || strlen(home) >= sizeof g_root - 64) home = "/tmp";
+    snprintf(g_root, sizeof g_root, "%s/.jxm", home);
+  }
+  size_t n = strlen(g_root);
+  while (n > 1 && g_root[n - 1] == '/') g_root[--n] = 0;
+}
+
+// JX_TRACE: a comma-separated list of api, parms, bag, all (all also sets
+// the override word), or a number (decimal or 0x hex) for the options word.
+// JX_TRACE_LEVEL: the trace level once JX_TRACE switched tracing on (0 when
+// not given). Unknown words are skipped.
+xihTRACEWORDS wordsFromEnvironment() {
+  xihTRACEWORDS w = {0, XTR_LEVEL_UNSET, 0, 0};
+  const char *spec = getenv("JX_TRACE");
+  if (!spec || !spec[0]) return w;
+  char copy[256];
+  snprintf(copy, sizeof copy, "%s", spec);
+  uint32_t options = 0;
+  int32_t override = 0;
+  bool any = false;
+  char *save = nullptr;
+  for (char *tok = strtok_r(copy, ", +", &save); tok; tok = strtok_r(nullptr, ", +", &save)) {
+    char *end = nullptr;
+    unsigned long num = strtoul(tok, &end, 0);
+    if (end != tok && *end == 0) {
+      options |= (uint32_t)num;
+      any = any || num != 0;
+    } else if (strcmp(tok, "api") == 0) {
+      options |= XTR_OPT_API;
+      any = true;
+    } else if (strcmp(tok, "parms") == 0) {
+      options |= XTR_OPT_PARMS;
+      any = true;
+    } else if (strcmp(tok, "bag") == 0) {
+      options |= XTR_OPT_BAG;
+      any = true;
+    } else if (strcmp(tok, "all") == 0) {
+      options |= XTR_OPT_API | XTR_OPT_PARMS | XTR_OPT_BAG;
+      override = 1;
+      any = true;
+    }
+  }
+  if (!any) return w;
+  int32_t level = 0;
+  const char *lv = getenv("JX_TRACE_LEVEL");
+  if (lv && lv[0]) level = (int32_t)strtol(lv, nullptr, 0);
+  w.Enabled = 1;
+  w.Level = level;
+  w.Options = options;
+  w.Override = override;
+  return w;
+}
+
+void freeAnchor(void *p) {
+  if (t_anchor == p) t_anchor = nullptr;
+  free(p);
+}
+
+void forkPrepare() {
+  pthread_mutex_lock(&g_initLock);
+  memoryLockAll();
+  traceLockAll();
+  signalsLockAll();
+}
+
+void forkParent() {
+  signalsUnlockAll();
+  traceUnlockAll();
+  memoryUnlockAll();
+  pthread_mutex_unlock(&g_initLock);
+}
+
+void forkChild() {
+  forkParent();
+  t_tid = 0;
+}
+
+__attribute__((constructor)) void registerForkHandlers() {
+  pthread_atfork(forkPrepare, forkParent, forkChild);
+}
+
+__attribute__((destructor)) void leaveProcess() {
+  releaseTraceSlot();
+}
+
+}  // namespace
+
+void ensureProcess() {
+  if (g_ready.load(std::memory_order_acquire)) return;
+  pthread_mutex_lock(&g_initLock);
+  if (!g_ready.load(std::memory_order_relaxed)) {
+    xcsDataRoot();
+    pthread_key_create(&g_anchorKey, freeAnchor);
+    xihTRACEWORDS w = wordsFromEnvironment();
+    copyWords(g_process.Private, w);
+    memcpy(g_process.StrucId, XIH_PROCESS_EYE, 4);
+    g_process.Pid = (int32_t)getpid();
+    xihTRACEWORDS *slot = claimTraceSlot(w);
+    g_process.Trace = slot ? slot : &g_process.Private;
+    CSCtrl = &g_process;
+    g_ready.store(true, std::memory_order_release);
+  }
+  pthread_mutex_unlock(&g_initLock);
+}
+
+const char *programName() {
+  const char *name = program_invocation_short_name;
+  return name && name[0] ? name : "jx";
+}
+
+int32_t threadId() {
+  if (t_tid == 0) t_tid = (int32_t)syscall(SYS_gettid);
+  return t_tid;
+}
+
+void forgetThreadId() {
+  t_tid = 0;
+}
+
+bool dataSubdir(const char *leaf, char *out, size_t outLen) {
+  int n = snprintf(out, outLen, "%s/%s", xcsDataRoot(), leaf);
+  if (n < 0 || (size_t)n >= outLen) return false;
+  return isDir(out) || makeDirs(out);
+}
+
+}  // namespace jxcs
+
+using namespace jxcs;
+
+extern "C" {
+
+XCS_EXPORT xihPROCESSANCHOR *xihProcess(void) {
+  return &g_process;
+}
+
+XCS_EXPORT xihTHREADANCHOR *xihThreadAddress(void) {
+  return t_anchor;
+}
+
+XCS_EXPORT int32_t xcsInitialize(int32_t, int32_t, int32_t, int32_t, int32_t) {
+  ensureProcess();
+  xihTHREADANCHOR *t = t_anchor;
+  if (!t) {
+    t = static_cast<xihTHREADANCHOR *>(calloc(1, sizeof(xihTHREADANCHOR)));
+    if (!t) return XCS_E_NO_STORAGE;
+    memcpy(t->StrucId, XIH_THREAD_EYE, 4);
+    t_anchor = t;
+    pthread_setspecific(g_anchorKey, t);
+  }
+  t->CSReady = 1;
+  t->TraceActive = g_process.Trace->Enabled;
+  return XCS_OK;
+}
+
+XCS_EXPORT int32_t xcsGetPid(void) {
+  return (int32_t)getpid();
+}
+
+XCS_EXPORT void xcsClearCS(void) {
+  ensureProcess();
+  pthread_mutex_lock(&g_initLock);
+  g_process.Pid = (int32_t)getpid();
+  t_tid = 0;
+  xihTRACEWORDS now;
+  copyWords(now, *g_process.Trace);
+  copyWords(g_process.Private, now);
+  xihTRACEWORDS *slot = claimTraceSlot(now);
+  g_process.Trace = slot ? slot : &g_process.Private;
+  traceForget();
+  pthread_mutex_unlock(&g_initLock);
+  if (xihTHREADANCHOR *t = t_anchor) {
+    t->HistoryIndex = 0;
+    t->StackDepth = 0;
+    memset(t->History, 0, sizeof t->History);
+    memset(t->Stack, 0, sizeof t->Stack);
+    t->TraceActive = g_process.Trace->Enabled;
+  }
+}
+
+XCS_EXPORT const char *xcsDataRoot(void) {
+  pthread_once(&g_rootOnce, computeRoot);
+  return g_root;
+}
+
+}  // extern "C"

@@ -1,0 +1,304 @@
+// Storage: a low-address slab for small blocks (their addresses become
+// signed 32-bit handles), the C heap for larger ones, the allocation-failure
+// switch and the blocks-in-use count.
+//
+// The slab is one address range reserved PROT_NONE at first use and opened
+// for reading and writing 1 MiB at a time. Each block has an 8-byte header
+// before it (free-list link, size class, state), so the caller's bytes are
+// never touched on free: a freed bag keeps its "?" mark. Freed blocks queue
+// per size class and are handed out again oldest first, and only once more
+// than kQuarantine blocks of the class wait, so a stale handle meets its
+// "?" mark for as long as possible. Slab memory stays mapped for the life of
+// the process, so any slab address can be checked by a range test alone.
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+
+#include <atomic>
+
+#include "cs_internal.hpp"
+
+namespace jxcs {
+namespace {
+
+constexpr size_t kGranule = 8;
+constexpr size_t kClasses = XCS_SLAB_MAX / kGranule;
+constexpr size_t kHeader = 8;
+constexpr uint32_t kQuarantine = 64;
+constexpr size_t kCommitStep = 1u << 20;
+#if UINTPTR_MAX > 0xFFFFFFFFu
+constexpr size_t kReserve = 256u << 20;
+constexpr uintptr_t kLowLimit = 0x80000000u;  // handles are signed 32-bit
+#else
+constexpr size_t kReserve = 64u << 20;
+#endif
+constexpr uint16_t kMagic = 0x5853;  // "SX"
+constexpr uint8_t kUsed = 'U';
+constexpr uint8_t kFree = 'F';
+constexpr uint32_t kLargeMagic = 0x4C534358;  // "XCSL"
+constexpr uint32_t kLargeFreed = 0x46534358;  // "XCSF"
+
+struct SlabHeader {
+  uint32_t next;  // offset + 1 of the next free header of the class; 0 ends
+  uint8_t cls;
+  uint8_t state;
+  uint16_t magic;
+};
+static_assert(sizeof(SlabHeader) == kHeader);
+
+struct LargeHeader {
+  uint32_t magic;
+  uint32_t component;
+  uint64_t length;
+};
+static_assert(sizeof(LargeHeader) == 16);
+
+struct alignas(64) FreeQueue {
+  pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+  uint32_t head = 0;  // offset + 1, oldest free block
+  uint32_t tail = 0;
+  uint32_t count = 0;
+};
+
+FreeQueue g_queue[kClasses];
+pthread_mutex_t g_growLock = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<uintptr_t> g_base{0};    // 0 until reserved
+std::atomic<size_t> g_top{0};        // bytes handed out from the base
+std::atomic<size_t> g_committed{0};  // bytes readable and writable
+std::atomic<bool> g_reserveFailed{false};
+std::atomic<int64_t> g_inUse{0};
+
+std::atomic<bool> g_failArmed{false};
+std::atomic<int32_t> g_failNth{0};
+std::atomic<int32_t> g_failFunction{-1};
+
+inline SlabHeader *headerAt(uintptr_t base, uint32_t offPlus1) {
+  return reinterpret_cast<SlabHeader *>(base + offPlus1 - 1);
+}
+
+#if UINTPTR_MAX > 0xFFFFFFFFu
+uintptr_t reserveLow() {
+  void *p = mmap(nullptr, kReserve, PROT_NONE,
+                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_32BIT, -1, 0);
+  if (p != MAP_FAILED) {
+    if ((uintptr_t)p + kReserve <= kLowLimit) return (uintptr_t)p;
+    munmap(p, kReserve);
+  }
+  // MAP_32BIT refused or unsupported (some tools): try addresses below 2 GiB.
+  for (uintptr_t hint = 0x10000000; hint + kReserve <= kLowLimit; hint += kReserve) {
+    p = mmap((void *)hint, kReserve, PROT_NONE,
+             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE, -1, 0);
+    if (p == MAP_FAILED) continue;
+    if ((uintptr_t)p == hint) return hint;
+    munmap(p, kReserve);  // an old kernel took the hint as a hint
+  }
+  return 0;
+}
+#else
+uintptr_t reserveLow() {
+  void *p = mmap(nullptr, kReserve, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  return p == MAP_FAILED ? 0 : (uintptr_t)p;
+}
+#endif
+
+// Makes [0, need) of the slab usable; false when the reservation is spent.
+bool growTo(size_t need) {
+  if (need > kReserve) return false;
+  pthread_mutex_lock(&g_growLock);
+  bool ok = true;
+  uintptr_t base = g_base.load(std::memory_order_relaxed);
+  if (base == 0 && !g_reserveFailed.load(std::memory_order_relaxed)) {
+    base = reserveLow();
+    if (base == 0)
+      g_reserveFailed.store(true, std::memory_order_relaxed);
+    else
+      g_base.store(base, std::memory_order_release);
+  }
+  if (base == 0) ok = false;
+  size_t committed = g_committed.load(std::memory_order_relaxed);
+  while (ok && committed < need) {
+    size_t step = kCommitStep;
+    if (committed + step > kReserve) step = kReserve - committed;
+    if (mprotect((void *)(base + committed), step, PROT_READ | PROT_WRITE) != 0) {
+      ok = false;
+      break;
+    }
+    committed += step;
+    g_committed.store(committed, std::memory_order_release);
+  }
+  pthread_mutex_unlock(&g_growLock);
+  return ok;
+}
+
+bool failThisOne(uint16_t function) {
+  int32_t fn = g_failFunction.load(std::memory_order_relaxed);
+  if (fn >= 0) return (uint32_t)fn == function;
+  int32_t before = g_failNth.fetch_sub(1, std::memory_order_relaxed);
+  if (before == 1) {
+    g_failArmed.store(false, std::memory_order_relaxed);
+    return true;
+  }
+  if (before <= 0) g_failNth.store(0, std::memory_order_relaxed);
+  return false;
+}
+
+// Oldest free block of the class, when more than `keep` wait.
+void *popFree(size_t cls, uint32_t keep) {
+  FreeQueue &q = g_queue[cls];
+  void *block = nullptr;
+  pthread_mutex_lock(&q.lock);
+  if (q.count > keep) {
+    uintptr_t base = g_base.load(std::memory_order_relaxed);
+    SlabHeader *h = headerAt(base, q.head);
+    q.head = h->next;
+    if (q.head == 0) q.tail = 0;
+    q.count--;
+    h->next = 0;
+    h->state = kUsed;
+    block = h + 1;
+  }
+  pthread_mutex_unlock(&q.lock);
+  return block;
+}
+
+void *slabGet(size_t cls) {
+  if (void *b = popFree(cls, kQuarantine)) return b;
+  size_t size = kHeader + (cls + 1) * kGranule;
+  size_t off = g_top.load(std::memory_order_relaxed);
+  for (;;) {
+    if (off + size > kReserve) break;
+    if (off + size > g_committed.load(std::memory_order_acquire) && !growTo(off + size)) break;
+    if (g_top.compare_exchange_weak(off, off + size, std::memory_order_relaxed)) {
+      auto *h = reinterpret_cast<SlabHeader *>(g_base.load(std::memory_order_relaxed) + off);
+      h->next = 0;
+      h->cls = (uint8_t)cls;
+      h->state = kUsed;
+      h->magic = kMagic;
+      return h + 1;
+    }
+  }
+  // The slab is spent: take any free block of the class, however recent.
+  return popFree(cls, 0);
+}
+
+// False when the block is not in use (freed twice).
+bool slabPut(SlabHeader *h) {
+  uintptr_t base = g_base.load(std::memory_order_relaxed);
+  uint32_t offPlus1 = (uint32_t)((uintptr_t)h - base) + 1;
+  FreeQueue &q = g_queue[h->cls];
+  pthread_mutex_lock(&q.lock);
+  bool inUse = h->state == kUsed;
+  if (inUse) {
+    h->state = kFree;
+    h->next = 0;
+    if (q.tail)
+      headerAt(base, q.tail)->next = offPlus1;
+    else
+      q.head = offPlus1;
+    q.tail = offPlus1;
+    q.count++;
+  }
+  pthread_mutex_unlock(&q.lock);
+  return inUse;
+}
+
+void reportBadFree(uint16_t component, const void *block) {
+  xcsINSERTS ins = {{'X', 'M', 'S', 'A'},
+                    component,
+                    0,
+                    (uint32_t)(uintptr_t)block,
+                    (uint32_t)((uint64_t)(uintptr_t)block >> 32),
+                    0};
+  xcsDUMPLIST dumps = {};
+  xcsBuildDumpPtr(&dumps, 1, "Block header", (const char *)block - 16, 32);
+  writeFailureRecord(XCS_COMP_COMMON, kFnFreeMem, 0, XCS_E_BAD_BLOCK, &ins, &dumps);
+}
+
+}  // namespace
+
+bool slabContains(uintptr_t start, uintptr_t end) {
+  uintptr_t base = g_base.load(std::memory_order_acquire);
+  return base != 0 && start >= base && end <= base + g_top.load(std::memory_order_acquire);
+}
+
+void memoryLockAll() {
+  for (auto &q : g_queue) pthread_mutex_lock(&q.lock);
+  pthread_mutex_lock(&g_growLock);
+}
+
+void memoryUnlockAll() {
+  pthread_mutex_unlock(&g_growLock);
+  for (auto &q : g_queue) pthread_mutex_unlock(&q.lock);
+}
+
+}  // namespace jxcs
+
+using namespace jxcs;
+
+extern "C" {
+
+XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t length, void **ppBlock) {
+  if (!ppBlock) return XCS_E_NO_STORAGE;
+  if (g_failArmed.load(std::memory_order_relaxed) && failThisOne(function)) {
+    *ppBlock = nullptr;
+    return XCS_E_NO_STORAGE;
+  }
+  void *block = nullptr;
+  if (length <= XCS_SLAB_MAX) {
+    size_t cls = length == 0 ? 0 : (length - 1) / kGranule;
+    block = slabGet(cls);
+  } else if (length <= SIZE_MAX - sizeof(LargeHeader)) {
+    void *raw = nullptr;
+    if (posix_memalign(&raw, 16, sizeof(LargeHeader) + length) == 0) {
+      auto *h = static_cast<LargeHeader *>(raw);
+      h->magic = kLargeMagic;
+      h->component = component;
+      h->length = length;
+      block = h + 1;
+    }
+  }
+  *ppBlock = block;
+  if (!block) return XCS_E_NO_STORAGE;
+  g_inUse.fetch_add(1, std::memory_order_relaxed);
+  return XCS_OK;
+}
+
+XCS_EXPORT void xcsFreeMem(uint16_t component, void *block) {
+  if (!block) return;
+  uintptr_t p = (uintptr_t)block;
+  uintptr_t base = g_base.load(std::memory_order_acquire);
+  if (base != 0 && p >= base && p < base + kReserve) {
+    auto *h = reinterpret_cast<SlabHeader *>(p - kHeader);
+    if (p >= base + kHeader && p < base + g_top.load(std::memory_order_acquire) &&
+        (p - base) % kGranule == 0 && h->magic == kMagic && h->cls < kClasses && slabPut(h)) {
+      g_inUse.fetch_sub(1, std::memory_order_relaxed);
+    } else {
+      reportBadFree(component, block);
+    }
+    return;
+  }
+  LargeHeader copy;
+  auto *h = reinterpret_cast<LargeHeader *>(p - sizeof(LargeHeader));
+  if (p % 16 == 0 && p > sizeof(LargeHeader) && safeCopy(&copy, h, sizeof copy) &&
+      copy.magic == kLargeMagic) {
+    h->magic = kLargeFreed;
+    free(h);
+    g_inUse.fetch_sub(1, std::memory_order_relaxed);
+  } else {
+    reportBadFree(component, block);
+  }
+}
+
+XCS_EXPORT void xcsSetAllocFailure(int32_t nth, int32_t function) {
+  g_failArmed.store(false, std::memory_order_relaxed);
+  g_failNth.store(nth > 0 ? nth : 0, std::memory_order_relaxed);
+  g_failFunction.store(nth > 0 || function < 0 ? -1 : function, std::memory_order_relaxed);
+  g_failArmed.store(nth > 0 || function >= 0, std::memory_order_release);
+}
+
+XCS_EXPORT int64_t xcsBlocksInUse(void) {
+  return g_inUse.load(std::memory_order_relaxed);
+}
+
+}  // extern "C"
