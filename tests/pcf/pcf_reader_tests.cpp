@@ -1,0 +1,244 @@
+// The reader: the header, every structure rule (2303), selector failures,
+// the walk's bounds, what a failure leaves in the bag, and round trips.
+#include <jx/jxcs.h>
+
+#include "pcf_test_support.hpp"
+
+namespace {
+
+using namespace pcftest;
+
+void expectFailure(const Result &r, int32_t reason) {
+  EXPECT_EQ(r.cc, JXCC_FAILED);
+  EXPECT_EQ(r.rc, reason);
+}
+
+// The system items a header sets, as a freshly cleared bag holds them.
+void expectClearedHeaderItems(const Bag &bag) {
+  EXPECT_EQ(bag.integer(JXSYS_COMMAND), 0);
+  EXPECT_EQ(bag.integer(JXSYS_SEQUENCE), 1);
+  EXPECT_EQ(bag.integer(JXSYS_CONTROL), 1);
+  EXPECT_EQ(bag.integer(JXSYS_COMP_CODE), 0);
+  EXPECT_EQ(bag.integer(JXSYS_REASON), 0);
+  EXPECT_EQ(bag.count(JXSEL_USER), 0);
+}
+
+TEST(PcfReader, HeaderOnlyMessageSetsTheSystemItems) {
+  Bag bag(0);
+  bag.add(5, 1);
+  Msg m = Msg().header(99, 13, 0, 4, 0, 2, 3008);
+  ASSERT_EQ(m.size(), 36);
+  Result r = read(bag, m.data);
+  ASSERT_EQ(r.cc, JXCC_OK) << r.rc;
+  EXPECT_EQ(bag.integer(JXSYS_MSG_TYPE), 99);
+  EXPECT_EQ(bag.integer(JXSYS_COMMAND), 13);
+  EXPECT_EQ(bag.integer(JXSYS_SEQUENCE), 4);
+  EXPECT_EQ(bag.integer(JXSYS_CONTROL), 0);
+  EXPECT_EQ(bag.integer(JXSYS_COMP_CODE), 2);
+  EXPECT_EQ(bag.integer(JXSYS_REASON), 3008);
+  EXPECT_EQ(bag.count(JXSEL_USER), 0);
+}
+
+TEST(PcfReader, HeaderRulesGive2303AndLeaveTheClearedItems) {
+  const struct {
+    size_t offset;
+    int32_t value;
+  } breaks[] = {{4, 40}, {4, 35}, {8, 2}, {8, 0}, {32, -1}};
+  for (const auto &b : breaks) {
+    Bag bag(0);
+    bag.add(5, 1);
+    Msg m = Msg().header(1, 13, 0, 4, 0, 2, 3008).patch(b.offset, b.value);
+    m.fill(40, 0);
+    expectFailure(read(bag, m.data), JXRC_BAD_PCF);
+    expectClearedHeaderItems(bag);
+  }
+  Bag bag(0);
+  expectFailure(read(bag, Msg().header(1, 13, 0).data, 35), JXRC_BAD_PCF);
+}
+
+TEST(PcfReader, CharacterSetOfTheBagSurvivesReading) {
+  for (int32_t ccsid : {850, 0, -1}) {
+    Bag bag(0);
+    bag.set(JXSYS_CCSID, ccsid);
+    ASSERT_EQ(read(bag, Msg().header(1, 1, 0).data).cc, JXCC_OK);
+    EXPECT_EQ(bag.integer(JXSYS_CCSID), ccsid);
+    // Also when reading fails after the bag was cleared.
+    expectFailure(read(bag, Bytes{}), JXRC_BAD_PCF);
+    EXPECT_EQ(bag.integer(JXSYS_CCSID), ccsid);
+  }
+}
+
+TEST(PcfReader, EveryStructureBecomesItsItems) {
+  Bag bag(0);
+  Msg m = Msg()
+              .header(8, 0, 6)
+              .integer(5, -9)
+              .string(2001, "ABCDE", 1208)
+              .intList(6, {1, 2, 3})
+              .intList(7, {})
+              .stringList(3001, 4, {"AAAA", "BB", "C"}, 437)
+              .string(2002, "");
+  ASSERT_EQ(read(bag, m.data).cc, JXCC_OK);
+  EXPECT_EQ(bag.count(JXSEL_USER), 1 + 1 + 3 + 3 + 1);
+  EXPECT_EQ(bag.integer(5), -9);
+  int32_t ccsid = 0;
+  EXPECT_EQ(bag.string(2001, JXIDX_ONLY, &ccsid), "ABCDE");
+  EXPECT_EQ(ccsid, 1208);
+  for (int32_t k = 0; k < 3; ++k) EXPECT_EQ(bag.integer(6, k), k + 1);
+  EXPECT_EQ(bag.count(7), 0);
+  EXPECT_EQ(bag.string(3001, 0, &ccsid), "AAAA");
+  EXPECT_EQ(ccsid, 437);
+  EXPECT_EQ(bag.string(3001, 1), std::string("BB\0\0", 4));
+  EXPECT_EQ(bag.string(3001, 2), std::string("C\0\0\0", 4));
+  EXPECT_EQ(bag.string(2002), "");
+}
+
+TEST(PcfReader, LongerStructuresAreAcceptedAndSkipped) {
+  Bag bag(0);
+  // A string of length 5 in 28 bytes, an integer list with room to spare.
+  Msg m = Msg().header(8, 0, 3).string(2001, "ABCDE").intList(6, {1});
+  m.fill(8, 0).patch(36 + 28 + 4, 16 + 4 + 8).integer(7, 70);
+  ASSERT_EQ(read(bag, m.data).cc, JXCC_OK) << read(bag, m.data).rc;
+  EXPECT_EQ(bag.string(2001), "ABCDE");
+  EXPECT_EQ(bag.integer(6), 1);
+  EXPECT_EQ(bag.integer(7), 70);
+}
+
+// Each case is one structure, broken in one field, after the header.
+struct Broken {
+  const char *what;
+  Msg parm;
+};
+
+TEST(PcfReader, EveryStructureRuleGives2303) {
+  const Broken cases[] = {
+      {"unknown type 2", Msg().integer(5, 1).patch(0, 2)},
+      {"unknown type 7", Msg().integer(5, 1).patch(0, 7)},
+      {"integer length 20", Msg().integer(5, 1).patch(4, 20).fill(4, 0)},
+      {"integer length 12", Msg().integer(5, 1).patch(4, 12)},
+      {"string length not a multiple of 4", Msg().string(2001, "ABCDE").patch(4, 25).fill(3, 0)},
+      {"string negative length", Msg().string(2001, "ABCD").patch(16, -1)},
+      {"string longer than its structure", Msg().string(2001, "ABCD").patch(16, 5)},
+      {"string structure shorter than fixed", Msg().string(2001, "").patch(4, 16)},
+      {"integer list length not a multiple of 4", Msg().intList(6, {1}).patch(4, 21).fill(1, 0)},
+      {"integer list negative count", Msg().intList(6, {}).patch(12, -1)},
+      {"integer list count beyond length", Msg().intList(6, {1, 2}).patch(12, 3)},
+      {"integer list huge count", Msg().intList(6, {1}).patch(12, 0x40000001)},
+      {"string list length not a multiple of 4",
+       Msg().stringList(3001, 4, {"AAAA"}).patch(4, 30).fill(2, 0)},
+      {"string list negative count", Msg().stringList(3001, 4, {}).patch(16, -1)},
+      {"string list negative string length", Msg().stringList(3001, 0, {}).patch(20, -4)},
+      {"string list strings beyond length", Msg().stringList(3001, 4, {"AAAA"}).patch(16, 2)},
+      {"string list overflowing product",
+       Msg().stringList(3001, 4, {"AAAA"}).patch(16, 0x10000).patch(20, 0x10000)},
+  };
+  for (const Broken &c : cases) {
+    Bag bag(0);
+    Msg m = Msg().header(8, 0, 2).integer(1, 10);
+    m.raw(std::string_view(reinterpret_cast<const char *>(c.parm.data.data()), c.parm.data.size()));
+    Result r = read(bag, m.data);
+    EXPECT_EQ(r.cc, JXCC_FAILED) << c.what;
+    EXPECT_EQ(r.rc, JXRC_BAD_PCF) << c.what;
+    // The structures read before the broken one stay in the bag.
+    EXPECT_EQ(bag.count(JXSEL_USER), 1) << c.what;
+    EXPECT_EQ(bag.integer(JXSYS_MSG_TYPE), 8) << c.what;
+  }
+}
+
+TEST(PcfReader, StructuresMustLieInsideTheBuffer) {
+  // The length carries the structure past the end although its content fits.
+  Bag bag(0);
+  Msg m = Msg().header(8, 0, 1).string(2001, "ABCD").patch(36 + 4, 28);
+  expectFailure(read(bag, m.data), JXRC_BAD_PCF);
+
+  // The count promises more structures than the buffer holds: the type and
+  // length words of the next one are outside the buffer.
+  for (int32_t tail : {0, 4, 7}) {
+    Msg more = Msg().header(8, 0, 2).integer(5, 1).i32(JXPCF_TYPE_INTEGER).i32(16);
+    const int32_t length = 36 + 16 + tail;
+    expectFailure(read(bag, more.data, length), JXRC_BAD_PCF);
+    EXPECT_EQ(bag.integer(5), 1);
+  }
+  // Type and length inside, the fixed part of a string outside.
+  Msg shortString = Msg().header(8, 0, 1).i32(JXPCF_TYPE_STRING).i32(-4).i32(2001);
+  expectFailure(read(bag, shortString.data), JXRC_BAD_PCF);
+}
+
+TEST(PcfReader, IdentifierFailures) {
+  Bag plain(0);
+  expectFailure(read(plain, Msg().header(8, 0, 1).integer(-1, 1).data), JXRC_SELECTOR_OUT_OF_RANGE);
+  expectFailure(read(plain, Msg().header(8, 0, 1).stringList(-5, 1, {"A"}).data),
+                JXRC_SELECTOR_OUT_OF_RANGE);
+  EXPECT_EQ(read(plain, Msg().header(8, 0, 2).integer(0, 1).integer(5000, 2).data).cc, JXCC_OK);
+
+  Bag checked(JXBAG_CHECK_SELECTORS);
+  expectFailure(read(checked, Msg().header(8, 0, 1).integer(2001, 1).data),
+                JXRC_SELECTOR_OUT_OF_RANGE);
+  expectFailure(read(checked, Msg().header(8, 0, 1).string(5, "A").data),
+                JXRC_SELECTOR_OUT_OF_RANGE);
+  expectFailure(read(checked, Msg().header(8, 0, 1).intList(4001, {1}).data),
+                JXRC_SELECTOR_OUT_OF_RANGE);
+  EXPECT_EQ(read(checked, Msg().header(8, 0, 2).integer(2000, 1).string(2001, "A").data).cc,
+            JXCC_OK);
+
+  Bag both(0);
+  Result r = read(both, Msg().header(8, 0, 3).integer(7, 1).integer(8, 2).string(7, "A").data);
+  expectFailure(r, JXRC_INCONSISTENT_TYPE);
+  EXPECT_EQ(both.count(JXSEL_USER), 2);
+  expectFailure(read(both, Msg().header(8, 0, 2).stringList(9, 1, {"A", "B"}).intList(9, {1}).data),
+                JXRC_INCONSISTENT_TYPE);
+  EXPECT_EQ(both.count(9), 2);
+}
+
+TEST(PcfReader, BadMessagesLeaveNoBlocksBehind) {
+  const int64_t blocks = xcsBlocksInUse();
+  {
+    Bag bag(0);
+    for (int32_t k = 0; k < 3; ++k) {
+      read(bag, Msg()
+                    .header(8, 0, 3)
+                    .string(2001, "ABC")
+                    .intList(6, {1, 2})
+                    .integer(6, 1)
+                    .patch(36 + 24 + 4, 3)
+                    .data);
+    }
+  }
+  EXPECT_EQ(xcsBlocksInUse(), blocks);
+}
+
+// Writing a bag and reading the message back gives the same user items.
+TEST(PcfRoundTrip, SingleItemsComeBackUnchanged) {
+  Bag out(0);
+  out.add(5, 1).add(2001, "hello", 1208).add(6, -2).add(5, 3).add(2002, "");
+  Written w = write(out, 13);
+  ASSERT_EQ(w.cc, JXCC_OK);
+  Bag in(0);
+  ASSERT_EQ(read(in, w.bytes).cc, JXCC_OK);
+  EXPECT_EQ(in.count(JXSEL_USER), 5);
+  EXPECT_EQ(in.integer(5, 0), 1);
+  EXPECT_EQ(in.integer(5, 1), 3);
+  EXPECT_EQ(in.integer(6), -2);
+  int32_t ccsid = 0;
+  EXPECT_EQ(in.string(2001, JXIDX_ONLY, &ccsid), "hello");
+  EXPECT_EQ(ccsid, 1208);
+  EXPECT_EQ(in.string(2002), "");
+  EXPECT_EQ(in.integer(JXSYS_COMMAND), 13);
+}
+
+TEST(PcfRoundTrip, StringListsComeBackAtTheCommonLength) {
+  Bag out(JXBAG_LIST_FORM | JXBAG_REORDER);
+  out.add(3001, "AB").add(7, 1).add(3001, "ABCDEFG").add(7, 2).add(3001, "");
+  Written w = write(out, 0);
+  ASSERT_EQ(w.cc, JXCC_OK);
+  Bag in(JXBAG_LIST_FORM | JXBAG_REORDER);
+  ASSERT_EQ(read(in, w.bytes).cc, JXCC_OK);
+  EXPECT_EQ(in.count(JXSEL_USER), 5);
+  EXPECT_EQ(in.string(3001, 0), std::string("AB\0\0\0\0\0", 7));
+  EXPECT_EQ(in.string(3001, 1), "ABCDEFG");
+  EXPECT_EQ(in.string(3001, 2), std::string(7, '\0'));
+  EXPECT_EQ(in.integer(7, 0), 1);
+  EXPECT_EQ(in.integer(7, 1), 2);
+}
+
+}  // namespace
