@@ -6,7 +6,6 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
-#include <regex>
 #include <thread>
 
 #include "test_util.hpp"
@@ -38,6 +37,22 @@ std::string hexLine(uint32_t offset, const std::string &bytes) {
   s += "  |";
   for (char c : bytes) s += (c >= 0x20 && c < 0x7F) ? c : '.';
   return s + "|";
+}
+
+// True when text has the shape: each '9' of the shape a digit, '+' one or
+// more digits, any other character itself.
+bool hasShape(const std::string &text, const std::string &shape) {
+  size_t i = 0;
+  for (char c : shape) {
+    if (c == '9' || c == '+') {
+      if (i >= text.size() || !isdigit((unsigned char)text[i])) return false;
+      i++;
+      while (c == '+' && i < text.size() && isdigit((unsigned char)text[i])) i++;
+    } else if (i >= text.size() || text[i++] != c) {
+      return false;
+    }
+  }
+  return i == text.size();
 }
 
 }  // namespace
@@ -73,8 +88,9 @@ TEST(FailureRecord, FileHoldsEveryField) {
   munmap(area, page);
 
   std::string dir = errorsDir();
-  std::regex name(dir + "/jxmcs_tests\\." + std::to_string(getpid()) + "\\.[0-9]+\\.rec");
-  EXPECT_TRUE(std::regex_match(record, name)) << record;
+  std::string prefix = dir + "/jxmcs_tests." + std::to_string(getpid()) + ".";
+  EXPECT_EQ(record.compare(0, prefix.size(), prefix), 0) << record;
+  EXPECT_TRUE(hasShape(record.substr(std::min(prefix.size(), record.size())), "+.rec")) << record;
   struct stat st;
   ASSERT_EQ(stat(dir.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0700u);
@@ -84,13 +100,10 @@ TEST(FailureRecord, FileHoldsEveryField) {
   std::vector<std::string> lines = splitLines(readFile(record));
   ASSERT_GE(lines.size(), 30u);
   EXPECT_EQ(lines[0], "JX failure record");
-  EXPECT_TRUE(std::regex_match(
-      lines[1],
-      std::regex("Time: [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6} UTC")))
-      << lines[1];
+  EXPECT_TRUE(hasShape(lines[1], "Time: 9999-99-99 99:99:99.999999 UTC")) << lines[1];
   EXPECT_EQ(lines[2], "Program: jxmcs_tests");
   EXPECT_EQ(lines[3], "Process: " + std::to_string(getpid()));
-  EXPECT_TRUE(std::regex_match(lines[4], std::regex("Thread: [0-9]+"))) << lines[4];
+  EXPECT_TRUE(hasShape(lines[4], "Thread: +")) << lines[4];
   EXPECT_NE(lines[4], "Thread: " + std::to_string(getpid())) << "the recording thread, not main";
   std::vector<std::string> expected = {
       "Component: 25",
