@@ -29,10 +29,10 @@ constexpr uint32_t kQuarantine = 64;
 constexpr size_t kCommitStep = 1u << 20;
 #if UINTPTR_MAX > 0xFFFFFFFFu
 constexpr size_t kReserve = 256u << 20;
-constexpr uintptr_t kLowLimit = 0x80000000u;  // handles are signed 32-bit
 #else
 constexpr size_t kReserve = 64u << 20;
 #endif
+constexpr uintptr_t kLowLimit = 0x80000000u;  // handles are signed 32-bit
 constexpr uint16_t kMagic = 0x5853;  // "SX"
 constexpr uint8_t kUsed = 'U';
 constexpr uint8_t kFree = 'F';
@@ -77,15 +77,20 @@ inline SlabHeader *headerAt(uintptr_t base, uint32_t offPlus1) {
   return reinterpret_cast<SlabHeader *>(base + offPlus1 - 1);
 }
 
-#if UINTPTR_MAX > 0xFFFFFFFFu
+// Below 2 GiB on both targets, so handles are positive; on i386 any place
+// will still do when that range is full.
 uintptr_t reserveLow() {
-  void *p = mmap(nullptr, kReserve, PROT_NONE,
-                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_32BIT, -1, 0);
+  void *p;
+#if UINTPTR_MAX > 0xFFFFFFFFu
+  p = mmap(nullptr, kReserve, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_32BIT,
+           -1, 0);
   if (p != MAP_FAILED) {
     if ((uintptr_t)p + kReserve <= kLowLimit) return (uintptr_t)p;
     munmap(p, kReserve);
   }
-  // MAP_32BIT refused or unsupported (some tools): try addresses below 2 GiB.
+#endif
+  // MAP_32BIT refused or unsupported (some tools), or i386: try fixed
+  // addresses below 2 GiB that are still free.
   for (uintptr_t hint = 0x10000000; hint + kReserve <= kLowLimit; hint += kReserve) {
     p = mmap((void *)hint, kReserve, PROT_NONE,
              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE, -1, 0);
@@ -93,14 +98,13 @@ uintptr_t reserveLow() {
     if ((uintptr_t)p == hint) return hint;
     munmap(p, kReserve);  // an old kernel took the hint as a hint
   }
+#if UINTPTR_MAX > 0xFFFFFFFFu
   return 0;
-}
 #else
-uintptr_t reserveLow() {
-  void *p = mmap(nullptr, kReserve, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  p = mmap(nullptr, kReserve, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   return p == MAP_FAILED ? 0 : (uintptr_t)p;
-}
 #endif
+}
 
 // Makes [0, need) of the slab usable; false when the reservation is spent.
 bool growTo(size_t need) {

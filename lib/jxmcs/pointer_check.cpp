@@ -28,9 +28,12 @@ enum CheckResult : int32_t { kUsable = 0, kRefused = 1, kNotUsable = 2 };
 // unmapped pages on purpose.
 __attribute__((noinline, no_sanitize("address", "undefined"))) static void touchPages(
     uintptr_t p, uintptr_t end, int32_t mode) {
+  // The byte read is stored, so binary translators (valgrind) that drop
+  // loads with unused results still perform the read.
+  [[maybe_unused]] volatile unsigned char sink;
   for (;;) {
     if (mode == XCS_CHECK_READ)
-      (void)*(volatile const unsigned char *)p;
+      sink = *(volatile const unsigned char *)p;
     else
       __asm__ __volatile__("lock orb $0, (%0)" : : "r"(p) : "memory", "cc");
     uintptr_t next = (p & ~(kStep - 1)) + kStep;

@@ -1,0 +1,175 @@
+// Trace lines: the fixed prefix, texts exactly as given, entry and exit
+// lines, parameter lines under their origin, data dumps, and lines of many
+// threads kept whole.
+#include <gtest/gtest.h>
+#include <jx/jxcs.h>
+#include <string.h>
+#include <sys/mman.h>
+
+#include <set>
+#include <thread>
+
+#include "test_util.hpp"
+
+using namespace jxtest;
+
+namespace {
+
+char g_names[200][XCS_FUNC_NAME_LEN];
+
+class Trace : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    strcpy(g_names[93], "zaiJXCreateBag");
+    strcpy(g_names[117], "zaiVectorCreate");
+    strcpy(g_names[152], "zaiCreateBag");
+    // A name of the full 40 bytes has no NUL of its own.
+    memset(g_names[199], 'N', XCS_FUNC_NAME_LEN);
+    xtrRegisterNames(XCS_COMP_ADMIN, g_names, 200);
+    xcsInitialize(48, 1030, 0, 0, 0);
+    t = xihThreadAddress();
+  }
+  void TearDown() override {
+    while (t->StackDepth) xihPopStack(t);
+  }
+  xihTHREADANCHOR *t = nullptr;
+};
+
+}  // namespace
+
+TEST_F(Trace, FileAndLineShape) {
+  xtr_text("first");
+  std::string path = xtrTraceFile();
+  EXPECT_EQ(path,
+            std::string(xcsDataRoot()) + "/trace/jxmcs_tests." + std::to_string(getpid()) + ".trc");
+  TraceWindow w;
+  xtr_text("shape");
+  auto lines = w.lines();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_TRUE(lines[0].wellFormed);
+  EXPECT_EQ(lines[0].function, "-") << "no function recorded on this thread";
+  EXPECT_EQ(lines[0].text, "shape");
+  EXPECT_EQ(lines[0].tid, std::to_string(gettid()));
+}
+
+TEST_F(Trace, ApiTextsExactlyAsGiven) {
+  xihPushStack(t, XCS_ENTRY_MARK + XCS_FUNC_ID(25, 93));
+  TraceWindow w;
+  const char *texts[] = {"__________",
+                         "jxCreateBag >>",
+                         "Options:",
+                         "Bag           : Output Parm",
+                         "  leading and trailing  ",
+                         "",
+                         "a | b"};
+  for (const char *s : texts) xtr_text_api(s);
+  auto lines = w.lines();
+  ASSERT_EQ(lines.size(), std::size(texts));
+  for (size_t i = 0; i < lines.size(); i++) {
+    EXPECT_TRUE(lines[i].wellFormed);
+    EXPECT_EQ(lines[i].function, "zaiJXCreateBag");
+    EXPECT_EQ(lines[i].text, texts[i]);
+  }
+}
+
+TEST_F(Trace, EntryAndExitLines) {
+  TraceWindow w;
+  uint32_t id = XCS_FUNC_ID(25, 93);
+  xihPushStack(t, XCS_ENTRY_MARK + id);
+  xihRecordHistory(t, XCS_ENTRY_MARK + id);
+  xtr_FNC_entry(t);
+  xihPopStack(t);
+  xihRecordHistory(t, (2046u << 16) + id);
+  xtr_FNC_retcode(t, 2046);
+  uint32_t unnamed = XCS_FUNC_ID(25, 500);
+  xihPushStack(t, XCS_ENTRY_MARK + unnamed);
+  xihRecordHistory(t, XCS_ENTRY_MARK + unnamed);
+  xtr_FNC_entry(t);
+  uint32_t longName = XCS_FUNC_ID(25, 199);
+  xihPushStack(t, XCS_ENTRY_MARK + longName);
+  xtr_FNC_entry(t);
+  auto lines = w.lines();
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0].function, "zaiJXCreateBag");
+  EXPECT_EQ(lines[0].text, "{ zaiJXCreateBag");
+  EXPECT_EQ(lines[1].function, "zaiJXCreateBag");
+  EXPECT_EQ(lines[1].text, "} zaiJXCreateBag rc=2046");
+  EXPECT_EQ(lines[2].text, "{ 25/500");
+  EXPECT_EQ(lines[3].text, "{ " + std::string(XCS_FUNC_NAME_LEN, 'N'));
+}
+
+TEST_F(Trace, ParameterLinesUseTheOrigin) {
+  xihPushStack(t, XCS_ENTRY_MARK + XCS_FUNC_ID(25, 93));
+  t->TraceComponent = 25;
+  t->TraceFunction = 117;
+  t->TraceKind = 2;
+  TraceWindow w;
+  xtr_parms("InitialSpace:%d, ElementSize:%d", 40, 24);
+  std::string longText(3000, 'x');
+  xtr_parms("%s!", longText.c_str());
+  auto lines = w.lines();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].function, "zaiVectorCreate");
+  EXPECT_EQ(lines[0].text, "InitialSpace:40, ElementSize:24");
+  EXPECT_EQ(lines[1].text, longText + "!");
+}
+
+TEST_F(Trace, DataDumps) {
+  const size_t page = (size_t)sysconf(_SC_PAGESIZE);
+  void *gone = mmap(nullptr, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  munmap(gone, page);
+  TraceWindow w;
+  int32_t options = 1;
+  xtr_data_api(25, 93, &options, 4);
+  xtr_data(32, 43, "ABCDEFGHIJKLMNOP\x7F\x80QR", 20);
+  xtr_data_detail(25, 152, "unused", 0);
+  xtr_data_api(25, 93, gone, 32);
+  auto lines = w.lines();
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0].function, "zaiJXCreateBag");
+  EXPECT_EQ(lines[0].text, "00000000  01 00 00 00" + std::string(12 * 3, ' ') + "  |....|");
+  EXPECT_EQ(lines[1].function, "32/43");
+  EXPECT_EQ(lines[1].text,
+            "00000000  41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F 50  |ABCDEFGHIJKLMNOP|");
+  EXPECT_EQ(lines[2].text, "00000010  7F 80 51 52" + std::string(12 * 3, ' ') + "  |..QR|");
+  EXPECT_EQ(lines[3].text, "00000000-0000001F  not readable");
+}
+
+TEST_F(Trace, ThreadsWriteWholeLines) {
+  TraceWindow w;
+  constexpr int kThreads = 4, kLines = 500;
+  std::vector<std::thread> threads;
+  for (int n = 0; n < kThreads; n++)
+    threads.emplace_back([n] {
+      std::string pad(n * 40, 'p');
+      for (int i = 0; i < kLines; i++)
+        xtr_text(("t" + std::to_string(n) + " " + std::to_string(i) + pad).c_str());
+    });
+  for (auto &th : threads) th.join();
+  std::set<std::string> texts;
+  std::set<std::string> tids;
+  for (const auto &l : w.lines()) {
+    ASSERT_TRUE(l.wellFormed);
+    texts.insert(l.text);
+    tids.insert(l.tid);
+  }
+  EXPECT_EQ(texts.size(), (size_t)kThreads * kLines);
+  EXPECT_EQ(tids.size(), (size_t)kThreads);
+  EXPECT_EQ(texts.count("t3 499" + std::string(120, 'p')), 1u);
+}
+
+TEST(TraceNames, RegisteredNamesAndFallbacks) {
+  static char names[3][XCS_FUNC_NAME_LEN] = {"zero", "one", "two"};
+  xtrRegisterNames(40, names, 3);
+  EXPECT_STREQ(xtrFunctionName(XCS_FUNC_ID(40, 1)), "one");
+  EXPECT_STREQ(xtrFunctionName(XCS_FUNC_ID(40, 3)), "");
+  EXPECT_STREQ(xtrFunctionName(XCS_FUNC_ID(41, 1)), "");
+  EXPECT_STREQ(xtrFunctionName(XCS_FUNC_ID(XCS_COMP_COMMON, 2)), "xcsGetMem");
+  static char other[2][XCS_FUNC_NAME_LEN] = {"zero", "uno"};
+  xtrRegisterNames(40, other, 2);
+  EXPECT_STREQ(xtrFunctionName(XCS_FUNC_ID(40, 1)), "uno");
+  EXPECT_STREQ(xtrFunctionName(XCS_FUNC_ID(40, 2)), "") << "the new table replaces the old";
+  xtrRegisterNames(40, nullptr, 5);
+  xtrRegisterNames(64, names, 3);
+  EXPECT_STREQ(xtrFunctionName(XCS_FUNC_ID(40, 1)), "uno") << "bad registrations change nothing";
+}
