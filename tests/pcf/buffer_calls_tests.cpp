@@ -130,12 +130,12 @@ TEST(BufferToBag, EmptyBufferClearsTheBagThenFails) {
   EXPECT_EQ(bag.integer(JXSYS_CCSID), 437);
 }
 
-TEST(BufferToBag, ReadOnlyMessageIsReadThroughTheCall) {
+TEST(BufferToBag, MessageOfBagToBufferReadsBack) {
   Bag out(0);
   out.add(5, 1).add(2001, "text");
-  Bytes buffer(64);
+  Bytes buffer(128);
   int32_t length = 0, cc = -1, rc = -1;
-  jxBagToBuffer(JXHB_NONE, out.handle, 64, buffer.data(), &length, &cc, &rc);
+  jxBagToBuffer(JXHB_NONE, out.handle, 128, buffer.data(), &length, &cc, &rc);
   ASSERT_EQ(cc, JXCC_OK);
   Bag in(0);
   jxBufferToBag(JXHB_NONE, length, buffer.data(), in.handle, &cc, &rc);

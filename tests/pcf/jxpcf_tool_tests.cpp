@@ -12,18 +12,18 @@ namespace {
 
 using namespace pcftest;
 
-struct Run {
+struct ToolRun {
   int status = -1;
   std::string out;
 };
 
-Run jxpcf(const Bytes &message, bool viaStdin = false) {
+ToolRun jxpcf(const Bytes &message, bool viaStdin = false) {
   const std::string path = std::string(getenv("JX_DATA_PATH")) + "/message.pcf";
   std::ofstream(path, std::ios::binary)
       .write(reinterpret_cast<const char *>(message.data()),
              static_cast<std::streamsize>(message.size()));
   const std::string command = std::string(JXPCF_PATH) + (viaStdin ? " < " : " ") + path + " 2>&1";
-  Run r;
+  ToolRun r;
   FILE *p = popen(command.c_str(), "r");
   char buffer[256];
   while (fgets(buffer, sizeof buffer, p)) r.out += buffer;
@@ -39,7 +39,7 @@ TEST(Jxpcf, PrintsHeaderFieldsAndItems) {
               .intList(1002, {20, 2016})
               .integer(20, -1);
   for (bool viaStdin : {false, true}) {
-    Run r = jxpcf(m.data, viaStdin);
+    ToolRun r = jxpcf(m.data, viaStdin);
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out,
               "Type            2\n"
@@ -64,7 +64,7 @@ TEST(Jxpcf, MalformedMessageGivesReasonAndOffset) {
                      .integer(6, 2)
                      .patch(36 + 16 + 24 + 4, 20);
   badThird.fill(4, 0);
-  Run r = jxpcf(badThird.data);
+  ToolRun r = jxpcf(badThird.data);
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out,
             "jxpcf: malformed message: reason 2303 (malformed PCF message) at offset 76 of "

@@ -280,7 +280,8 @@ TEST(PcfWriter, InquiryStringInAListIsRefused) {
 
 TEST(PcfWriter, ValueOfTheOtherTypeNeverJoinsAList) {
   Bag bag(JXBAG_LIST_FORM);
-  bag.add(JXSEL_INQUIRE, 20).add(JXSEL_QUEUE_ATTRS, "S");
+  // An integer record carries a character set of 0, so a string of 0 matches it.
+  bag.add(JXSEL_INQUIRE, 20).add(JXSEL_QUEUE_ATTRS, "S", 0);
   Written w = write(bag, JXCMD_INQUIRE_QUEUE);
   EXPECT_EQ(w.cc, JXCC_FAILED);
   EXPECT_EQ(w.rc, JXRC_WRONG_ITEM_TYPE);
