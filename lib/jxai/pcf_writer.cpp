@@ -24,8 +24,10 @@ bool ok(const int32_t *cc) {
   return *cc == JXCC_OK;
 }
 
-void traceArea(uint16_t function, const zaiPCFBUFCTL *area) {
-  traceData(function, kAreaLine, area, static_cast<uint32_t>(area->AreaSize));
+// Whether tracing is on is decided once a message: the steps of one
+// message trace all or nothing.
+void traceArea(bool trace, uint16_t function, const zaiPCFBUFCTL *area) {
+  if (trace) traceData(function, kAreaLine, area, static_cast<uint32_t>(area->AreaSize));
 }
 
 // Where a structure of `size` bytes goes: the place at the running length, or
@@ -132,11 +134,7 @@ class ControlArea {
   bool obtained_ = false;
 };
 
-}  // namespace
-
-extern "C" {
-
-void zaiWritePCFHeader(zaiPCFBUFCTL *area, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+void writeHeader(zaiPCFBUFCTL *area, zaiBAG *bag, PJXLONG cc, PJXLONG rc, bool trace) {
   Frame frame(kFn_zaiWritePCFHeader, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
@@ -165,10 +163,10 @@ void zaiWritePCFHeader(zaiPCFBUFCTL *area, zaiBAG *bag, PJXLONG cc, PJXLONG rc) 
       if (ok(cc)) put32(header, kHdrParameterCount, 0);
     }
   }
-  traceArea(kFn_zaiWritePCFHeader, area);
+  traceArea(trace, kFn_zaiWritePCFHeader, area);
 }
 
-void zaiWriteSinglePCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc) {
+void writeSingle(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc, bool trace) {
   Frame frame(kFn_zaiWriteSinglePCFParm, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
@@ -201,28 +199,11 @@ void zaiWriteSinglePCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJ
                     kBadItemLabel, item);
     setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
   }
-  traceArea(kFn_zaiWriteSinglePCFParm, area);
+  traceArea(trace, kFn_zaiWriteSinglePCFParm, area);
 }
 
-JXLONG zaiFindLargestString(zaiBAG *bag, zaiPCFBUFCTL *area, zaiPROPERTY *item, JXLONG start) {
-  int32_t largest = -1;
-  Frame frame(kFn_zaiFindLargestString, &largest);
-  const int32_t count = bag->Items->Count;
-  if (start < 0 || start >= count) return largest;
-  for (int32_t j = start; j < count; ++j) {
-    const zaiPROPERTY *other = itemAt(bag, j);
-    if (other->Selector == item->Selector && other->Type == JXITEM_STRING &&
-        other->StringCCSID == item->StringCCSID) {
-      if (!marked(area, j)) largest = std::max(largest, other->StringLength);
-    } else if (!bag->Reorder) {
-      break;
-    }
-  }
-  return largest;
-}
-
-void zaiWritePCFListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG * /*bag*/,
-                           JXLONG /*position*/, JXLONG listSelector, PJXLONG cc, PJXLONG rc) {
+void writeListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, JXLONG listSelector, PJXLONG cc,
+                     PJXLONG rc, bool trace) {
   Frame frame(kFn_zaiWritePCFListHeader, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
@@ -255,10 +236,10 @@ void zaiWritePCFListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG * /*bag
                     kBadItemLabel, item);
     setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
   }
-  traceArea(kFn_zaiWritePCFListHeader, area);
+  traceArea(trace, kFn_zaiWritePCFListHeader, area);
 }
 
-void zaiWritePCFListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc) {
+void writeListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc, bool trace) {
   Frame frame(kFn_zaiWritePCFListValue, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
@@ -291,11 +272,11 @@ void zaiWritePCFListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJX
                     kBadItemLabel, item);
     setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
   }
-  traceArea(kFn_zaiWritePCFListValue, area);
+  traceArea(trace, kFn_zaiWritePCFListValue, area);
 }
 
-void zaiWriteSingleOrListPCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag,
-                                 JXLONG position, PJXLONG cc, PJXLONG rc) {
+void writeSingleOrList(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag, JXLONG position,
+                       PJXLONG cc, PJXLONG rc, bool trace) {
   Frame frame(kFn_zaiWriteSingleOrListPCFParm, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
@@ -334,18 +315,22 @@ void zaiWriteSingleOrListPCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *
   }
 
   if (!asList) {
-    zaiWriteSinglePCFParm(item, area, cc, rc);
-    traceArea(kFn_zaiWriteSingleOrListPCFParm, area);
+    writeSingle(item, area, cc, rc, trace);
+    traceArea(trace, kFn_zaiWriteSingleOrListPCFParm, area);
     return;
   }
 
-  zaiWritePCFListHeader(item, area, bag, position, listSelector, cc, rc);
+  writeListHeader(item, area, listSelector, cc, rc, trace);
+  // Writing leaves the bag as it is, so its item places stay where they are.
+  void *const *places = bag->Items->Slots;
   for (int32_t j = position; j < count && ok(cc); ++j) {
-    zaiPROPERTY *other = itemAt(bag, j);
+    zaiPROPERTY *other = static_cast<zaiPROPERTY *>(places[j]);
     int32_t selector = other->Selector;
     if (selector == JXSEL_INQUIRE) {
-      zaiMapInquiryFromCommand(area->Command, &selector, cc, rc);
+      int32_t mapped = 0;
+      zaiMapInquiryFromCommand(area->Command, &mapped, cc, rc);
       if (!ok(cc)) break;
+      selector = mapped;
     }
     const bool matches = selector == listSelector &&
                          (other->Type != JXITEM_STRING || other->StringCCSID == item->StringCCSID);
@@ -360,7 +345,7 @@ void zaiWriteSingleOrListPCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *
       setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
       break;
     }
-    if (!marked(area, j)) zaiWritePCFListValue(other, area, cc, rc);
+    if (!marked(area, j)) writeListValue(other, area, cc, rc, trace);
     mark(area, j);
   }
   if (ok(cc) && item->Type == JXITEM_STRING) {
@@ -369,7 +354,50 @@ void zaiWriteSingleOrListPCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *
     reserve(area, padding);
     if (area->StrList) add32(area->StrList, kParmStrucLength, padding);
   }
-  traceArea(kFn_zaiWriteSingleOrListPCFParm, area);
+  traceArea(trace, kFn_zaiWriteSingleOrListPCFParm, area);
+}
+
+}  // namespace
+
+extern "C" {
+
+JXLONG zaiFindLargestString(zaiBAG *bag, zaiPCFBUFCTL *area, zaiPROPERTY *item, JXLONG start) {
+  int32_t largest = -1;
+  Frame frame(kFn_zaiFindLargestString, &largest);
+  const int32_t count = bag->Items->Count;
+  if (start < 0 || start >= count) return largest;
+  for (int32_t j = start; j < count; ++j) {
+    const zaiPROPERTY *other = itemAt(bag, j);
+    if (other->Selector == item->Selector && other->Type == JXITEM_STRING &&
+        other->StringCCSID == item->StringCCSID) {
+      if (!marked(area, j)) largest = std::max(largest, other->StringLength);
+    } else if (!bag->Reorder) {
+      break;
+    }
+  }
+  return largest;
+}
+
+void zaiWritePCFHeader(zaiPCFBUFCTL *area, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  writeHeader(area, bag, cc, rc, tracing());
+}
+
+void zaiWriteSinglePCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc) {
+  writeSingle(item, area, cc, rc, tracing());
+}
+
+void zaiWritePCFListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG * /*bag*/,
+                           JXLONG /*position*/, JXLONG listSelector, PJXLONG cc, PJXLONG rc) {
+  writeListHeader(item, area, listSelector, cc, rc, tracing());
+}
+
+void zaiWritePCFListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc) {
+  writeListValue(item, area, cc, rc, tracing());
+}
+
+void zaiWriteSingleOrListPCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag,
+                                 JXLONG position, PJXLONG cc, PJXLONG rc) {
+  writeSingleOrList(item, area, bag, position, cc, rc, tracing());
 }
 
 void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buffer,
@@ -390,7 +418,8 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
   area->Buffer = static_cast<char *>(buffer);
   area->BufferLength = bufferLength;
 
-  zaiWritePCFHeader(area, bag, cc, rc);
+  const bool trace = tracing();
+  writeHeader(area, bag, cc, rc, trace);
   if (ok(cc)) {
     int32_t pcfType = 0;
     zaiInquireInteger(bag, JXSYS_MSG_TYPE, JXIDX_ONLY, &pcfType, cc, rc);
@@ -408,9 +437,9 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
     if (item->Selector < 0) continue;
     if (grouped && marked(area, i)) continue;
     if (bag->ListForm) {
-      zaiWriteSingleOrListPCFParm(item, area, bag, i, cc, rc);
+      writeSingleOrList(item, area, bag, i, cc, rc, trace);
     } else {
-      zaiWriteSinglePCFParm(item, area, cc, rc);
+      writeSingle(item, area, cc, rc, trace);
     }
   }
 
