@@ -23,7 +23,7 @@ class Messaging : public ::testing::Test {
     hconn_ = connect(qm_->name());
   }
   void TearDown() override {
-    if (hconn_) disconnect(hconn_);
+    if (hconn_ > 0) disconnect(hconn_);
     qm_.reset();
   }
   std::unique_ptr<QueueManagerProcess> qm_;
