@@ -18,12 +18,18 @@ using jxai::setFailure;
 
 namespace jxai {
 
+// Usable for the whole control block and starting "ZABG". Every bag block is
+// aligned, so a misaligned address names no bag.
+bool isBagBlock(const zaiBAG *bag) {
+  return xcsCheckPointer(bag, sizeof(zaiBAG), XCS_CHECK_UPDATE) == 0 &&
+         reinterpret_cast<uintptr_t>(bag) % alignof(zaiBAG) == 0 &&
+         memcmp(bag, ZAI_BAG_EYE, sizeof bag->StrucId) == 0;
+}
+
 zaiBAG *resolveBag(JXHBAG handle) {
   if (handle == JXHB_NONE) return nullptr;
   zaiBAG *bag = blockOf(handle);
-  if (xcsCheckPointer(bag, sizeof(zaiBAG), XCS_CHECK_UPDATE) != 0) return nullptr;
-  if (memcmp(bag->StrucId, ZAI_BAG_EYE, sizeof bag->StrucId) != 0) return nullptr;
-  return bag;
+  return isBagBlock(bag) ? bag : nullptr;
 }
 
 bool appendItem(zaiBAG *bag, const zaiPROPERTY &item, PJXLONG cc, PJXLONG rc) {
@@ -87,7 +93,7 @@ void zaiDeleteBag(zaiBAG **ppBag, PJXLONG cc, PJXLONG rc) {
   frame.parms("*ppBag:%p", static_cast<void *>(*ppBag));
   zaiBAG *bag = *ppBag;
   // A nested handle is taken as given; one that names no bag deletes nothing.
-  if (bag && memcmp(bag->StrucId, ZAI_BAG_EYE, sizeof bag->StrucId) == 0) {
+  if (jxai::isBagBlock(bag)) {
     for (JXLONG position = bag->Items->Count - 1; position >= 0; --position) {
       JXLONG itemCc, itemRc;
       zaiFreeItem(bag, position, &itemCc, &itemRc);

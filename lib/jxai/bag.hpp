@@ -100,6 +100,8 @@ namespace jxai {
 // Resolves a caller's handle: null for -2, odd handles, unreadable blocks and
 // blocks without "ZABG" (the caller reports 2320).
 zaiBAG *resolveBag(JXHBAG handle);
+// Whether an address holds a usable bag control block.
+bool isBagBlock(const zaiBAG *bag);
 inline JXHBAG handleOf(const zaiBAG *bag) {
   return static_cast<JXHBAG>(reinterpret_cast<intptr_t>(bag));
 }

@@ -15,9 +15,9 @@ constexpr uint32_t kFirstTableSize = 32;
 constexpr int32_t kFirstSystemCapacity = 16;
 constexpr uint32_t kHashMultiplier = 0x9E3779B9u;  // Fibonacci hashing
 
-uint32_t home(int32_t selector, uint32_t mask) {
-  uint32_t h = static_cast<uint32_t>(selector) * kHashMultiplier;
-  return (h ^ (h >> 16)) & mask;
+uint32_t home(const BagIndex &ix, int32_t selector) {
+  const uint32_t u = static_cast<uint32_t>(selector);
+  return (u ^ ((u >> ix.tableBits) * kHashMultiplier)) & ix.tableMask;
 }
 
 template <typename T>
@@ -27,21 +27,32 @@ T *obtain(size_t count) {
   return static_cast<T *>(p);
 }
 
-SelectorEntry *lookup(const BagIndex &ix, int32_t selector) {
-  if (!ix.table) return nullptr;
-  for (uint32_t i = home(selector, ix.tableMask);; i = (i + 1) & ix.tableMask) {
-    SelectorEntry &e = ix.table[i];
-    if (e.count == 0) return nullptr;
-    if (e.selector == selector) return &e;
-  }
+// The slot holding the selector's entry, or the free slot ending its probe
+// run.
+uint32_t probe(const BagIndex &ix, int32_t selector) {
+  if (ix.memoValid && ix.memoSelector == selector) return ix.memoSlot;
+  uint32_t i = home(ix, selector);
+  while (ix.table[i].count != 0 && ix.table[i].selector != selector) i = (i + 1) & ix.tableMask;
+  ix.memoSelector = selector;
+  ix.memoSlot = i;
+  ix.memoValid = 1;
+  return i;
 }
 
+SelectorEntry *lookup(const BagIndex &ix, int32_t selector) {
+  if (!ix.table) return nullptr;
+  SelectorEntry &e = ix.table[probe(ix, selector)];
+  return e.count != 0 ? &e : nullptr;
+}
+
+// Takes the free slot of an absent selector; the caller sets the count.
 SelectorEntry *insertNew(BagIndex &ix, int32_t selector) {
-  uint32_t i = home(selector, ix.tableMask);
-  while (ix.table[i].count != 0) i = (i + 1) & ix.tableMask;
+  SelectorEntry &e = ix.table[probe(ix, selector)];
   ix.tableUsed++;
-  ix.table[i].selector = selector;
-  return &ix.table[i];
+  e.selector = selector;
+  // Other selectors' free slots may be taken now; this one's entry stays.
+  ix.memoSelector = selector;
+  return &e;
 }
 
 // Backward-shift deletion keeps every entry reachable from its home slot
@@ -50,7 +61,7 @@ void erase(BagIndex &ix, SelectorEntry *entry) {
   const uint32_t mask = ix.tableMask;
   uint32_t hole = static_cast<uint32_t>(entry - ix.table);
   for (uint32_t j = (hole + 1) & mask; ix.table[j].count != 0; j = (j + 1) & mask) {
-    const uint32_t h = home(ix.table[j].selector, mask);
+    const uint32_t h = home(ix, ix.table[j].selector);
     if (((j - h) & mask) >= ((j - hole) & mask)) {
       ix.table[hole] = ix.table[j];
       hole = j;
@@ -58,6 +69,7 @@ void erase(BagIndex &ix, SelectorEntry *entry) {
   }
   ix.table[hole].count = 0;
   ix.tableUsed--;
+  ix.memoValid = 0;
 }
 
 bool growTable(BagIndex &ix) {
@@ -68,13 +80,16 @@ bool growTable(BagIndex &ix) {
   BagIndex grown = ix;
   grown.table = table;
   grown.tableMask = size - 1;
+  grown.tableBits = static_cast<uint32_t>(__builtin_ctz(size));
   grown.tableUsed = 0;
+  grown.memoValid = 0;
   if (ix.table) {
     for (uint32_t i = 0; i <= ix.tableMask; ++i) {
       if (ix.table[i].count != 0) *insertNew(grown, ix.table[i].selector) = ix.table[i];
     }
     xcsFreeMem(kComponent, ix.table);
   }
+  grown.memoValid = 0;
   ix = grown;
   return true;
 }

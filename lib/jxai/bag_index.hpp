@@ -15,7 +15,10 @@
 //   removal at k changes only the links that cross k and costs O(n - k), like
 //   the vector's own move; removing the last item is O(1).
 // - an open-addressing table selector -> (occurrence count, first position),
-//   linear probing with backward-shift deletion, at most 3/4 full.
+//   linear probing with backward-shift deletion, at most 3/4 full. Selectors
+//   below the table size hash to themselves (bags mostly use small, close
+//   selectors, which then sit side by side); higher bits are mixed in by a
+//   multiplication, so spaced-out selectors spread too.
 // - the sorted positions of the items with negative selectors, from which
 //   the n-th system item, the n-th user item and both counts follow.
 // The index never records the entry and exit marks: the functions that use
@@ -45,7 +48,13 @@ struct BagIndex {
   int32_t linkCapacity;
   SelectorEntry *table;
   uint32_t tableMask;  // table size - 1 (a power of two), 0 before the first item
+  uint32_t tableBits;  // log2 of the table size
   int32_t tableUsed;
+  // The slot of the selector probed last (its entry, or the free slot where
+  // it would go): an add looks its selector up three times in a row.
+  mutable int32_t memoSelector;
+  mutable uint32_t memoSlot;
+  mutable int32_t memoValid;
   int32_t *system;  // positions of negative selectors, ascending
   int32_t systemCount;
   int32_t systemCapacity;
