@@ -109,6 +109,16 @@ typedef int32_t JXHOBJ;
 #define JXSYS_FIRST (-8)
 #define JXSYS_LAST (-1)
 
+/* What the system items of a new or cleared bag hold. The two message
+ * types are the PCF header types of the same name. */
+#define JXPCF_TYPE_COMMAND 1   /* message type of administration and command bags */
+#define JXPCF_TYPE_USER 8      /* message type of every other bag */
+#define JXPCF_COMMAND_NONE 0   /* command code before one is set */
+#define JXPCF_SEQUENCE_FIRST 1 /* message sequence number */
+#define JXPCF_CONTROL_LAST 1   /* control: the last (or only) message */
+#define JXCCSID_DEFAULT 0      /* the bag's CCSID for its strings */
+#define JXCCSID_NONE (-1)      /* a bag CCSID that refuses new strings (2330) */
+
 #define JXSEL_INQUIRE 1074 /* inquiry item: its value names the attribute */
 
 /* User selector ranges checked when a bag checks selectors. */

@@ -107,7 +107,11 @@ XCS_EXPORT xihTHREADANCHOR *xihThreadAddress(void);
 XCS_EXPORT extern void *CSCtrl;
 
 /* Sets up common services for the calling thread (and the process on first
- * use): process anchor, trace words from JX_TRACE, thread anchor. Returns 0. */
+ * use): process anchor, trace words from JX_TRACE, thread anchor. Returns 0
+ * (XCS_E_NO_STORAGE when the thread anchor cannot be allocated).
+ * JX_TRACE is a comma-separated list of api, parms, bag and all (all also
+ * sets the override word), or a number for the options word; it switches
+ * tracing on with level JX_TRACE_LEVEL (0 when unset). */
 XCS_EXPORT int32_t xcsInitialize(int32_t a, int32_t b, int32_t c, int32_t d, int32_t e);
 XCS_EXPORT int32_t xcsGetPid(void);
 /* Forgets state inherited from a parent process: new anchor Pid, new trace
@@ -184,7 +188,8 @@ typedef struct xcsDUMPLIST {
 /* Fills entry number `entry` (1-based) of the list and raises its count. */
 XCS_EXPORT void xcsBuildDumpPtr(xcsDUMPLIST *list, int32_t entry, const char *label,
                                 const void *address, uint32_t length);
-/* Writes one failure-record file under <data root>/errors/. The dumps are
+/* Writes one failure-record file, <data root>/errors/<program>.<pid>.<n>.rec
+ * (a readable text, one "Field: value" a line). The dumps are
  * read safely: an unreadable area is reported, not touched. Returns 0 when
  * the record was written. */
 XCS_EXPORT int32_t xcsRecordFailure(uint16_t component, uint16_t probe, int32_t flags,

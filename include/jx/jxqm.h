@@ -68,48 +68,52 @@ extern "C" {
 #define JXRC_PRIORITY_ERROR 2020         /* priority outside -1..9 */
 #define JXRC_INT_ATTR_COUNT_ERROR 2021   /* integer-attribute count negative */
 #define JXRC_INT_ATTR_COUNT_TOO_SMALL 2022 /* fewer integer slots than integer selectors */
-#define JXRC_INT_ATTRS_ARRAY_ERROR 2023  /* integer-attribute array null */
-#define JXRC_SYNCPOINT_LIMIT_REACHED 2024 /* too many operations in one unit of work */
-#define JXRC_MD_ERROR 2026               /* message descriptor null or wrong eye-catcher/version */
-#define JXRC_MSG_TYPE_ERROR 2029         /* message type not 1, 2, 4 or 8 */
-#define JXRC_MSG_TOO_BIG_FOR_Q 2030      /* message longer than the queue's maximum */
-#define JXRC_MSG_TOO_BIG_FOR_Q_MGR 2031  /* message longer than JX_MAX_MSG_LENGTH */
-#define JXRC_NO_MSG_AVAILABLE 2033       /* no matching message (within the wait interval) */
-#define JXRC_NOT_AUTHORIZED 2035         /* the user may not connect, open or change this */
+#define JXRC_INT_ATTRS_ARRAY_ERROR 2023    /* integer-attribute array null */
+#define JXRC_SYNCPOINT_LIMIT_REACHED 2024  /* too many operations in one unit of work */
+#define JXRC_MD_ERROR 2026              /* message descriptor null or wrong eye-catcher/version */
+#define JXRC_MSG_TYPE_ERROR 2029        /* message type not 1, 2, 4 or 8 */
+#define JXRC_MSG_TOO_BIG_FOR_Q 2030     /* message longer than the queue's maximum */
+#define JXRC_MSG_TOO_BIG_FOR_Q_MGR 2031 /* message longer than JX_MAX_MSG_LENGTH */
+#define JXRC_NO_MSG_AVAILABLE 2033      /* no matching message (within the wait interval) */
+#define JXRC_NOT_AUTHORIZED 2035        /* the user may not connect, open or change this */
 #define JXRC_NOT_OPEN_FOR_INPUT 2036
 #define JXRC_NOT_OPEN_FOR_INQUIRE 2038
 #define JXRC_NOT_OPEN_FOR_OUTPUT 2039
 #define JXRC_NOT_OPEN_FOR_SET 2040
-#define JXRC_OBJECT_IN_USE 2042          /* open conflicts with an exclusive input handle */
-#define JXRC_OBJECT_TYPE_ERROR 2043      /* object type other than a queue */
-#define JXRC_OD_ERROR 2044               /* object descriptor null or wrong eye-catcher/version */
+#define JXRC_OBJECT_IN_USE 2042     /* open conflicts with an exclusive input handle */
+#define JXRC_OBJECT_TYPE_ERROR 2043 /* object type other than a queue */
+#define JXRC_OD_ERROR 2044          /* object descriptor null or wrong eye-catcher/version */
 #define JXRC_OPTION_NOT_VALID_FOR_TYPE 2045 /* e.g. close option 2 on a predefined queue */
-#define JXRC_OPTIONS_ERROR 2046          /* options contain unknown or contradictory bits */
-#define JXRC_PERSISTENCE_ERROR 2047      /* persistence not 0, 1 or 2 */
-#define JXRC_PUT_INHIBITED 2051          /* puts are inhibited on the queue */
-#define JXRC_Q_FULL 2053                 /* queue holds its maximum depth */
-#define JXRC_Q_NOT_EMPTY 2055            /* delete without purge of a queue with messages */
-#define JXRC_Q_MGR_NAME_ERROR 2058       /* queue-manager name not valid or not this one */
-#define JXRC_Q_MGR_NOT_AVAILABLE 2059    /* no such queue manager, or it is not running */
-#define JXRC_SECURITY_ERROR 2063         /* credentials could not be established */
-#define JXRC_SELECTOR_COUNT_ERROR 2065   /* selector count negative or above 256 */
+#define JXRC_OPTIONS_ERROR 2046             /* options contain unknown or contradictory bits */
+#define JXRC_PERSISTENCE_ERROR 2047         /* persistence not 0, 1 or 2 */
+#define JXRC_PUT_INHIBITED 2051             /* puts are inhibited on the queue */
+#define JXRC_Q_DELETED 2052                 /* the queue was deleted while this handle was open */
+#define JXRC_Q_FULL 2053                    /* queue holds its maximum depth */
+#define JXRC_Q_NOT_EMPTY 2055               /* delete without purge of a queue with messages */
+#define JXRC_Q_MGR_NAME_ERROR 2058          /* queue-manager name not valid or not this one */
+#define JXRC_Q_MGR_NOT_AVAILABLE 2059       /* no such queue manager, or it is not running */
+#define JXRC_SECURITY_ERROR 2063            /* credentials could not be established */
+#define JXRC_SELECTOR_COUNT_ERROR 2065      /* selector count negative or above 256 */
 #define JXRC_SELECTOR_LIMIT_EXCEEDED 2066
-#define JXRC_SELECTOR_ERROR 2067         /* unknown selector, or not settable */
+#define JXRC_SELECTOR_ERROR 2067 /* unknown selector, or not settable */
 #define JXRC_STORAGE_NOT_AVAILABLE 2071
-#define JXRC_TRUNCATED_MSG_ACCEPTED 2079 /* warning: message removed, only the part that fit returned */
-#define JXRC_TRUNCATED_MSG_FAILED 2080   /* message left on the queue; data length gives its size */
-#define JXRC_UNKNOWN_OBJECT_NAME 2085    /* no such queue */
-#define JXRC_UNKNOWN_REMOTE_Q_MGR 2087   /* object queue-manager name is not this queue manager */
-#define JXRC_WAIT_INTERVAL_ERROR 2090    /* wait interval below -1 */
-#define JXRC_RESOURCE_PROBLEM 2102       /* the queue manager's store failed */
-#define JXRC_UOW_IN_PROGRESS 2128        /* JXBEGIN while a unit of work is active */
-#define JXRC_CNO_ERROR 2139              /* connect options null or wrong eye-catcher/version */
-#define JXRC_OBJECT_NAME_ERROR 2152      /* malformed object or dynamic queue name */
-#define JXRC_Q_MGR_STOPPING 2162         /* the queue manager is ending */
-#define JXRC_PMO_ERROR 2173              /* put options null or wrong eye-catcher/version */
-#define JXRC_GMO_ERROR 2186              /* get options null or wrong eye-catcher/version */
-#define JXRC_UNEXPECTED_ERROR 2195       /* a protocol violation from the other side */
-#define JXRC_HOST_NOT_AVAILABLE 2538     /* TCP connection to host:port failed */
+#define JXRC_TRUNCATED_MSG_ACCEPTED \
+  2079 /* warning: message removed, only the part that fit returned */
+#define JXRC_TRUNCATED_MSG_FAILED 2080  /* message left on the queue; data length gives its size */
+#define JXRC_UNKNOWN_OBJECT_NAME 2085   /* no such queue */
+#define JXRC_UNKNOWN_REMOTE_Q_MGR 2087  /* object queue-manager name is not this queue manager */
+#define JXRC_WAIT_INTERVAL_ERROR 2090   /* wait interval below -1 */
+#define JXRC_OBJECT_ALREADY_EXISTS 2100 /* dynamic queue name already in use */
+#define JXRC_RESOURCE_PROBLEM 2102      /* the queue manager's store failed */
+#define JXRC_UOW_IN_PROGRESS 2128       /* JXBEGIN while a unit of work is active */
+#define JXRC_CNO_ERROR 2139             /* connect options null or wrong eye-catcher/version */
+#define JXRC_OBJECT_NAME_ERROR 2152     /* malformed object or dynamic queue name */
+#define JXRC_Q_MGR_STOPPING 2162        /* the queue manager is ending */
+#define JXRC_PMO_ERROR 2173             /* put options null or wrong eye-catcher/version */
+#define JXRC_GMO_ERROR 2186             /* get options null or wrong eye-catcher/version */
+#define JXRC_UNEXPECTED_ERROR 2195      /* a protocol violation from the other side */
+#define JXRC_ATTR_VALUE_ERROR 2390      /* JXSET value outside the attribute's range */
+#define JXRC_HOST_NOT_AVAILABLE 2538    /* TCP connection to host:port failed */
 
 /* ------------------------------------------------------------------ */
 /* Options                                                             */
@@ -184,13 +188,13 @@ extern "C" {
 
 /* Integer attribute selectors (JXINQ, JXSET). */
 #define JXIA_CURRENT_Q_DEPTH 3
-#define JXIA_DEF_PERSISTENCE 5     /* settable */
+#define JXIA_DEF_PERSISTENCE 5 /* settable */
 #define JXIA_DEF_PRIORITY 6
 #define JXIA_DEFINITION_TYPE 7
-#define JXIA_INHIBIT_GET 9         /* settable */
-#define JXIA_INHIBIT_PUT 10        /* settable */
-#define JXIA_MAX_MSG_LENGTH 13     /* settable */
-#define JXIA_MAX_Q_DEPTH 15        /* settable */
+#define JXIA_INHIBIT_GET 9     /* settable */
+#define JXIA_INHIBIT_PUT 10    /* settable */
+#define JXIA_MAX_MSG_LENGTH 13 /* settable */
+#define JXIA_MAX_Q_DEPTH 15    /* settable */
 #define JXIA_OPEN_INPUT_COUNT 17
 #define JXIA_OPEN_OUTPUT_COUNT 18
 #define JXIA_Q_TYPE 20
@@ -198,14 +202,18 @@ extern "C" {
 #define JXIA_LAST 2000
 
 /* Character attribute selectors. */
-#define JXCA_Q_DESC 2013 /* 64 bytes, settable */
+#define JXCA_Q_DESC 2013     /* 64 bytes, settable */
 #define JXCA_Q_MGR_NAME 2015 /* 48 bytes */
-#define JXCA_Q_NAME 2016 /* 48 bytes */
+#define JXCA_Q_NAME 2016     /* 48 bytes */
 #define JXCA_FIRST 2001
 #define JXCA_LAST 4000
 
 /* Begin options (JXBEGIN). */
 #define JXBO_NONE 0
+
+/* Values left in handles made unusable by JXDISC and JXCLOSE. */
+#define JXHC_UNUSABLE_HCONN (-1)
+#define JXHO_UNUSABLE_HOBJ (-1)
 
 /* Connect options (JXCNO). */
 #define JXCNO_NONE 0
@@ -218,36 +226,36 @@ extern "C" {
  * adds the group fields. Calls read and write only as many bytes as the
  * version says. */
 typedef struct tagJXMD {
-  char StrucId[4];              /* 0 "MD  " */
-  int32_t Version;              /* 4 1 */
-  int32_t Report;               /* 8 0 */
-  int32_t MsgType;              /* 12 JXMT_DATAGRAM */
-  int32_t Expiry;               /* 16 tenths of a second, JXEI_UNLIMITED */
-  int32_t Feedback;             /* 20 0 */
-  int32_t Encoding;             /* 24 JXENC_NATIVE */
-  int32_t CodedCharSetId;       /* 28 0 */
-  char Format[8];               /* 32 blanks */
-  int32_t Priority;             /* 40 JXPRI_AS_Q_DEF */
-  int32_t Persistence;          /* 44 JXPER_AS_Q_DEF */
-  uint8_t MsgId[24];            /* 48 zero: the put generates one */
-  uint8_t CorrelId[24];         /* 72 zero */
-  int32_t BackoutCount;         /* 96 0 */
-  char ReplyToQ[48];            /* 100 */
-  char ReplyToQMgr[48];         /* 148 */
-  char UserIdentifier[12];      /* 196 set by the put */
-  uint8_t AccountingToken[32];  /* 208 */
-  char ApplIdentityData[32];    /* 240 */
-  int32_t PutApplType;          /* 272 */
-  char PutApplName[28];         /* 276 */
-  char PutDate[8];              /* 304 YYYYMMDD, set by the put */
-  char PutTime[8];              /* 312 HHMMSSTH, set by the put */
-  char ApplOriginData[4];       /* 320 */
-  uint8_t GroupId[24];          /* 324 version 2 */
-  int32_t MsgSeqNumber;         /* 348 1 */
-  int32_t Offset;               /* 352 0 */
-  int32_t MsgFlags;             /* 356 0 */
-  int32_t OriginalLength;       /* 360 -1 */
-} JXMD;                         /* 364 */
+  char StrucId[4];             /* 0 "MD  " */
+  int32_t Version;             /* 4 1 */
+  int32_t Report;              /* 8 0 */
+  int32_t MsgType;             /* 12 JXMT_DATAGRAM */
+  int32_t Expiry;              /* 16 tenths of a second, JXEI_UNLIMITED */
+  int32_t Feedback;            /* 20 0 */
+  int32_t Encoding;            /* 24 JXENC_NATIVE */
+  int32_t CodedCharSetId;      /* 28 0 */
+  char Format[8];              /* 32 blanks */
+  int32_t Priority;            /* 40 JXPRI_AS_Q_DEF */
+  int32_t Persistence;         /* 44 JXPER_AS_Q_DEF */
+  uint8_t MsgId[24];           /* 48 zero: the put generates one */
+  uint8_t CorrelId[24];        /* 72 zero */
+  int32_t BackoutCount;        /* 96 0 */
+  char ReplyToQ[48];           /* 100 */
+  char ReplyToQMgr[48];        /* 148 */
+  char UserIdentifier[12];     /* 196 set by the put */
+  uint8_t AccountingToken[32]; /* 208 */
+  char ApplIdentityData[32];   /* 240 */
+  int32_t PutApplType;         /* 272 */
+  char PutApplName[28];        /* 276 */
+  char PutDate[8];             /* 304 YYYYMMDD, set by the put */
+  char PutTime[8];             /* 312 HHMMSSTH, set by the put */
+  char ApplOriginData[4];      /* 320 */
+  uint8_t GroupId[24];         /* 324 version 2 */
+  int32_t MsgSeqNumber;        /* 348 1 */
+  int32_t Offset;              /* 352 0 */
+  int32_t MsgFlags;            /* 356 0 */
+  int32_t OriginalLength;      /* 360 -1 */
+} JXMD;                        /* 364 */
 
 #define JXMD_VERSION_1 1
 #define JXMD_VERSION_2 2
@@ -276,25 +284,25 @@ typedef struct tagJXPMO {
 
 /* Object descriptor. */
 typedef struct tagJXOD {
-  char StrucId[4];              /* 0 "OD  " */
-  int32_t Version;              /* 4 1 */
-  int32_t ObjectType;           /* 8 JXOT_Q */
-  char ObjectName[48];          /* 12 on return from a model: the new queue's name */
-  char ObjectQMgrName[48];      /* 60 blank/zero: the connected queue manager */
-  char DynamicQName[48];        /* 108 "AJX.*": a trailing '*' asks for a unique name */
-  char AlternateUserId[12];     /* 156 */
-  int32_t RecsPresent;          /* 168 */
-  int32_t KnownDestCount;       /* 172 */
-  int32_t UnknownDestCount;     /* 176 */
-  int32_t InvalidDestCount;     /* 180 */
-  int32_t ObjectRecOffset;      /* 184 */
-  int32_t ResponseRecOffset;    /* 188 */
-  int32_t Reserved1;            /* 192 */
-  int32_t Reserved2;            /* 196 */
+  char StrucId[4];                 /* 0 "OD  " */
+  int32_t Version;                 /* 4 1 */
+  int32_t ObjectType;              /* 8 JXOT_Q */
+  char ObjectName[48];             /* 12 on return from a model: the new queue's name */
+  char ObjectQMgrName[48];         /* 60 blank/zero: the connected queue manager */
+  char DynamicQName[48];           /* 108 "AJX.*": a trailing '*' asks for a unique name */
+  char AlternateUserId[12];        /* 156 */
+  int32_t RecsPresent;             /* 168 */
+  int32_t KnownDestCount;          /* 172 */
+  int32_t UnknownDestCount;        /* 176 */
+  int32_t InvalidDestCount;        /* 180 */
+  int32_t ObjectRecOffset;         /* 184 */
+  int32_t ResponseRecOffset;       /* 188 */
+  int32_t Reserved1;               /* 192 */
+  int32_t Reserved2;               /* 196 */
   uint8_t AlternateSecurityId[40]; /* 200 */
-  char ResolvedQName[48];       /* 240 set by the open */
-  char ResolvedQMgrName[48];    /* 288 set by the open */
-} JXOD;                         /* 336 */
+  char ResolvedQName[48];          /* 240 set by the open */
+  char ResolvedQMgrName[48];       /* 288 set by the open */
+} JXOD;                            /* 336 */
 
 /* Get-message options. */
 typedef struct tagJXGMO {
@@ -319,13 +327,20 @@ typedef struct tagJXGMO {
  * environment variable JX_SERVER names a host and port. UserId and Password
  * are sent only over TCP. */
 typedef struct tagJXCNO {
-  char StrucId[4];         /* 0 "CNO " */
-  int32_t Version;         /* 4 1 */
-  int32_t Options;         /* 8 0 */
+  char StrucId[4];          /* 0 "CNO " */
+  int32_t Version;          /* 4 1 */
+  int32_t Options;          /* 8 0 */
   char ConnectionName[264]; /* 12 */
-  char UserId[64];         /* 276 */
-  char Password[64];       /* 340 */
-} JXCNO;                   /* 404 */
+  char UserId[64];          /* 276 */
+  char Password[64];        /* 340 */
+} JXCNO;                    /* 404 */
+
+/* Begin options for JXBEGIN; a null pointer means the defaults. */
+typedef struct tagJXBO {
+  char StrucId[4]; /* 0 "BO  " */
+  int32_t Version; /* 4 1 */
+  int32_t Options; /* 8 JXBO_NONE */
+} JXBO;            /* 12 */
 
 /* Initialisers with each record's default. */
 #define JX_Z4 0, 0, 0, 0
@@ -336,24 +351,41 @@ typedef struct tagJXCNO {
 #define JX_Z32 JX_Z16, JX_Z16
 #define JX_Z48 JX_Z32, JX_Z16
 
-#define JXMD_DEFAULT                                                                      \
-  {{'M', 'D', ' ', ' '}, JXMD_VERSION_1, 0, JXMT_DATAGRAM, JXEI_UNLIMITED, 0, JXENC_NATIVE, 0, \
-   {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '}, JXPRI_AS_Q_DEF, JXPER_AS_Q_DEF, {JX_Z24},      \
-   {JX_Z24}, 0, {JX_Z48}, {JX_Z48}, {JX_Z12}, {JX_Z32}, {JX_Z32}, 0, {JX_Z16, JX_Z12},       \
-   {JX_Z8}, {JX_Z8}, {JX_Z4}, {JX_Z24}, 1, 0, 0, -1}
+#define JXMD_DEFAULT                                                                            \
+  {                                                                                             \
+    {'M', 'D', ' ', ' '}, JXMD_VERSION_1, 0, JXMT_DATAGRAM, JXEI_UNLIMITED, 0, JXENC_NATIVE, 0, \
+        {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '}, JXPRI_AS_Q_DEF, JXPER_AS_Q_DEF, {JX_Z24},     \
+        {JX_Z24}, 0, {JX_Z48}, {JX_Z48}, {JX_Z12}, {JX_Z32}, {JX_Z32}, 0, {JX_Z16, JX_Z12},     \
+        {JX_Z8}, {JX_Z8}, {JX_Z4}, {JX_Z24}, 1, 0, 0, -1                                        \
+  }
 
 #define JXPMO_DEFAULT \
-  {{'P', 'M', 'O', ' '}, 1, JXPMO_NONE, -1, 0, 0, 0, 0, {JX_Z48}, {JX_Z48}, 0, 0, 0, 0, 0, 0}
+  { {'P', 'M', 'O', ' '}, 1, JXPMO_NONE, -1, 0, 0, 0, 0, {JX_Z48}, {JX_Z48}, 0, 0, 0, 0, 0, 0 }
 
-#define JXOD_DEFAULT                                                                        \
-  {{'O', 'D', ' ', ' '}, 1, JXOT_Q, {JX_Z48}, {JX_Z48}, {'A', 'J', 'X', '.', '*', 0, 0, 0, JX_Z8, \
-   JX_Z32}, {JX_Z12}, 0, 0, 0, 0, 0, 0, 0, 0, {JX_Z32, JX_Z8}, {JX_Z48}, {JX_Z48}}
+#define JXOD_DEFAULT                                                                         \
+  {                                                                                          \
+    {'O', 'D', ' ', ' '}, 1, JXOT_Q, {JX_Z48}, {JX_Z48},                                     \
+        {'A', 'J', 'X', '.', '*', 0, 0, 0, JX_Z8, JX_Z32}, {JX_Z12}, 0, 0, 0, 0, 0, 0, 0, 0, \
+        {JX_Z32, JX_Z8}, {JX_Z48}, {                                                         \
+      JX_Z48                                                                                 \
+    }                                                                                        \
+  }
 
-#define JXGMO_DEFAULT                                                                   \
-  {{'G', 'M', 'O', ' '}, 1, JXGMO_NONE, 0, 0, 0, {JX_Z48}, JXMO_MATCH_MSG_ID | JXMO_MATCH_CORREL_ID, \
-   ' ', ' ', ' ', ' ', {JX_Z16}, -1}
+#define JXGMO_DEFAULT                                                              \
+  {                                                                                \
+    {'G', 'M', 'O', ' '}, 1, JXGMO_NONE, 0, 0, 0, {JX_Z48},                        \
+        JXMO_MATCH_MSG_ID | JXMO_MATCH_CORREL_ID, ' ', ' ', ' ', ' ', {JX_Z16}, -1 \
+  }
 
-#define JXCNO_DEFAULT {{'C', 'N', 'O', ' '}, 1, JXCNO_NONE, {0}, {0}, {0}}
+#define JXCNO_DEFAULT                                \
+  {                                                  \
+    {'C', 'N', 'O', ' '}, 1, JXCNO_NONE, {0}, {0}, { \
+      0                                              \
+    }                                                \
+  }
+
+#define JXBO_DEFAULT \
+  { {'B', 'O', ' ', ' '}, 1, JXBO_NONE }
 
 /* For C callers: reset a record to its default. */
 static inline void jxInitMd(JXMD *md) {
@@ -375,6 +407,10 @@ static inline void jxInitGmo(JXGMO *gmo) {
 static inline void jxInitCno(JXCNO *cno) {
   static const JXCNO d = JXCNO_DEFAULT;
   memcpy(cno, &d, sizeof d);
+}
+static inline void jxInitBo(JXBO *bo) {
+  static const JXBO d = JXBO_DEFAULT;
+  memcpy(bo, &d, sizeof d);
 }
 
 /* ------------------------------------------------------------------ */
@@ -407,8 +443,8 @@ JXQM_EXPORT void JXCMIT(int32_t Hconn, int32_t *CompCode, int32_t *Reason);
 JXQM_EXPORT void JXBACK(int32_t Hconn, int32_t *CompCode, int32_t *Reason);
 JXQM_EXPORT void JXBEGIN(int32_t Hconn, void *BeginOpts, int32_t *CompCode, int32_t *Reason);
 JXQM_EXPORT void zrtJXCONN(char *QMgrName, int32_t *Hconn, int32_t *CompCode, int32_t *Reason);
-JXQM_EXPORT void zrtJXCONNX(char *QMgrName, JXCNO *ConnectOpts, int32_t *Hconn,
-                            int32_t *CompCode, int32_t *Reason);
+JXQM_EXPORT void zrtJXCONNX(char *QMgrName, JXCNO *ConnectOpts, int32_t *Hconn, int32_t *CompCode,
+                            int32_t *Reason);
 
 #ifdef __cplusplus
 }
@@ -434,7 +470,7 @@ static_assert(sizeof(JXGMO) == 100 && offsetof(JXGMO, Options) == 8 &&
                   offsetof(JXGMO, MatchOptions) == 72 && offsetof(JXGMO, MsgToken) == 80 &&
                   offsetof(JXGMO, ReturnedLength) == 96,
               "get-message options layout");
-static_assert(sizeof(JXCNO) == 404, "connect options layout");
+static_assert(sizeof(JXCNO) == 404 && sizeof(JXBO) == 12, "connect and begin options layout");
 #else
 _Static_assert(sizeof(JXMD) == JXMD_LENGTH_2, "message descriptor is 364 bytes");
 _Static_assert(sizeof(JXPMO) == 152, "put-message options are 152 bytes");

@@ -1,10 +1,17 @@
 // Bags and their items: the control block, the item record, and the workers
 // every bag call and the PCF codec are built from. Workers take resolved
 // control blocks and the caller's completion code and reason.
+//
+// Items are read directly through the vector (zaiVectorAt), and an item's
+// value may be changed in place, but items are added and removed only
+// through these workers: they keep the selector index beside the vector
+// (bag_index.hpp). The vector never leaves an empty slot, so the empty-slot
+// cases of a scan cannot arise.
 #pragma once
 
 #include <jx/jxai.h>
 #include <stdint.h>
+#include <string.h>
 
 #include "vector.hpp"
 
@@ -50,7 +57,10 @@ JXAI_EXPORT void zaiAddDefaultSystemItems(zaiBAG *bag, PJXLONG cc, PJXLONG rc);
 JXAI_EXPORT void zaiCheckSelector(zaiBAG *bag, JXLONG selector, JXLONG type, PJXLONG cc,
                                   PJXLONG rc);
 JXAI_EXPORT void zaiCheckUniqueSelector(zaiBAG *bag, JXLONG selector, PJXLONG cc, PJXLONG rc);
-/* The record of the index-th occurrence (meaningful only when *cc is 0). */
+/* The record of the index-th occurrence counted from position `start`
+ * (meaningful only when *cc is 0). *position receives the match's position;
+ * it holds `start` when nothing matched and is untouched when the index or
+ * uniqueness check failed. */
 JXAI_EXPORT zaiPROPERTY *zaiFindSelector(zaiBAG *bag, JXLONG start, JXLONG selector,
                                          JXLONG itemIndex, PJXLONG position, PJXLONG cc,
                                          PJXLONG rc);
@@ -90,10 +100,33 @@ namespace jxai {
 // Resolves a caller's handle: null for -2, odd handles, unreadable blocks and
 // blocks without "ZABG" (the caller reports 2320).
 zaiBAG *resolveBag(JXHBAG handle);
+// Whether an address holds a usable bag control block.
+bool isBagBlock(const zaiBAG *bag);
 inline JXHBAG handleOf(const zaiBAG *bag) {
   return static_cast<JXHBAG>(reinterpret_cast<intptr_t>(bag));
 }
 inline zaiBAG *blockOf(JXHBAG handle) {
   return (handle & 1) ? nullptr : reinterpret_cast<zaiBAG *>(static_cast<intptr_t>(handle));
 }
+inline bool isWildcard(JXLONG selector) {
+  return selector == JXSEL_ANY || selector == JXSEL_USER || selector == JXSEL_SYSTEM;
+}
+inline bool isSystemSelector(JXLONG selector) {
+  return selector >= JXSYS_FIRST && selector <= JXSYS_LAST;
+}
+inline zaiPROPERTY *itemAt(const zaiBAG *bag, JXLONG position) {
+  return static_cast<zaiPROPERTY *>(zaiVectorAt(bag->Items, position));
+}
+inline zaiPROPERTY newItem(JXLONG selector, JXLONG type) {
+  zaiPROPERTY item = {};
+  memcpy(item.StrucId, ZAI_PROPERTY_EYE, sizeof item.StrucId);
+  item.Selector = selector;
+  item.Type = type;
+  return item;
+}
+// Appends an item and records it in the index; 2071 when storage runs out,
+// with the bag unchanged.
+bool appendItem(zaiBAG *bag, const zaiPROPERTY &item, PJXLONG cc, PJXLONG rc);
+// Whether a nested bag's handle names a system bag (an unusable one is not).
+bool isNestedSystemBag(JXHBAG handle);
 }  // namespace jxai

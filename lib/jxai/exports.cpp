@@ -8,6 +8,52 @@
   }
 
 extern "C" {
+JXAI_FORWARD(CreateBag, (JXLONG Options, PJXHBAG Bag, PJXLONG CompCode, PJXLONG Reason),
+             (Options, Bag, CompCode, Reason))
+JXAI_FORWARD(DeleteBag, (PJXHBAG Bag, PJXLONG CompCode, PJXLONG Reason), (Bag, CompCode, Reason))
+JXAI_FORWARD(AddInteger,
+             (JXHBAG Bag, JXLONG Selector, JXLONG ItemValue, PJXLONG CompCode, PJXLONG Reason),
+             (Bag, Selector, ItemValue, CompCode, Reason))
+JXAI_FORWARD(SetInteger,
+             (JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, JXLONG ItemValue, PJXLONG CompCode,
+              PJXLONG Reason),
+             (Bag, Selector, ItemIndex, ItemValue, CompCode, Reason))
+JXAI_FORWARD(InquireInteger,
+             (JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, PJXLONG ItemValue, PJXLONG CompCode,
+              PJXLONG Reason),
+             (Bag, Selector, ItemIndex, ItemValue, CompCode, Reason))
+JXAI_FORWARD(AddString,
+             (JXHBAG Bag, JXLONG Selector, JXLONG BufferLength, const JXCHAR *Buffer,
+              PJXLONG CompCode, PJXLONG Reason),
+             (Bag, Selector, BufferLength, Buffer, CompCode, Reason))
+JXAI_FORWARD(SetString,
+             (JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, JXLONG BufferLength,
+              const JXCHAR *Buffer, PJXLONG CompCode, PJXLONG Reason),
+             (Bag, Selector, ItemIndex, BufferLength, Buffer, CompCode, Reason))
+JXAI_FORWARD(InquireString,
+             (JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, JXLONG BufferLength, PJXCHAR Buffer,
+              PJXLONG StringLength, PJXLONG CodedCharSetId, PJXLONG CompCode, PJXLONG Reason),
+             (Bag, Selector, ItemIndex, BufferLength, Buffer, StringLength, CodedCharSetId,
+              CompCode, Reason))
+JXAI_FORWARD(InquireBag,
+             (JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, PJXHBAG ItemValue, PJXLONG CompCode,
+              PJXLONG Reason),
+             (Bag, Selector, ItemIndex, ItemValue, CompCode, Reason))
+JXAI_FORWARD(AddInquiry, (JXHBAG Bag, JXLONG Selector, PJXLONG CompCode, PJXLONG Reason),
+             (Bag, Selector, CompCode, Reason))
+JXAI_FORWARD(InquireItemInfo,
+             (JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, PJXLONG OutSelector, PJXLONG ItemType,
+              PJXLONG CompCode, PJXLONG Reason),
+             (Bag, Selector, ItemIndex, OutSelector, ItemType, CompCode, Reason))
+JXAI_FORWARD(CountItems,
+             (JXHBAG Bag, JXLONG Selector, PJXLONG ItemCount, PJXLONG CompCode, PJXLONG Reason),
+             (Bag, Selector, ItemCount, CompCode, Reason))
+JXAI_FORWARD(DeleteItem,
+             (JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, PJXLONG CompCode, PJXLONG Reason),
+             (Bag, Selector, ItemIndex, CompCode, Reason))
+JXAI_FORWARD(ClearBag, (JXHBAG Bag, PJXLONG CompCode, PJXLONG Reason), (Bag, CompCode, Reason))
+JXAI_FORWARD(TruncateBag, (JXHBAG Bag, JXLONG ItemCount, PJXLONG CompCode, PJXLONG Reason),
+             (Bag, ItemCount, CompCode, Reason))
 JXAI_FORWARD(Pad,
              (const JXCHAR *String, JXLONG BufferLength, PJXCHAR Buffer, PJXLONG CompCode,
               PJXLONG Reason),

@@ -19,7 +19,7 @@ int32_t roundUp4(int32_t n) {
 
 void recordFault(uint16_t function, uint32_t error, const char *label, const void *address,
                  uint32_t length, uint32_t insert1) {
-  xcsDUMPLIST dumps;
+  xcsDUMPLIST dumps = {};
   xcsBuildDumpPtr(&dumps, 1, label, address, length);
   xcsINSERTS inserts = {};
   memcpy(inserts.StrucId, XCS_INSERTS_EYE, sizeof inserts.StrucId);

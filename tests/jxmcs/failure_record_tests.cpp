@@ -59,12 +59,9 @@ bool hasShape(const std::string &text, const std::string &shape) {
 
 TEST(FailureRecord, FileHoldsEveryField) {
   registerAdminNames();
-  const size_t page = (size_t)sysconf(_SC_PAGESIZE);
-  char *area = static_cast<char *>(
-      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(area, MAP_FAILED);
-  munmap(area + page, page);
-  char *edge = area + page - 16;  // 16 readable bytes, then an unmapped page
+  EdgePage area;
+  ASSERT_NE(area.page, nullptr);
+  char *edge = area.gone() - 16;  // 16 readable bytes, then an unmapped page
   memcpy(edge, "EDGE-of-the-page", 16);
   const char vec[20] = {'Z', 'V',  'E', 'C', 0, 0, 0, 28, 'a', 'b',
                         'c', '\n', 1,   2,   3, 4, 5, 6,  7,   8};
@@ -79,13 +76,12 @@ TEST(FailureRecord, FileHoldsEveryField) {
     xcsINSERTS ins = {{'X', 'M', 'S', 'A'}, 5, 0xFFFFFFFFu, 1, 2, 0xDEADBEEFu};
     xcsDUMPLIST dumps = {};
     xcsBuildDumpPtr(&dumps, 1, "Invalid zaiVECTOR", vec, sizeof vec);
-    xcsBuildDumpPtr(&dumps, 2, "Gone", area + page, 32);
+    xcsBuildDumpPtr(&dumps, 2, "Gone", area.gone(), 32);
     xcsBuildDumpPtr(&dumps, 3, "Edge", edge, 40);
     xcsBuildDumpPtr(&dumps, 4, "Empty", vec, 0);
     ASSERT_EQ(xcsRecordFailure(25, 117, 4, 0x20805452u, &ins, &dumps, 0, 0), 0);
     record = xcsLastFailureRecord();
   }).join();
-  munmap(area, page);
 
   std::string dir = errorsDir();
   std::string prefix = dir + "/jxmcs_tests." + std::to_string(getpid()) + ".";
@@ -156,18 +152,16 @@ TEST(FailureRecord, NoInsertsNoDumpsNoAnchor) {
 }
 
 TEST(FailureRecord, UnreadableArgumentsAreReported) {
-  const size_t page = (size_t)sysconf(_SC_PAGESIZE);
-  void *gone = mmap(nullptr, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  munmap(gone, page);
-  ASSERT_EQ(xcsRecordFailure(25, 117, 0, 1, static_cast<xcsINSERTS *>(gone),
-                             static_cast<xcsDUMPLIST *>(gone), 0, 0),
+  char *gone = unmappedPages(1);
+  ASSERT_EQ(xcsRecordFailure(25, 117, 0, 1, reinterpret_cast<xcsINSERTS *>(gone),
+                             reinterpret_cast<xcsDUMPLIST *>(gone), 0, 0),
             0);
   std::string text = readFile(xcsLastFailureRecord());
   EXPECT_NE(text.find("\nInserts: not readable\n"), std::string::npos);
   EXPECT_NE(text.find("\nDumps: not readable\nEnd\n"), std::string::npos);
 
   xcsDUMPLIST dumps = {};
-  xcsBuildDumpPtr(&dumps, 1, static_cast<const char *>(gone), "abc", 3);
+  xcsBuildDumpPtr(&dumps, 1, gone, "abc", 3);
   ASSERT_EQ(xcsRecordFailure(25, 117, 0, 1, nullptr, &dumps, 0, 0), 0);
   EXPECT_NE(readFile(xcsLastFailureRecord()).find("\nDump 1: (label not readable)\n"),
             std::string::npos);

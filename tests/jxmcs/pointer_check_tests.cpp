@@ -10,28 +10,30 @@
 #include <thread>
 #include <vector>
 
+#include "test_util.hpp"
+
 namespace {
 
 constexpr int32_t kModes[] = {XCS_CHECK_READ, XCS_CHECK_WRITE, XCS_CHECK_UPDATE};
 const size_t kPage = (size_t)sysconf(_SC_PAGESIZE);
 
-// Pages for the tests: [0] read-write, [1] read-only, [2] no access,
-// [3] unmapped (its address was mapped once).
+// Pages for the tests: read-write, read-only, no access, in this order;
+// and an unmapped page.
 struct Pages {
   char *base;
+  char *unmapped = jxtest::unmappedPages(1);
   Pages() {
     base = static_cast<char *>(
-        mmap(nullptr, 4 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        mmap(nullptr, 3 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     memset(base, 'r', 2 * kPage);
     mprotect(base + kPage, kPage, PROT_READ);
     mprotect(base + 2 * kPage, kPage, PROT_NONE);
-    munmap(base + 3 * kPage, kPage);
   }
   ~Pages() { munmap(base, 3 * kPage); }
   char *rw() const { return base; }
   char *ro() const { return base + kPage; }
   char *none() const { return base + 2 * kPage; }
-  char *gone() const { return base + 3 * kPage; }
+  char *gone() const { return unmapped; }
 };
 
 }  // namespace
@@ -92,6 +94,14 @@ TEST(PointerCheck, AreaSpanningUsableAndUnusablePages) {
   }
   EXPECT_EQ(xcsCheckPointer(pg.rw(), 2 * kPage, XCS_CHECK_READ), 0);
   EXPECT_NE(xcsCheckPointer(pg.rw(), 2 * kPage, XCS_CHECK_WRITE), 0);
+
+  jxtest::EdgePage edge;
+  ASSERT_NE(edge.page, nullptr);
+  for (int32_t mode : kModes) {
+    EXPECT_EQ(xcsCheckPointer(edge.page, kPage, mode), 0);
+    EXPECT_NE(xcsCheckPointer(edge.page + kPage - 1, 2, mode), 0) << "mapped then unmapped";
+    EXPECT_NE(xcsCheckPointer(edge.page, kPage + 1, mode), 0);
+  }
 }
 
 TEST(PointerCheck, StackHeapAndSlabAreUsableAndUnchanged) {

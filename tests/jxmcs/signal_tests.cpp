@@ -50,9 +50,7 @@ TEST(SignalActions, SaveRefreshesTraceActive) {
 
 // Faults the pointer check causes on purpose never become records.
 TEST(SignalActions, ProbeFaultsAreNotRecorded) {
-  const size_t page = (size_t)sysconf(_SC_PAGESIZE);
-  void *gone = mmap(nullptr, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  munmap(gone, page);
+  char *gone = unmappedPages(1);
   size_t before = listDir(errorsDir()).size();
   int32_t saved = 0;
   xehSaveSigActionsF(&saved);

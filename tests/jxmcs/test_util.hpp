@@ -3,9 +3,11 @@
 #pragma once
 
 #include <dirent.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <jx/jxcs.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -39,6 +41,41 @@ inline std::vector<std::string> listDir(const std::string &dir) {
   }
   return names;
 }
+
+inline size_t pageSize() {
+  return (size_t)sysconf(_SC_PAGESIZE);
+}
+
+// The start of `pages` unmapped pages that stay unmapped while the test
+// runs: a hole left by munmap may be filled by the next small mapping of any
+// thread, but the kernel places mappings top-down and never reaches these
+// low addresses.
+inline char *unmappedPages(size_t pages) {
+  const size_t page = pageSize();
+  unsigned char vec;
+  for (uintptr_t a = 0x100000; a < 0x10000000; a += page) {
+    bool free = true;
+    for (size_t i = 0; i < pages && free; i++)
+      free = mincore(reinterpret_cast<void *>(a + i * page), page, &vec) != 0 && errno == ENOMEM;
+    if (free) return reinterpret_cast<char *>(a);
+  }
+  return nullptr;
+}
+
+// A readable and writable page followed by an unmapped one.
+struct EdgePage {
+  char *page = nullptr;
+  EdgePage() {
+    char *at = unmappedPages(2);
+    void *p = mmap(at, pageSize(), PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+    if (p == at) page = at;
+  }
+  ~EdgePage() {
+    if (page) munmap(page, pageSize());
+  }
+  char *gone() const { return page + pageSize(); }
+};
 
 inline std::string errorsDir() {
   return std::string(xcsDataRoot()) + "/errors";

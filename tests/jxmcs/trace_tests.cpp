@@ -115,9 +115,7 @@ TEST_F(Trace, ParameterLinesUseTheOrigin) {
 }
 
 TEST_F(Trace, DataDumps) {
-  const size_t page = (size_t)sysconf(_SC_PAGESIZE);
-  void *gone = mmap(nullptr, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  munmap(gone, page);
+  char *gone = unmappedPages(1);
   TraceWindow w;
   int32_t options = 1;
   xtr_data_api(25, 93, &options, 4);

@@ -1,0 +1,282 @@
+#include "bag_index.hpp"
+
+#include <jx/jxcs.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "call_frame.hpp"
+
+namespace jxai {
+namespace {
+
+constexpr int32_t kFirstLinkCapacity = ZAI_INITIAL_ITEMS;
+constexpr uint32_t kFirstTableSize = 32;
+constexpr int32_t kFirstSystemCapacity = 16;
+constexpr uint32_t kHashMultiplier = 0x9E3779B9u;  // Fibonacci hashing
+
+uint32_t home(const BagIndex &ix, int32_t selector) {
+  const uint32_t u = static_cast<uint32_t>(selector);
+  return (u ^ ((u >> ix.tableBits) * kHashMultiplier)) & ix.tableMask;
+}
+
+template <typename T>
+T *obtain(size_t count) {
+  void *p = nullptr;
+  if (xcsGetMem(kComponent, kFn_zaiAddInteger, count * sizeof(T), &p) != XCS_OK) return nullptr;
+  return static_cast<T *>(p);
+}
+
+// The slot holding the selector's entry, or the free slot ending its probe
+// run.
+uint32_t probe(const BagIndex &ix, int32_t selector) {
+  if (ix.memoValid && ix.memoSelector == selector) return ix.memoSlot;
+  uint32_t i = home(ix, selector);
+  while (ix.table[i].count != 0 && ix.table[i].selector != selector) i = (i + 1) & ix.tableMask;
+  ix.memoSelector = selector;
+  ix.memoSlot = i;
+  ix.memoValid = 1;
+  return i;
+}
+
+SelectorEntry *lookup(const BagIndex &ix, int32_t selector) {
+  if (!ix.table) return nullptr;
+  SelectorEntry &e = ix.table[probe(ix, selector)];
+  return e.count != 0 ? &e : nullptr;
+}
+
+// Takes the free slot of an absent selector; the caller sets the count.
+SelectorEntry *insertNew(BagIndex &ix, int32_t selector) {
+  SelectorEntry &e = ix.table[probe(ix, selector)];
+  ix.tableUsed++;
+  e.selector = selector;
+  // Other selectors' free slots may be taken now; this one's entry stays.
+  ix.memoSelector = selector;
+  return &e;
+}
+
+// Backward-shift deletion keeps every entry reachable from its home slot
+// without tombstones.
+void erase(BagIndex &ix, SelectorEntry *entry) {
+  const uint32_t mask = ix.tableMask;
+  uint32_t hole = static_cast<uint32_t>(entry - ix.table);
+  for (uint32_t j = (hole + 1) & mask; ix.table[j].count != 0; j = (j + 1) & mask) {
+    const uint32_t h = home(ix, ix.table[j].selector);
+    if (((j - h) & mask) >= ((j - hole) & mask)) {
+      ix.table[hole] = ix.table[j];
+      hole = j;
+    }
+  }
+  ix.table[hole].count = 0;
+  ix.tableUsed--;
+  ix.memoValid = 0;
+}
+
+bool growTable(BagIndex &ix) {
+  const uint32_t size = ix.table ? (ix.tableMask + 1) * 2 : kFirstTableSize;
+  SelectorEntry *table = obtain<SelectorEntry>(size);
+  if (!table) return false;
+  for (uint32_t i = 0; i < size; ++i) table[i].count = 0;
+  BagIndex grown = ix;
+  grown.table = table;
+  grown.tableMask = size - 1;
+  grown.tableBits = static_cast<uint32_t>(__builtin_ctz(size));
+  grown.tableUsed = 0;
+  grown.memoValid = 0;
+  if (ix.table) {
+    for (uint32_t i = 0; i <= ix.tableMask; ++i) {
+      if (ix.table[i].count != 0) *insertNew(grown, ix.table[i].selector) = ix.table[i];
+    }
+    xcsFreeMem(kComponent, ix.table);
+  }
+  grown.memoValid = 0;
+  ix = grown;
+  return true;
+}
+
+template <typename T>
+bool growArray(T *&array, int32_t &capacity, int32_t used, int32_t first) {
+  const int64_t wanted = capacity ? int64_t{capacity} * 2 : first;
+  if (wanted > INT32_MAX) return false;
+  T *grown = obtain<T>(static_cast<size_t>(wanted));
+  if (!grown) return false;
+  if (used > 0) memcpy(grown, array, static_cast<size_t>(used) * sizeof(T));
+  if (array) xcsFreeMem(kComponent, array);
+  array = grown;
+  capacity = static_cast<int32_t>(wanted);
+  return true;
+}
+
+int32_t systemFrom(const BagIndex &ix, int32_t start) {
+  return static_cast<int32_t>(std::lower_bound(ix.system, ix.system + ix.systemCount, start) -
+                              ix.system);
+}
+
+int32_t last(const BagIndex &ix, const SelectorEntry &e) {
+  return e.first + ix.links[e.first].prev;
+}
+
+// Walks `steps` occurrences forward (or backward) from position p.
+int32_t walk(const BagIndex &ix, int32_t p, int32_t steps, bool forward) {
+  while (steps-- > 0) p += forward ? ix.links[p].next : ix.links[p].prev;
+  return p;
+}
+
+// Earliest occurrence at or after start (from the last one backwards), and
+// how many occurrences lie there.
+IndexMatch fromStart(const BagIndex &ix, const SelectorEntry &e, int32_t start) {
+  IndexMatch m{-1, 0};
+  int32_t p = last(ix, e);
+  while (m.candidates < e.count && p >= start) {
+    m.position = p;
+    m.candidates++;
+    p += ix.links[p].prev;
+  }
+  return m;
+}
+
+}  // namespace
+
+bool indexReserve(BagIndex &ix, int32_t itemCount, int32_t selector) {
+  if (itemCount >= ix.linkCapacity &&
+      !growArray(ix.links, ix.linkCapacity, itemCount, kFirstLinkCapacity)) {
+    return false;
+  }
+  if (!lookup(ix, selector) &&
+      (!ix.table || (int64_t{ix.tableUsed} + 1) * 4 > (int64_t{ix.tableMask} + 1) * 3)) {
+    if (!growTable(ix)) return false;
+  }
+  if (selector < 0 && ix.systemCount == ix.systemCapacity &&
+      !growArray(ix.system, ix.systemCapacity, ix.systemCount, kFirstSystemCapacity)) {
+    return false;
+  }
+  return true;
+}
+
+void indexAppend(BagIndex &ix, int32_t selector, int32_t position) {
+  SelectorEntry *e = lookup(ix, selector);
+  if (!e) {
+    e = insertNew(ix, selector);
+    e->count = 1;
+    e->first = position;
+    ix.links[position] = {0, 0};
+  } else {
+    const int32_t f = e->first;
+    const int32_t l = last(ix, *e);
+    ix.links[l].next = position - l;
+    ix.links[position] = {l - position, f - position};
+    ix.links[f].prev = position - f;
+    e->count++;
+  }
+  if (selector < 0) ix.system[ix.systemCount++] = position;
+}
+
+void indexRemove(BagIndex &ix, const zaiVECTOR *items, int32_t selector, int32_t k) {
+  const int32_t oldCount = items->Count + 1;
+  SelectorEntry *e = lookup(ix, selector);
+  if (e->count == 1) {
+    erase(ix, e);
+  } else {
+    const int32_t p = k + ix.links[k].prev;
+    const int32_t n = k + ix.links[k].next;
+    ix.links[p].next = n - p;
+    ix.links[n].prev = p - n;
+    if (e->first == k) e->first = n;
+    e->count--;
+  }
+  // Items after k move down one place: only links that cross k change, and
+  // first positions after k.
+  for (int32_t p = k + 1; p < oldCount; ++p) {
+    ItemLink &l = ix.links[p];
+    if (l.prev >= 0) {
+      // The first occurrence is the one whose ring predecessor (the last) is
+      // not before it.
+      const auto *item = static_cast<const zaiPROPERTY *>(zaiVectorAt(items, p - 1));
+      lookup(ix, item->Selector)->first--;
+    } else if (p + l.prev < k) {
+      ix.links[p + l.prev].next--;
+      l.prev++;
+    }
+    if (p + l.next < k) {
+      ix.links[p + l.next].prev--;
+      l.next++;
+    }
+  }
+  memmove(ix.links + k, ix.links + k + 1, static_cast<size_t>(oldCount - k - 1) * sizeof(ItemLink));
+
+  int32_t i = systemFrom(ix, k);
+  if (selector < 0) {
+    memmove(ix.system + i, ix.system + i + 1,
+            static_cast<size_t>(ix.systemCount - i - 1) * sizeof(int32_t));
+    ix.systemCount--;
+  }
+  for (; i < ix.systemCount; ++i) ix.system[i]--;
+}
+
+void indexRelease(BagIndex &ix) {
+  if (ix.links) xcsFreeMem(kComponent, ix.links);
+  if (ix.table) xcsFreeMem(kComponent, ix.table);
+  if (ix.system) xcsFreeMem(kComponent, ix.system);
+  ix = BagIndex{};
+}
+
+IndexMatch indexFind(const BagIndex &ix, int32_t itemCount, int32_t start, int32_t selector,
+                     int32_t index) {
+  start = std::max(start, 0);
+  const int32_t remaining = std::max(itemCount - start, 0);
+  switch (selector) {
+    case JXSEL_ANY:
+      if (index < remaining) return {start + index, remaining};
+      return {-1, remaining};
+    case JXSEL_SYSTEM: {
+      const int32_t i0 = systemFrom(ix, start);
+      const int32_t available = ix.systemCount - i0;
+      if (index < available) return {ix.system[i0 + index], available};
+      return {-1, available};
+    }
+    case JXSEL_USER: {
+      const int32_t i0 = systemFrom(ix, start);
+      const int32_t available = remaining - (ix.systemCount - i0);
+      if (index >= available) return {-1, available};
+      // Every system item at or before the candidate pushes it one further.
+      int32_t p = start + index;
+      for (int32_t i = i0; i < ix.systemCount && ix.system[i] <= p; ++i) ++p;
+      return {p, available};
+    }
+    default:
+      break;
+  }
+  const SelectorEntry *e = lookup(ix, selector);
+  if (!e) return {-1, 0};
+  if (start == 0) {
+    if (index >= e->count) return {-1, e->count};
+    // From whichever end is nearer.
+    const int32_t p = index <= e->count / 2 ? walk(ix, e->first, index, true)
+                                            : walk(ix, last(ix, *e), e->count - 1 - index, false);
+    return {p, e->count};
+  }
+  IndexMatch m = fromStart(ix, *e, start);
+  if (index >= m.candidates) return {-1, m.candidates};
+  m.position = walk(ix, m.position, index, true);
+  return m;
+}
+
+int32_t indexCount(const BagIndex &ix, int32_t itemCount, int32_t start, int32_t selector) {
+  start = std::max(start, 0);
+  const int32_t remaining = std::max(itemCount - start, 0);
+  switch (selector) {
+    case JXSEL_ANY:
+      return remaining;
+    case JXSEL_SYSTEM:
+      return ix.systemCount - systemFrom(ix, start);
+    case JXSEL_USER:
+      return remaining - (ix.systemCount - systemFrom(ix, start));
+    default:
+      break;
+  }
+  const SelectorEntry *e = lookup(ix, selector);
+  if (!e) return 0;
+  return start == 0 ? e->count : fromStart(ix, *e, start).candidates;
+}
+
+}  // namespace jxai

@@ -1,0 +1,101 @@
+// Nested bags (appended only by the library, read by callers) and inquiry
+// items (integers under the inquiry selector naming an attribute).
+#include <jx/jxcs.h>
+
+#include "bag.hpp"
+#include "call_frame.hpp"
+
+using jxai::ApiFrame;
+using jxai::ApiTrace;
+using jxai::Frame;
+using jxai::setFailure;
+
+extern "C" {
+
+void zaiAddBag(zaiBAG *bag, JXLONG selector, JXHBAG nested, PJXLONG cc, PJXLONG rc) {
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  Frame frame(kFn_zaiAddBag, rc);
+  frame.parms("pBag:%p, selector:%d, hNestedBag:%d", static_cast<void *>(bag), selector, nested);
+  JXLONG position;
+  const zaiPROPERTY *first = zaiFindSelector(bag, 0, selector, 0, &position, cc, rc);
+  if (*cc == JXCC_OK && first->Type != JXITEM_BAG) {
+    return setFailure(cc, rc, JXRC_INCONSISTENT_TYPE);
+  }
+  if (*cc != JXCC_OK) {
+    if (*rc != JXRC_SELECTOR_NOT_PRESENT) return;
+    *cc = JXCC_OK;
+    *rc = JXRC_NONE;
+  }
+  zaiPROPERTY item = jxai::newItem(selector, JXITEM_BAG);
+  item.Value.Bag = nested;
+  jxai::appendItem(bag, item, cc, rc);
+}
+
+void zaiInquireBag(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, PJXHBAG nested, PJXLONG cc,
+                   PJXLONG rc) {
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  Frame frame(kFn_zaiInquireBag, rc);
+  frame.parms("pBag:%p, selector:%d, itemIndex:%d", static_cast<void *>(bag), selector, itemIndex);
+  JXLONG position;
+  const zaiPROPERTY *item = zaiFindSelector(bag, 0, selector, itemIndex, &position, cc, rc);
+  if (*cc != JXCC_OK) return;
+  if (item->Type != JXITEM_BAG) return setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  *nested = item->Value.Bag;
+}
+
+void zaiJXInquireBag(JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, PJXHBAG ItemValue,
+                     PJXLONG CompCode, PJXLONG Reason) {
+  ApiFrame f(kFn_zaiJXInquireBag, CompCode, Reason);
+  f.traceEntry([&](const ApiTrace &t) {
+    t.value("Bag", &Bag);
+    t.value("Selector", &Selector);
+    t.value("ItemIndex", &ItemIndex);
+    t.output("ItemValue");
+  });
+  [&] {
+    zaiBAG *bag = jxai::resolveBag(Bag);
+    if (!bag) return f.fail(JXRC_BAD_HANDLE);
+    if (xcsCheckPointer(ItemValue, sizeof *ItemValue, XCS_CHECK_WRITE) != 0) {
+      return f.fail(JXRC_BAD_ITEM_VALUE_OUT);
+    }
+    if (!jxai::isWildcard(Selector)) {
+      zaiCheckSelector(bag, Selector, JXITEM_BAG, CompCode, Reason);
+      if (f.failed()) return;
+    }
+    zaiInquireBag(bag, Selector, ItemIndex, ItemValue, CompCode, Reason);
+  }();
+  f.traceExit([&](const ApiTrace &t) {
+    t.input("Bag");
+    t.input("Selector");
+    t.input("ItemIndex");
+    t.valueOrNull("ItemValue", ItemValue);
+  });
+}
+
+void zaiJXAddInquiry(JXHBAG Bag, JXLONG Selector, PJXLONG CompCode, PJXLONG Reason) {
+  ApiFrame f(kFn_zaiJXAddInquiry, CompCode, Reason);
+  f.traceEntry([&](const ApiTrace &t) {
+    t.value("Bag", &Bag);
+    t.value("Selector", &Selector);
+  });
+  [&] {
+    zaiBAG *bag = jxai::resolveBag(Bag);
+    if (!bag) return f.fail(JXRC_BAD_HANDLE);
+    if (bag->SystemBag) return f.fail(JXRC_SYSTEM_BAG_READ_ONLY);
+    if (!bag->AdminBag) return f.fail(JXRC_NOT_ADMIN_BAG);
+    if (Selector < 0) return f.fail(JXRC_SELECTOR_OUT_OF_RANGE);
+    // Integer and string attributes may be inquired, bag selectors not.
+    if (bag->CheckSelectors && (Selector < JXSEL_INT_FIRST || Selector > JXSEL_STR_LAST)) {
+      return f.fail(JXRC_SELECTOR_OUT_OF_RANGE);
+    }
+    zaiAddInteger(bag, JXSEL_INQUIRE, Selector, CompCode, Reason);
+  }();
+  f.traceExit([&](const ApiTrace &t) {
+    t.input("Bag");
+    t.input("Selector");
+  });
+}
+
+}  // extern "C"

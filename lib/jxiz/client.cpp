@@ -1,0 +1,612 @@
+// Client side of the queue-manager protocol: the zstJX* stubs.
+//
+// A connection handle indexes a process-wide table; each connection owns one
+// socket and a mutex, so calls on one connection from several threads run
+// one after the other. Any transport or protocol failure marks the
+// connection broken: later calls on it report JXRC_CONNECTION_BROKEN.
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "jxiz.h"
+#include "qm_paths.hpp"
+#include "qm_protocol.hpp"
+
+namespace {
+
+using jxqp::Op;
+using jxqp::Reader;
+using jxqp::Writer;
+
+constexpr int32_t kHconnBase = 0x10000;
+constexpr size_t kMaxConnections = 4096;
+
+struct Connection {
+  std::mutex mu;
+  int fd = -1;
+  bool broken = false;
+  char qmgr[48] = {};  // the name the queue manager answered with
+  ~Connection() {
+    if (fd >= 0) close(fd);
+  }
+};
+
+std::mutex g_tableMu;
+std::vector<std::shared_ptr<Connection>> g_table;
+
+std::shared_ptr<Connection> lookup(int32_t hconn) {
+  std::lock_guard<std::mutex> lock(g_tableMu);
+  int64_t i = static_cast<int64_t>(hconn) - kHconnBase;
+  if (i < 0 || i >= static_cast<int64_t>(g_table.size())) return nullptr;
+  return g_table[static_cast<size_t>(i)];
+}
+
+int32_t enter(std::shared_ptr<Connection> c) {
+  std::lock_guard<std::mutex> lock(g_tableMu);
+  for (size_t i = 0; i < g_table.size(); ++i)
+    if (!g_table[i]) {
+      g_table[i] = std::move(c);
+      return kHconnBase + static_cast<int32_t>(i);
+    }
+  if (g_table.size() >= kMaxConnections) return 0;
+  g_table.push_back(std::move(c));
+  return kHconnBase + static_cast<int32_t>(g_table.size() - 1);
+}
+
+void remove(int32_t hconn) {
+  std::lock_guard<std::mutex> lock(g_tableMu);
+  size_t i = static_cast<size_t>(hconn - kHconnBase);
+  if (i < g_table.size()) g_table[i].reset();
+}
+
+bool set(int32_t *cc, int32_t *rc, int32_t c, int32_t r) {
+  *cc = c;
+  *rc = r;
+  return c == JXCC_OK;
+}
+
+bool fail(int32_t *cc, int32_t *rc, int32_t r) {
+  return set(cc, rc, JXCC_FAILED, r);
+}
+
+bool hasEye(const void *p, const char *eye) {
+  return std::memcmp(p, eye, 4) == 0;
+}
+
+bool sendAll(int fd, const uint8_t *p, size_t n) {
+  while (n) {
+    ssize_t w = send(fd, p, n, MSG_NOSIGNAL);
+    if (w < 0 && errno == EINTR) continue;
+    if (w <= 0) return false;
+    p += w;
+    n -= static_cast<size_t>(w);
+  }
+  return true;
+}
+
+bool recvAll(int fd, uint8_t *p, size_t n) {
+  while (n) {
+    ssize_t r = recv(fd, p, n, 0);
+    if (r < 0 && errno == EINTR) continue;
+    if (r <= 0) return false;
+    p += r;
+    n -= static_cast<size_t>(r);
+  }
+  return true;
+}
+
+// Sends one request and reads its reply payload. Returns a reason: 0, or
+// JXRC_CONNECTION_BROKEN / JXRC_UNEXPECTED_ERROR after marking the connection broken.
+int32_t roundTrip(Connection &c, Op op, Writer &w, std::vector<uint8_t> &reply) {
+  if (c.broken) return JXRC_CONNECTION_BROKEN;
+  jxqp::Bytes f = jxqp::frame(static_cast<uint8_t>(op), w);
+  uint8_t hdr[jxqp::kHeaderSize];
+  if (!sendAll(c.fd, f.data(), f.size()) || !recvAll(c.fd, hdr, sizeof hdr)) {
+    c.broken = true;
+    return JXRC_CONNECTION_BROKEN;
+  }
+  jxqp::FrameHeader h;
+  if (jxqp::decodeHeader(hdr, h) != jxqp::HeaderStatus::Ok ||
+      h.op != (static_cast<uint8_t>(op) | jxqp::kReplyBit)) {
+    c.broken = true;
+    return JXRC_UNEXPECTED_ERROR;
+  }
+  reply.resize(h.length);
+  if (!recvAll(c.fd, reply.data(), reply.size())) {
+    c.broken = true;
+    return JXRC_CONNECTION_BROKEN;
+  }
+  return JXRC_NONE;
+}
+
+int32_t protocolError(Connection &c) {
+  c.broken = true;
+  return JXRC_UNEXPECTED_ERROR;
+}
+
+// Reads the completion code and reason that begin every reply.
+bool readCodes(Reader &r, int32_t &cc, int32_t &rc) {
+  cc = r.i32();
+  rc = r.i32();
+  return r.ok() && cc >= JXCC_OK && cc <= JXCC_FAILED;
+}
+
+int connectLocal(const std::string &name, int32_t &reason) {
+  std::string dir = jxqp::qmgrDir(name);
+  std::string path = dir + "/" + jxqp::kSocketFile;
+  int dirFd = -1;
+  sockaddr_un sun{};
+  if (path.size() >= sizeof sun.sun_path) {
+    // Long data roots: reach the socket through the folder's descriptor.
+    dirFd = open(dir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd < 0) {
+      reason = errno == EACCES ? JXRC_NOT_AUTHORIZED : JXRC_Q_MGR_NOT_AVAILABLE;
+      return -1;
+    }
+    path = "/proc/self/fd/" + std::to_string(dirFd) + "/" + jxqp::kSocketFile;
+  }
+  sun.sun_family = AF_UNIX;
+  std::memcpy(sun.sun_path, path.c_str(), path.size() + 1);
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int rc = fd < 0 ? -1 : connect(fd, reinterpret_cast<sockaddr *>(&sun), sizeof sun);
+  int err = errno;
+  if (dirFd >= 0) close(dirFd);
+  if (rc != 0) {
+    if (fd >= 0) close(fd);
+    reason = err == EACCES || err == EPERM ? JXRC_NOT_AUTHORIZED : JXRC_Q_MGR_NOT_AVAILABLE;
+    return -1;
+  }
+  return fd;
+}
+
+// "host:port", "[v6]:port" or "host(port)".
+bool splitHostPort(std::string s, std::string &host, std::string &port) {
+  while (!s.empty() && s.back() == ' ') s.pop_back();
+  auto open = s.find('(');
+  if (open != std::string::npos && s.back() == ')') {
+    host = s.substr(0, open);
+    port = s.substr(open + 1, s.size() - open - 2);
+  } else {
+    auto colon = s.rfind(':');
+    if (colon == std::string::npos) return false;
+    host = s.substr(0, colon);
+    port = s.substr(colon + 1);
+  }
+  if (host.size() > 2 && host.front() == '[' && host.back() == ']')
+    host = host.substr(1, host.size() - 2);
+  return !host.empty() && !port.empty();
+}
+
+int connectTcp(const std::string &where, int32_t &reason) {
+  std::string host, port;
+  reason = JXRC_HOST_NOT_AVAILABLE;
+  if (!splitHostPort(where, host, port)) return -1;
+  addrinfo hints{}, *res = nullptr;
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  if (getaddrinfo(host.c_str(), port.c_str(), &hints, &res) != 0) return -1;
+  int fd = -1;
+  for (addrinfo *ai = res; ai && fd < 0; ai = ai->ai_next) {
+    fd = socket(ai->ai_family, ai->ai_socktype | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && connect(fd, ai->ai_addr, ai->ai_addrlen) != 0) {
+      close(fd);
+      fd = -1;
+    }
+  }
+  freeaddrinfo(res);
+  if (fd >= 0) {
+    int one = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+  }
+  return fd;
+}
+
+void doConnect(const char *qmgrName, const JXCNO *cno, int32_t *hconn, int32_t *cc, int32_t *rc) {
+  if (!hconn) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
+  char name48[48] = {};
+  if (qmgrName) std::memcpy(name48, qmgrName, strnlen(qmgrName, 48));
+  std::string name = jxqp::fieldString(name48, 48);
+  jxqp::setField(name48, 48, name);
+
+  std::string where, user, password;
+  if (cno) {
+    where = jxqp::fieldString(cno->ConnectionName, sizeof cno->ConnectionName);
+    user = jxqp::fieldString(cno->UserId, sizeof cno->UserId);
+    password = jxqp::fieldString(cno->Password, sizeof cno->Password);
+  }
+  if (where.empty()) {
+    const char *env = std::getenv("JX_SERVER");
+    if (env && *env) where = env;
+  }
+  if (!where.empty()) {
+    if (user.empty() && std::getenv("JX_USER")) user = std::getenv("JX_USER");
+    if (password.empty() && std::getenv("JX_PASSWORD")) password = std::getenv("JX_PASSWORD");
+  } else if (!jxqp::validQMgrName(name)) {
+    return (void)fail(cc, rc, JXRC_Q_MGR_NAME_ERROR);
+  }
+
+  int32_t reason = JXRC_NONE;
+  int fd = where.empty() ? connectLocal(name, reason) : connectTcp(where, reason);
+  if (fd < 0) return (void)fail(cc, rc, reason);
+  auto c = std::make_shared<Connection>();
+  c->fd = fd;
+  Writer w;
+  jxqp::encodeHello(w, name48, where.empty() ? "" : user, where.empty() ? "" : password,
+                    static_cast<uint32_t>(getpid()));
+  std::vector<uint8_t> reply;
+  reason = roundTrip(*c, Op::Hello, w, reply);
+  // A queue manager that refuses the peer closes right after its answer; a
+  // reset before any answer means it is not there for us.
+  if (reason) return (void)fail(cc, rc, JXRC_Q_MGR_NOT_AVAILABLE);
+  Reader r(reply.data(), reply.size());
+  int32_t rcc, rrc;
+  bool ok = readCodes(r, rcc, rrc);
+  r.u32();
+  char served[48];
+  r.fixed(served, 48);
+  if (!ok || !r.done()) return (void)fail(cc, rc, JXRC_UNEXPECTED_ERROR);
+  if (rcc != JXCC_OK) return (void)set(cc, rc, rcc, rrc);
+  std::memcpy(c->qmgr, served, 48);
+  int32_t h = enter(std::move(c));
+  if (!h) return (void)fail(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
+  *hconn = h;
+  set(cc, rc, JXCC_OK, JXRC_NONE);
+}
+
+// Copies a caller's descriptor into a full one: version 1 descriptors are
+// 324 bytes long and must not be read beyond that.
+void loadMd(const void *p, JXMD &md) {
+  md = JXMD_DEFAULT;
+  const JXMD *in = static_cast<const JXMD *>(p);
+  std::memcpy(&md, p, in->Version >= JXMD_VERSION_2 ? JXMD_LENGTH_2 : JXMD_LENGTH_1);
+}
+
+void storeMd(void *p, const JXMD &md, int32_t callerVersion) {
+  JXMD out = md;
+  out.Version = callerVersion;
+  std::memcpy(p, &out, callerVersion >= JXMD_VERSION_2 ? JXMD_LENGTH_2 : JXMD_LENGTH_1);
+}
+
+bool mdUsable(const void *p) {
+  if (!p || !hasEye(p, "MD  ")) return false;
+  int32_t v = static_cast<const JXMD *>(p)->Version;
+  return v == JXMD_VERSION_1 || v == JXMD_VERSION_2;
+}
+
+bool odUsable(const JXOD *od) {
+  return od && hasEye(od->StrucId, "OD  ") && od->Version >= 1;
+}
+
+int32_t checkBuffer(int32_t length, const void *buffer) {
+  if (length < 0) return JXRC_BUFFER_LENGTH_ERROR;
+  if (length > 0 && !buffer) return JXRC_BUFFER_ERROR;
+  return JXRC_NONE;
+}
+
+// Shared tail of JXPUT and JXPUT1.
+void finishPut(Connection &c, Op op, Writer &w, void *msgDesc, JXPMO *pmo, int32_t *cc,
+               int32_t *rc) {
+  std::vector<uint8_t> reply;
+  if (int32_t e = roundTrip(c, op, w, reply)) return (void)fail(cc, rc, e);
+  Reader r(reply.data(), reply.size());
+  int32_t rcc, rrc;
+  bool ok = readCodes(r, rcc, rrc);
+  JXMD md;
+  r.md(md);
+  char resolved[48];
+  r.fixed(resolved, 48);
+  if (!ok || !r.done()) return (void)fail(cc, rc, protocolError(c));
+  if (rcc == JXCC_OK) {
+    storeMd(msgDesc, md, static_cast<JXMD *>(msgDesc)->Version);
+    std::memcpy(pmo->ResolvedQName, resolved, 48);
+    std::memcpy(pmo->ResolvedQMgrName, c.qmgr, 48);
+  }
+  set(cc, rc, rcc, rrc);
+}
+
+void inqOrSet(Op op, int32_t hconn, int32_t hobj, int32_t selectorCount, int32_t *selectors,
+              int32_t intAttrCount, int32_t *intAttrs, int32_t charAttrLength, char *charAttrs,
+              int32_t *cc, int32_t *rc) {
+  auto c = lookup(hconn);
+  if (!c) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
+  if (selectorCount < 0 || selectorCount > jxqp::kMaxSelectors)
+    return (void)fail(cc, rc, JXRC_SELECTOR_COUNT_ERROR);
+  if (selectorCount > 0 && !selectors) return (void)fail(cc, rc, JXRC_SELECTOR_ERROR);
+  if (intAttrCount < 0) return (void)fail(cc, rc, JXRC_INT_ATTR_COUNT_ERROR);
+  if (intAttrCount > 0 && !intAttrs) return (void)fail(cc, rc, JXRC_INT_ATTRS_ARRAY_ERROR);
+  if (charAttrLength < 0 || (charAttrLength > 0 && !charAttrs) ||
+      charAttrLength > jxqp::kMaxCharAttrLength)
+    return (void)fail(cc, rc, JXRC_CHAR_ATTR_LENGTH_ERROR);
+  std::lock_guard<std::mutex> lock(c->mu);
+  Writer w;
+  w.i32(hobj);
+  w.u32(static_cast<uint32_t>(selectorCount));
+  for (int32_t i = 0; i < selectorCount; ++i) w.i32(selectors[i]);
+  if (op == Op::Inq) {
+    w.i32(intAttrCount);
+    w.i32(charAttrLength);
+  } else {
+    int32_t n = intAttrCount < jxqp::kMaxSelectors ? intAttrCount : jxqp::kMaxSelectors;
+    w.u32(static_cast<uint32_t>(n));
+    for (int32_t i = 0; i < n; ++i) w.i32(intAttrs[i]);
+    w.blob(charAttrs, static_cast<size_t>(charAttrLength));
+  }
+  std::vector<uint8_t> reply;
+  if (int32_t e = roundTrip(*c, op, w, reply)) return (void)fail(cc, rc, e);
+  Reader r(reply.data(), reply.size());
+  int32_t rcc, rrc;
+  bool ok = readCodes(r, rcc, rrc);
+  if (op == Op::Set) {
+    if (!ok || !r.done()) return (void)fail(cc, rc, protocolError(*c));
+    return (void)set(cc, rc, rcc, rrc);
+  }
+  uint32_t n = r.u32();
+  if (!r.ok() || n > static_cast<uint32_t>(intAttrCount))
+    return (void)fail(cc, rc, protocolError(*c));
+  std::vector<int32_t> ints(n);
+  for (auto &v : ints) v = r.i32();
+  std::string_view chars = r.blob(static_cast<size_t>(charAttrLength));
+  if (!ok || !r.done()) return (void)fail(cc, rc, protocolError(*c));
+  if (rcc == JXCC_OK) {
+    if (n) std::memcpy(intAttrs, ints.data(), n * sizeof(int32_t));
+    if (!chars.empty()) std::memcpy(charAttrs, chars.data(), chars.size());
+  }
+  set(cc, rc, rcc, rrc);
+}
+
+// Calls without arguments beyond the connection.
+void simpleCall(Op op, int32_t hconn, int32_t options, int32_t *cc, int32_t *rc) {
+  auto c = lookup(hconn);
+  if (!c) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
+  std::lock_guard<std::mutex> lock(c->mu);
+  Writer w;
+  if (op == Op::Begin) w.i32(options);
+  std::vector<uint8_t> reply;
+  if (int32_t e = roundTrip(*c, op, w, reply)) return (void)fail(cc, rc, e);
+  Reader r(reply.data(), reply.size());
+  int32_t rcc, rrc;
+  if (!readCodes(r, rcc, rrc) || !r.done()) return (void)fail(cc, rc, protocolError(*c));
+  set(cc, rc, rcc, rrc);
+}
+
+}  // namespace
+
+extern "C" {
+
+JXQM_EXPORT void zstJXCONN(char *QMgrName, int32_t *Hconn, int32_t *CompCode, int32_t *Reason,
+                           int32_t Entry) {
+  // The plain and the zrt entries connect alike.
+  (void)Entry;
+  if (!CompCode || !Reason) return;
+  doConnect(QMgrName, nullptr, Hconn, CompCode, Reason);
+}
+
+JXQM_EXPORT void zstJXCONNX(char *QMgrName, JXCNO *ConnectOpts, int32_t *Hconn, int32_t *CompCode,
+                            int32_t *Reason, int32_t Entry) {
+  (void)Entry;
+  if (!CompCode || !Reason) return;
+  if (!ConnectOpts || !hasEye(ConnectOpts->StrucId, "CNO ") || ConnectOpts->Version < 1)
+    return (void)fail(CompCode, Reason, JXRC_CNO_ERROR);
+  doConnect(QMgrName, ConnectOpts, Hconn, CompCode, Reason);
+}
+
+JXQM_EXPORT void zstJXDISC(int32_t *Hconn, int32_t Reserved, int32_t *CompCode, int32_t *Reason) {
+  (void)Reserved;
+  if (!CompCode || !Reason) return;
+  if (!Hconn) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
+  auto c = lookup(*Hconn);
+  if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
+  int32_t rcc = JXCC_OK, rrc = JXRC_NONE;
+  {
+    std::lock_guard<std::mutex> lock(c->mu);
+    Writer w;
+    std::vector<uint8_t> reply;
+    if (int32_t e = roundTrip(*c, Op::Disc, w, reply)) {
+      rcc = JXCC_FAILED;
+      rrc = e;
+    } else {
+      Reader r(reply.data(), reply.size());
+      if (!readCodes(r, rcc, rrc) || !r.done()) {
+        rcc = JXCC_FAILED;
+        rrc = JXRC_UNEXPECTED_ERROR;
+      }
+    }
+  }
+  // The handle is released even when the queue manager is gone.
+  remove(*Hconn);
+  *Hconn = JXHC_UNUSABLE_HCONN;
+  set(CompCode, Reason, rcc, rrc);
+}
+
+JXQM_EXPORT void zstJXOPEN(int32_t Hconn, JXOD *ObjDesc, int32_t Options, int32_t *Hobj,
+                           int32_t *CompCode, int32_t *Reason) {
+  if (!CompCode || !Reason) return;
+  auto c = lookup(Hconn);
+  if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
+  if (!odUsable(ObjDesc)) return (void)fail(CompCode, Reason, JXRC_OD_ERROR);
+  if (!Hobj) return (void)fail(CompCode, Reason, JXRC_HOBJ_ERROR);
+  std::lock_guard<std::mutex> lock(c->mu);
+  Writer w;
+  w.i32(Options);
+  jxqp::encodeObject(w, *ObjDesc);
+  std::vector<uint8_t> reply;
+  if (int32_t e = roundTrip(*c, Op::Open, w, reply)) return (void)fail(CompCode, Reason, e);
+  Reader r(reply.data(), reply.size());
+  int32_t rcc, rrc;
+  bool ok = readCodes(r, rcc, rrc);
+  int32_t hobj = r.i32();
+  char name[48];
+  r.fixed(name, 48);
+  if (!ok || !r.done()) return (void)fail(CompCode, Reason, protocolError(*c));
+  if (rcc == JXCC_OK) {
+    *Hobj = hobj;
+    if (jxqp::fieldString(name, 48) != jxqp::fieldString(ObjDesc->ObjectName, 48))
+      std::memcpy(ObjDesc->ObjectName, name, 48);
+    std::memcpy(ObjDesc->ResolvedQName, name, 48);
+  }
+  set(CompCode, Reason, rcc, rrc);
+}
+
+JXQM_EXPORT void zstJXCLOSE(int32_t Hconn, int32_t *Hobj, int32_t Options, int32_t *CompCode,
+                            int32_t *Reason) {
+  if (!CompCode || !Reason) return;
+  auto c = lookup(Hconn);
+  if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
+  if (!Hobj) return (void)fail(CompCode, Reason, JXRC_HOBJ_ERROR);
+  std::lock_guard<std::mutex> lock(c->mu);
+  Writer w;
+  w.i32(*Hobj);
+  w.i32(Options);
+  std::vector<uint8_t> reply;
+  if (int32_t e = roundTrip(*c, Op::Close, w, reply)) return (void)fail(CompCode, Reason, e);
+  Reader r(reply.data(), reply.size());
+  int32_t rcc, rrc;
+  if (!readCodes(r, rcc, rrc) || !r.done()) return (void)fail(CompCode, Reason, protocolError(*c));
+  if (rcc == JXCC_OK) *Hobj = JXHO_UNUSABLE_HOBJ;
+  set(CompCode, Reason, rcc, rrc);
+}
+
+JXQM_EXPORT void zstJXPUT(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXPMO *PutMsgOpts,
+                          int32_t BufferLength, void *Buffer, int32_t Reserved, int32_t *CompCode,
+                          int32_t *Reason) {
+  (void)Reserved;
+  if (!CompCode || !Reason) return;
+  auto c = lookup(Hconn);
+  if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
+  if (!mdUsable(MsgDesc)) return (void)fail(CompCode, Reason, JXRC_MD_ERROR);
+  if (!PutMsgOpts || !hasEye(PutMsgOpts->StrucId, "PMO ") || PutMsgOpts->Version < 1)
+    return (void)fail(CompCode, Reason, JXRC_PMO_ERROR);
+  if (int32_t e = checkBuffer(BufferLength, Buffer)) return (void)fail(CompCode, Reason, e);
+  if (BufferLength > JX_MAX_MSG_LENGTH)
+    return (void)fail(CompCode, Reason, JXRC_MSG_TOO_BIG_FOR_Q_MGR);
+  std::lock_guard<std::mutex> lock(c->mu);
+  JXMD md;
+  loadMd(MsgDesc, md);
+  Writer w;
+  w.i32(Hobj);
+  w.i32(PutMsgOpts->Options);
+  w.md(md);
+  w.blob(Buffer, static_cast<size_t>(BufferLength));
+  finishPut(*c, Op::Put, w, MsgDesc, PutMsgOpts, CompCode, Reason);
+}
+
+JXQM_EXPORT void zstJXPUT1(int32_t Hconn, JXOD *ObjDesc, void *MsgDesc, JXPMO *PutMsgOpts,
+                           int32_t BufferLength, void *Buffer, int32_t *CompCode, int32_t *Reason) {
+  if (!CompCode || !Reason) return;
+  auto c = lookup(Hconn);
+  if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
+  if (!odUsable(ObjDesc)) return (void)fail(CompCode, Reason, JXRC_OD_ERROR);
+  if (!mdUsable(MsgDesc)) return (void)fail(CompCode, Reason, JXRC_MD_ERROR);
+  if (!PutMsgOpts || !hasEye(PutMsgOpts->StrucId, "PMO ") || PutMsgOpts->Version < 1)
+    return (void)fail(CompCode, Reason, JXRC_PMO_ERROR);
+  if (int32_t e = checkBuffer(BufferLength, Buffer)) return (void)fail(CompCode, Reason, e);
+  if (BufferLength > JX_MAX_MSG_LENGTH)
+    return (void)fail(CompCode, Reason, JXRC_MSG_TOO_BIG_FOR_Q_MGR);
+  std::lock_guard<std::mutex> lock(c->mu);
+  JXMD md;
+  loadMd(MsgDesc, md);
+  Writer w;
+  jxqp::encodeObject(w, *ObjDesc);
+  w.i32(PutMsgOpts->Options);
+  w.md(md);
+  w.blob(Buffer, static_cast<size_t>(BufferLength));
+  finishPut(*c, Op::Put1, w, MsgDesc, PutMsgOpts, CompCode, Reason);
+}
+
+JXQM_EXPORT void zstJXGET(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXGMO *GetMsgOpts,
+                          int32_t BufferLength, void *Buffer, int32_t *DataLength, int32_t Reserved,
+                          int32_t *CompCode, int32_t *Reason) {
+  (void)Reserved;
+  if (!CompCode || !Reason) return;
+  auto c = lookup(Hconn);
+  if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
+  if (!mdUsable(MsgDesc)) return (void)fail(CompCode, Reason, JXRC_MD_ERROR);
+  if (!GetMsgOpts || !hasEye(GetMsgOpts->StrucId, "GMO ") || GetMsgOpts->Version < 1)
+    return (void)fail(CompCode, Reason, JXRC_GMO_ERROR);
+  if (int32_t e = checkBuffer(BufferLength, Buffer)) return (void)fail(CompCode, Reason, e);
+  if (!DataLength) return (void)fail(CompCode, Reason, JXRC_DATA_LENGTH_ERROR);
+  std::lock_guard<std::mutex> lock(c->mu);
+  const JXMD *sel = static_cast<const JXMD *>(MsgDesc);
+  Writer w;
+  w.i32(Hobj);
+  w.i32(GetMsgOpts->Options);
+  w.i32(GetMsgOpts->WaitInterval);
+  w.i32(GetMsgOpts->MatchOptions);
+  w.fixed(sel->MsgId, 24);
+  w.fixed(sel->CorrelId, 24);
+  w.i32(BufferLength);
+  std::vector<uint8_t> reply;
+  if (int32_t e = roundTrip(*c, Op::Get, w, reply)) return (void)fail(CompCode, Reason, e);
+  Reader r(reply.data(), reply.size());
+  int32_t rcc, rrc;
+  bool ok = readCodes(r, rcc, rrc);
+  int32_t dataLength = r.i32();
+  JXMD md;
+  r.md(md);
+  char resolved[48];
+  r.fixed(resolved, 48);
+  std::string_view data = r.blob(static_cast<size_t>(BufferLength));
+  if (!ok || !r.done() || dataLength < 0) return (void)fail(CompCode, Reason, protocolError(*c));
+  bool delivered =
+      rcc == JXCC_OK || rrc == JXRC_TRUNCATED_MSG_ACCEPTED || rrc == JXRC_TRUNCATED_MSG_FAILED;
+  if (delivered) {
+    storeMd(MsgDesc, md, sel->Version);
+    if (!data.empty()) std::memcpy(Buffer, data.data(), data.size());
+    *DataLength = dataLength;
+    GetMsgOpts->ReturnedLength = static_cast<int32_t>(data.size());
+    std::memcpy(GetMsgOpts->ResolvedQName, resolved, 48);
+  }
+  set(CompCode, Reason, rcc, rrc);
+}
+
+JXQM_EXPORT void zstJXINQ(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, int32_t *Selectors,
+                          int32_t IntAttrCount, int32_t *IntAttrs, int32_t CharAttrLength,
+                          char *CharAttrs, int32_t *CompCode, int32_t *Reason) {
+  if (!CompCode || !Reason) return;
+  inqOrSet(Op::Inq, Hconn, Hobj, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
+           CharAttrs, CompCode, Reason);
+}
+
+JXQM_EXPORT void zstJXSET(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, int32_t *Selectors,
+                          int32_t IntAttrCount, int32_t *IntAttrs, int32_t CharAttrLength,
+                          char *CharAttrs, int32_t *CompCode, int32_t *Reason) {
+  if (!CompCode || !Reason) return;
+  inqOrSet(Op::Set, Hconn, Hobj, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
+           CharAttrs, CompCode, Reason);
+}
+
+JXQM_EXPORT void zstJXCMIT(int32_t Hconn, int32_t *CompCode, int32_t *Reason) {
+  if (!CompCode || !Reason) return;
+  simpleCall(Op::Commit, Hconn, 0, CompCode, Reason);
+}
+
+JXQM_EXPORT void zstJXBACK(int32_t Hconn, int32_t *CompCode, int32_t *Reason) {
+  if (!CompCode || !Reason) return;
+  simpleCall(Op::Backout, Hconn, 0, CompCode, Reason);
+}
+
+JXQM_EXPORT void zstJXBEGIN(int32_t Hconn, void *BeginOpts, int32_t *CompCode, int32_t *Reason) {
+  if (!CompCode || !Reason) return;
+  int32_t options = JXBO_NONE;
+  if (BeginOpts) {
+    const JXBO *bo = static_cast<const JXBO *>(BeginOpts);
+    if (!hasEye(bo->StrucId, "BO  ") || bo->Version < 1)
+      return (void)fail(CompCode, Reason, JXRC_OPTIONS_ERROR);
+    options = bo->Options;
+  }
+  simpleCall(Op::Begin, Hconn, options, CompCode, Reason);
+}
+
+}  // extern "C"

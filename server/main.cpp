@@ -1,0 +1,338 @@
+// jxqmgr NAME [--listen HOST:PORT] [--ready-fd N]
+//
+// Runs one queue manager in the foreground until SIGTERM or SIGINT. The
+// local socket is always served; TCP only when a listen address is given.
+// With --ready-fd, "ready\n" is written to that descriptor once connections
+// are accepted (jxqm start waits for it).
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/file.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <unordered_map>
+
+#include "qm_paths.hpp"
+#include "qmgr_files.hpp"
+#include "queue_manager.hpp"
+
+namespace {
+
+using jxqm::Conn;
+using jxqm::QueueManager;
+
+constexpr uint64_t kListenLocal = 1ull << 62;
+constexpr uint64_t kListenTcp = 2ull << 62;
+constexpr uint64_t kSignal = 3ull << 62;
+
+int die(const std::string &msg, int code = 1) {
+  std::cerr << "jxqmgr: " << msg << std::endl;
+  return code;
+}
+
+bool parseHostPort(const std::string &s, std::string &host, std::string &port) {
+  auto colon = s.rfind(':');
+  if (colon == std::string::npos || colon == 0 || colon + 1 == s.size()) return false;
+  host = s.substr(0, colon);
+  port = s.substr(colon + 1);
+  if (host.size() > 2 && host.front() == '[' && host.back() == ']')
+    host = host.substr(1, host.size() - 2);
+  return true;
+}
+
+int listenTcp(const std::string &addr, std::string &err) {
+  std::string host, port;
+  if (!parseHostPort(addr, host, port)) {
+    err = "listen address must be HOST:PORT";
+    return -1;
+  }
+  addrinfo hints{}, *res = nullptr;
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = AI_PASSIVE;
+  int rc = getaddrinfo(host.c_str(), port.c_str(), &hints, &res);
+  if (rc != 0) {
+    err = std::string("cannot resolve ") + addr + ": " + gai_strerror(rc);
+    return -1;
+  }
+  int fd = -1;
+  for (addrinfo *ai = res; ai && fd < 0; ai = ai->ai_next) {
+    fd = socket(ai->ai_family, ai->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0) continue;
+    int one = 1;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    if (bind(fd, ai->ai_addr, ai->ai_addrlen) != 0 || listen(fd, 128) != 0) {
+      err = "cannot listen on " + addr + ": " + std::strerror(errno);
+      close(fd);
+      fd = -1;
+    }
+  }
+  freeaddrinfo(res);
+  return fd;
+}
+
+class Server {
+ public:
+  Server(QueueManager &qm, int ep) : qm_(qm), ep_(ep) {}
+
+  void accept(int lfd, bool tcp) {
+    for (;;) {
+      sockaddr_storage sa{};
+      socklen_t len = sizeof sa;
+      int fd = accept4(lfd, reinterpret_cast<sockaddr *>(&sa), &len, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      if (fd < 0) return;
+      uid_t uid = static_cast<uid_t>(-1);
+      std::string peer;
+      if (tcp) {
+        int one = 1;
+        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        char host[NI_MAXHOST] = "?", port[NI_MAXSERV] = "?";
+        getnameinfo(reinterpret_cast<sockaddr *>(&sa), len, host, sizeof host, port, sizeof port,
+                    NI_NUMERICHOST | NI_NUMERICSERV);
+        peer = std::string("tcp ") + host + ":" + port;
+      } else {
+        ucred cred{};
+        socklen_t cl = sizeof cred;
+        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &cl) != 0) {
+          close(fd);
+          continue;
+        }
+        uid = cred.uid;
+        peer = "local uid " + std::to_string(cred.uid) + " pid " + std::to_string(cred.pid);
+      }
+      Conn &c = qm_.addConn(fd, tcp, uid, peer);
+      epoll_event ev{};
+      ev.events = EPOLLIN | EPOLLRDHUP;
+      ev.data.u64 = c.id;
+      epoll_ctl(ep_, EPOLL_CTL_ADD, fd, &ev);
+      fds_[c.id] = fd;
+    }
+  }
+
+  // Reads what is there; false when the peer has gone or failed.
+  bool readFrom(Conn &c) {
+    uint8_t buf[65536];
+    for (int rounds = 0; rounds < 64; ++rounds) {
+      ssize_t n = recv(c.fd, buf, sizeof buf, 0);
+      if (n > 0) {
+        c.in.insert(c.in.end(), buf, buf + n);
+        if (static_cast<size_t>(n) < sizeof buf) return true;
+        continue;
+      }
+      if (n == 0) return false;
+      return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+    }
+    return true;
+  }
+
+  // Writes pending output; false when the peer has gone.
+  bool writeTo(Conn &c) {
+    while (c.outOff < c.out.size()) {
+      ssize_t n =
+          send(c.fd, c.out.data() + c.outOff, c.out.size() - c.outOff, MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (n > 0) {
+        c.outOff += static_cast<size_t>(n);
+        continue;
+      }
+      if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+      if (n < 0 && errno == EINTR) continue;
+      return false;
+    }
+    bool pending = c.outOff < c.out.size();
+    if (!pending) {
+      c.out.clear();
+      c.outOff = 0;
+    }
+    epoll_event ev{};
+    ev.events = EPOLLIN | EPOLLRDHUP | (pending ? static_cast<uint32_t>(EPOLLOUT) : 0u);
+    ev.data.u64 = c.id;
+    epoll_ctl(ep_, EPOLL_CTL_MOD, c.fd, &ev);
+    return true;
+  }
+
+  void drop(uint32_t id) {
+    auto it = fds_.find(id);
+    if (it == fds_.end()) return;
+    epoll_ctl(ep_, EPOLL_CTL_DEL, it->second, nullptr);
+    close(it->second);
+    fds_.erase(it);
+    qm_.dropConn(id);
+  }
+
+  void dropAll() {
+    for (uint32_t id : qm_.connIds()) drop(id);
+  }
+
+  // One turn: handle ready input, expire waits, commit, write replies.
+  // Returns the epoll timeout for the next turn.
+  int finishTurn() {
+    bool again = true;
+    while (again) {
+      again = false;
+      for (uint32_t id : qm_.connIds()) {
+        Conn *c = qm_.conn(id);
+        if (!c || !qm_.hasRunnableInput(*c)) continue;
+        if (!qm_.processInput(*c) || c->dead) {
+          drop(id);
+          continue;
+        }
+        again = again || qm_.hasRunnableInput(*c);
+      }
+    }
+    int64_t now = QueueManager::nowMs();
+    int64_t next = qm_.expireWaits(now);
+    qm_.endTurn();
+    for (uint32_t id : qm_.connIds()) {
+      Conn *c = qm_.conn(id);
+      if (!c) continue;
+      if (!c->out.empty() && !writeTo(*c)) {
+        drop(id);
+        continue;
+      }
+      if (c->closeAfterWrite && c->out.empty()) drop(id);
+    }
+    if (next < 0) return -1;
+    int64_t wait = next - QueueManager::nowMs();
+    return wait < 0 ? 0 : wait > 60000 ? 60000 : static_cast<int>(wait);
+  }
+
+ private:
+  QueueManager &qm_;
+  int ep_;
+  std::unordered_map<uint32_t, int> fds_;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  std::string name, listenAddr;
+  int readyFd = -1;
+  for (int i = 1; i < argc; ++i) {
+    std::string a = argv[i];
+    if (a == "--listen" && i + 1 < argc) {
+      listenAddr = argv[++i];
+    } else if (a == "--ready-fd" && i + 1 < argc) {
+      readyFd = std::atoi(argv[++i]);
+    } else if (name.empty() && a[0] != '-') {
+      name = a;
+    } else {
+      return die("usage: jxqmgr NAME [--listen HOST:PORT] [--ready-fd N]", 2);
+    }
+  }
+  if (!jxqp::validQMgrName(name)) return die("invalid or missing queue manager name", 2);
+  std::string dir = jxqp::qmgrDir(name);
+  umask(077);
+  if (chdir(dir.c_str()) != 0)
+    return die("queue manager " + name + " does not exist (" + dir + ")", 2);
+  chmod(".", 0700);
+  int lockFd = open(jxqp::kLockFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (lockFd < 0 || flock(lockFd, LOCK_EX | LOCK_NB) != 0)
+    return die("queue manager " + name + " is already running", 3);
+  if (access(jxqp::kDbFile, F_OK) != 0) return die("queue manager " + name + " has no database", 2);
+
+  jxqm::Store store;
+  std::string err;
+  if (!store.open(jxqp::kDbFile, false, err)) return die("cannot open database: " + err);
+  QueueManager qm(name, store);
+  if (!qm.load()) return 1;
+
+  sigset_t mask;
+  sigemptyset(&mask);
+  sigaddset(&mask, SIGTERM);
+  sigaddset(&mask, SIGINT);
+  sigprocmask(SIG_BLOCK, &mask, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  int sfd = signalfd(-1, &mask, SFD_NONBLOCK | SFD_CLOEXEC);
+
+  unlink(jxqp::kSocketFile);
+  int lfd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  sockaddr_un sun{};
+  sun.sun_family = AF_UNIX;
+  std::strcpy(sun.sun_path, jxqp::kSocketFile);
+  if (lfd < 0 || bind(lfd, reinterpret_cast<sockaddr *>(&sun), sizeof sun) != 0 ||
+      chmod(jxqp::kSocketFile, 0600) != 0 || listen(lfd, 128) != 0)
+    return die(std::string("cannot listen on the local socket: ") + std::strerror(errno));
+  int tfd = -1;
+  if (!listenAddr.empty()) {
+    tfd = listenTcp(listenAddr, err);
+    if (tfd < 0) {
+      unlink(jxqp::kSocketFile);
+      return die(err);
+    }
+  }
+  {
+    std::ofstream pid(jxqp::kPidFile, std::ios::trunc);
+    pid << getpid() << "\n";
+  }
+
+  int ep = epoll_create1(EPOLL_CLOEXEC);
+  epoll_event ev{};
+  ev.events = EPOLLIN;
+  ev.data.u64 = kListenLocal;
+  epoll_ctl(ep, EPOLL_CTL_ADD, lfd, &ev);
+  if (tfd >= 0) {
+    ev.data.u64 = kListenTcp;
+    epoll_ctl(ep, EPOLL_CTL_ADD, tfd, &ev);
+  }
+  ev.data.u64 = kSignal;
+  epoll_ctl(ep, EPOLL_CTL_ADD, sfd, &ev);
+
+  std::cerr << "jxqmgr: queue manager " << name << " started, pid " << getpid()
+            << (listenAddr.empty() ? "" : ", listening on " + listenAddr) << std::endl;
+  if (readyFd >= 0) {
+    ssize_t w = write(readyFd, "ready\n", 6);
+    (void)w;
+    close(readyFd);
+  }
+
+  Server server(qm, ep);
+  bool running = true;
+  int timeout = -1;
+  epoll_event events[64];
+  while (running) {
+    int n = epoll_wait(ep, events, 64, timeout);
+    if (n < 0 && errno != EINTR) return die(std::string("epoll: ") + std::strerror(errno));
+    for (int i = 0; i < n; ++i) {
+      uint64_t tag = events[i].data.u64;
+      if (tag == kListenLocal) {
+        server.accept(lfd, false);
+      } else if (tag == kListenTcp) {
+        server.accept(tfd, true);
+      } else if (tag == kSignal) {
+        running = false;
+      } else {
+        uint32_t id = static_cast<uint32_t>(tag);
+        Conn *c = qm.conn(id);
+        if (!c) continue;
+        bool alive = true;
+        if (events[i].events & EPOLLOUT) alive = server.writeTo(*c);
+        if (alive && (events[i].events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)))
+          alive = server.readFrom(*c);
+        if (!alive) server.drop(id);
+      }
+    }
+    timeout = server.finishTurn();
+  }
+  server.dropAll();
+  qm.endTurn();
+  store.close();
+  unlink(jxqp::kSocketFile);
+  unlink(jxqp::kPidFile);
+  std::cerr << "jxqmgr: queue manager " << name << " ended" << std::endl;
+  return 0;
+}

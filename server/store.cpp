@@ -1,0 +1,284 @@
+#include "store.hpp"
+
+namespace jxqm {
+
+namespace {
+
+constexpr const char *kSchema = R"(
+CREATE TABLE IF NOT EXISTS meta(key TEXT PRIMARY KEY, value TEXT NOT NULL);
+CREATE TABLE IF NOT EXISTS queues(
+  name TEXT PRIMARY KEY, qtype INTEGER NOT NULL, deftype INTEGER NOT NULL,
+  maxdepth INTEGER NOT NULL, maxmsgl INTEGER NOT NULL, inhibit_get INTEGER NOT NULL,
+  inhibit_put INTEGER NOT NULL, defpsist INTEGER NOT NULL, defprty INTEGER NOT NULL,
+  descr TEXT NOT NULL);
+CREATE TABLE IF NOT EXISTS messages(
+  id INTEGER PRIMARY KEY, queue TEXT NOT NULL, seq INTEGER NOT NULL, md BLOB NOT NULL,
+  data BLOB NOT NULL, expires INTEGER NOT NULL);
+CREATE TABLE IF NOT EXISTS users(
+  name TEXT PRIMARY KEY, hash TEXT, authority INTEGER NOT NULL);
+)";
+
+enum Slot {
+  kBegin,
+  kCommit,
+  kRollback,
+  kSaveQueue,
+  kDeleteQueue,
+  kDeleteQueueMsgs,
+  kInsertMsg,
+  kDeleteMsg,
+  kSlotCount
+};
+
+void bindText(sqlite3_stmt *s, int i, std::string_view v) {
+  sqlite3_bind_text(s, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+}
+
+std::string column(sqlite3_stmt *s, int i) {
+  auto p = static_cast<const char *>(sqlite3_column_blob(s, i));
+  return p ? std::string(p, static_cast<size_t>(sqlite3_column_bytes(s, i))) : std::string();
+}
+
+}  // namespace
+
+bool Store::open(const std::string &path, bool create, std::string &err) {
+  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+  if (sqlite3_open_v2(path.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
+    err = db_ ? sqlite3_errmsg(db_) : "cannot open database";
+    close();
+    return false;
+  }
+  sqlite3_busy_timeout(db_, 5000);
+  // FULL makes every commit durable once it returns, also in WAL mode.
+  if (!exec("PRAGMA journal_mode=WAL") || !exec("PRAGMA synchronous=FULL") || !exec(kSchema)) {
+    err = err_;
+    close();
+    return false;
+  }
+  stmts_.assign(kSlotCount, nullptr);
+  return true;
+}
+
+void Store::close() {
+  for (auto s : stmts_) sqlite3_finalize(s);
+  stmts_.clear();
+  if (db_) sqlite3_close(db_);
+  db_ = nullptr;
+}
+
+bool Store::fail() {
+  err_ = sqlite3_errmsg(db_);
+  return false;
+}
+
+bool Store::exec(const char *sql) {
+  char *msg = nullptr;
+  if (sqlite3_exec(db_, sql, nullptr, nullptr, &msg) != SQLITE_OK) {
+    err_ = msg ? msg : "sqlite error";
+    sqlite3_free(msg);
+    return false;
+  }
+  return true;
+}
+
+sqlite3_stmt *Store::prepare(int slot, const char *sql) {
+  sqlite3_stmt *&s = stmts_[static_cast<size_t>(slot)];
+  if (!s && sqlite3_prepare_v2(db_, sql, -1, &s, nullptr) != SQLITE_OK) {
+    fail();
+    s = nullptr;
+    return nullptr;
+  }
+  sqlite3_reset(s);
+  sqlite3_clear_bindings(s);
+  return s;
+}
+
+namespace {
+bool stepDone(sqlite3_stmt *s) {
+  return s && sqlite3_step(s) == SQLITE_DONE;
+}
+}  // namespace
+
+bool Store::begin() {
+  return stepDone(prepare(kBegin, "BEGIN IMMEDIATE")) || fail();
+}
+bool Store::commit() {
+  return stepDone(prepare(kCommit, "COMMIT")) || fail();
+}
+bool Store::rollback() {
+  return stepDone(prepare(kRollback, "ROLLBACK")) || fail();
+}
+
+bool Store::loadQueues(std::vector<QueueDef> &out) {
+  sqlite3_stmt *s = nullptr;
+  if (sqlite3_prepare_v2(db_,
+                         "SELECT name, qtype, deftype, maxdepth, maxmsgl, inhibit_get, "
+                         "inhibit_put, defpsist, defprty, descr FROM queues ORDER BY name",
+                         -1, &s, nullptr) != SQLITE_OK)
+    return fail();
+  int rc;
+  while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+    QueueDef q;
+    q.name = column(s, 0);
+    q.qtype = sqlite3_column_int(s, 1);
+    q.defType = sqlite3_column_int(s, 2);
+    q.maxDepth = sqlite3_column_int(s, 3);
+    q.maxMsgLength = sqlite3_column_int(s, 4);
+    q.inhibitGet = sqlite3_column_int(s, 5);
+    q.inhibitPut = sqlite3_column_int(s, 6);
+    q.defPersistence = sqlite3_column_int(s, 7);
+    q.defPriority = sqlite3_column_int(s, 8);
+    q.description = column(s, 9);
+    out.push_back(std::move(q));
+  }
+  sqlite3_finalize(s);
+  return rc == SQLITE_DONE || fail();
+}
+
+bool Store::saveQueue(const QueueDef &q) {
+  sqlite3_stmt *s =
+      prepare(kSaveQueue, "INSERT OR REPLACE INTO queues VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10)");
+  if (!s) return false;
+  bindText(s, 1, q.name);
+  sqlite3_bind_int(s, 2, q.qtype);
+  sqlite3_bind_int(s, 3, q.defType);
+  sqlite3_bind_int(s, 4, q.maxDepth);
+  sqlite3_bind_int(s, 5, q.maxMsgLength);
+  sqlite3_bind_int(s, 6, q.inhibitGet);
+  sqlite3_bind_int(s, 7, q.inhibitPut);
+  sqlite3_bind_int(s, 8, q.defPersistence);
+  sqlite3_bind_int(s, 9, q.defPriority);
+  bindText(s, 10, q.description);
+  return stepDone(s) || fail();
+}
+
+bool Store::deleteQueue(std::string_view name) {
+  sqlite3_stmt *s = prepare(kDeleteQueueMsgs, "DELETE FROM messages WHERE queue=?1");
+  if (!s) return false;
+  bindText(s, 1, name);
+  if (!stepDone(s)) return fail();
+  s = prepare(kDeleteQueue, "DELETE FROM queues WHERE name=?1");
+  if (!s) return false;
+  bindText(s, 1, name);
+  return stepDone(s) || fail();
+}
+
+bool Store::loadMessages(const std::function<void(StoredMessage &&)> &each) {
+  sqlite3_stmt *s = nullptr;
+  if (sqlite3_prepare_v2(db_, "SELECT id, queue, seq, md, data, expires FROM messages ORDER BY seq",
+                         -1, &s, nullptr) != SQLITE_OK)
+    return fail();
+  int rc;
+  while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+    StoredMessage m;
+    m.id = sqlite3_column_int64(s, 0);
+    m.queue = column(s, 1);
+    m.seq = static_cast<uint64_t>(sqlite3_column_int64(s, 2));
+    m.md = column(s, 3);
+    m.data = column(s, 4);
+    m.expiresMs = sqlite3_column_int64(s, 5);
+    each(std::move(m));
+  }
+  sqlite3_finalize(s);
+  return rc == SQLITE_DONE || fail();
+}
+
+int64_t Store::insertMessage(std::string_view queue, uint64_t seq, const std::vector<uint8_t> &md,
+                             std::string_view data, int64_t expiresMs) {
+  sqlite3_stmt *s = prepare(kInsertMsg,
+                            "INSERT INTO messages(queue, seq, md, data, expires) "
+                            "VALUES(?1,?2,?3,?4,?5)");
+  if (!s) return 0;
+  bindText(s, 1, queue);
+  sqlite3_bind_int64(s, 2, static_cast<sqlite3_int64>(seq));
+  sqlite3_bind_blob(s, 3, md.data(), static_cast<int>(md.size()), SQLITE_STATIC);
+  sqlite3_bind_blob(s, 4, data.data(), static_cast<int>(data.size()), SQLITE_STATIC);
+  sqlite3_bind_int64(s, 5, expiresMs);
+  if (!stepDone(s)) {
+    fail();
+    return 0;
+  }
+  return sqlite3_last_insert_rowid(db_);
+}
+
+bool Store::deleteMessage(int64_t id) {
+  sqlite3_stmt *s = prepare(kDeleteMsg, "DELETE FROM messages WHERE id=?1");
+  if (!s) return false;
+  sqlite3_bind_int64(s, 1, id);
+  return stepDone(s) || fail();
+}
+
+bool Store::setUser(std::string_view name, const std::string *hash, int32_t authority) {
+  sqlite3_stmt *s = nullptr;
+  const char *sql = hash ? "INSERT INTO users VALUES(?1,?2,?3) ON CONFLICT(name) DO UPDATE "
+                           "SET hash=?2, authority=?3"
+                         : "INSERT INTO users VALUES(?1,NULL,?3) ON CONFLICT(name) DO UPDATE "
+                           "SET authority=?3";
+  if (sqlite3_prepare_v2(db_, sql, -1, &s, nullptr) != SQLITE_OK) return fail();
+  bindText(s, 1, name);
+  if (hash) bindText(s, 2, *hash);
+  sqlite3_bind_int(s, 3, authority);
+  bool ok = stepDone(s);
+  sqlite3_finalize(s);
+  return ok || fail();
+}
+
+bool Store::findUser(std::string_view name, std::string &hash, int32_t &authority) {
+  sqlite3_stmt *s = nullptr;
+  if (sqlite3_prepare_v2(db_, "SELECT hash, authority FROM users WHERE name=?1", -1, &s, nullptr) !=
+      SQLITE_OK)
+    return fail();
+  bindText(s, 1, name);
+  bool found = sqlite3_step(s) == SQLITE_ROW;
+  if (found) {
+    hash = column(s, 0);
+    authority = sqlite3_column_int(s, 1);
+  }
+  sqlite3_finalize(s);
+  return found;
+}
+
+bool Store::deleteUser(std::string_view name) {
+  sqlite3_stmt *s = nullptr;
+  if (sqlite3_prepare_v2(db_, "DELETE FROM users WHERE name=?1", -1, &s, nullptr) != SQLITE_OK)
+    return fail();
+  bindText(s, 1, name);
+  bool ok = stepDone(s) && sqlite3_changes(db_) == 1;
+  sqlite3_finalize(s);
+  return ok;
+}
+
+bool Store::listUsers(std::vector<std::pair<std::string, int32_t>> &out) {
+  sqlite3_stmt *s = nullptr;
+  if (sqlite3_prepare_v2(db_, "SELECT name, authority FROM users ORDER BY name", -1, &s, nullptr) !=
+      SQLITE_OK)
+    return fail();
+  while (sqlite3_step(s) == SQLITE_ROW) out.emplace_back(column(s, 0), sqlite3_column_int(s, 1));
+  sqlite3_finalize(s);
+  return true;
+}
+
+bool Store::setMeta(std::string_view key, std::string_view value) {
+  sqlite3_stmt *s = nullptr;
+  if (sqlite3_prepare_v2(db_, "INSERT OR REPLACE INTO meta VALUES(?1,?2)", -1, &s, nullptr) !=
+      SQLITE_OK)
+    return fail();
+  bindText(s, 1, key);
+  bindText(s, 2, value);
+  bool ok = stepDone(s);
+  sqlite3_finalize(s);
+  return ok || fail();
+}
+
+std::string Store::meta(std::string_view key) {
+  sqlite3_stmt *s = nullptr;
+  std::string v;
+  if (sqlite3_prepare_v2(db_, "SELECT value FROM meta WHERE key=?1", -1, &s, nullptr) != SQLITE_OK)
+    return v;
+  bindText(s, 1, key);
+  if (sqlite3_step(s) == SQLITE_ROW) v = column(s, 0);
+  sqlite3_finalize(s);
+  return v;
+}
+
+}  // namespace jxqm

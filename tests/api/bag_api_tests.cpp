@@ -1,0 +1,772 @@
+// Data bags through the public API only: every reason of every call, check
+// order, outputs left alone on failure, warnings that still fill outputs,
+// wildcards and indexes, and handles that must never crash.
+#include <gtest/gtest.h>
+#include <jx/jxai.h>
+#include <string.h>
+
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+struct Outcome {
+  int32_t cc = -1;
+  int32_t rc = -1;
+  bool operator==(const Outcome &o) const { return cc == o.cc && rc == o.rc; }
+};
+std::ostream &operator<<(std::ostream &os, const Outcome &o) {
+  return os << "{cc " << o.cc << ", rc " << o.rc << "}";
+}
+const Outcome kOk{JXCC_OK, JXRC_NONE};
+Outcome failed(int32_t rc) {
+  return {JXCC_FAILED, rc};
+}
+
+constexpr int32_t kUntouched = 0x5A5A5A5A;
+// An address in read-only memory: refused for writing.
+const int32_t kReadOnlyWord = 7;
+int32_t *readOnly() {
+  return const_cast<int32_t *>(&kReadOnlyWord);
+}
+
+// A bag owned by the test.
+class Bag {
+ public:
+  explicit Bag(int32_t options = 0) {
+    Outcome o;
+    jxCreateBag(options, &h, &o.cc, &o.rc);
+    EXPECT_EQ(o, kOk) << "options " << options;
+  }
+  ~Bag() {
+    if (h != JXHB_DELETED) {
+      Outcome o;
+      jxDeleteBag(&h, &o.cc, &o.rc);
+    }
+  }
+  Bag(const Bag &) = delete;
+  Bag &operator=(const Bag &) = delete;
+
+  Outcome addInt(int32_t sel, int32_t v) const {
+    Outcome o;
+    jxAddInteger(h, sel, v, &o.cc, &o.rc);
+    return o;
+  }
+  Outcome setInt(int32_t sel, int32_t idx, int32_t v) const {
+    Outcome o;
+    jxSetInteger(h, sel, idx, v, &o.cc, &o.rc);
+    return o;
+  }
+  Outcome inqInt(int32_t sel, int32_t idx, int32_t *v) const {
+    Outcome o;
+    jxInquireInteger(h, sel, idx, v, &o.cc, &o.rc);
+    return o;
+  }
+  int32_t intAt(int32_t sel, int32_t idx) const {
+    int32_t v = kUntouched;
+    EXPECT_EQ(inqInt(sel, idx, &v), kOk) << "selector " << sel << " index " << idx;
+    return v;
+  }
+  Outcome addStr(int32_t sel, const char *s, int32_t len = -1) const {
+    Outcome o;
+    jxAddString(h, sel, len, s, &o.cc, &o.rc);
+    return o;
+  }
+  Outcome setStr(int32_t sel, int32_t idx, const char *s, int32_t len = -1) const {
+    Outcome o;
+    jxSetString(h, sel, idx, len, s, &o.cc, &o.rc);
+    return o;
+  }
+  Outcome inqStr(int32_t sel, int32_t idx, int32_t len, char *buf, int32_t *sl,
+                 int32_t *ccsid) const {
+    Outcome o;
+    jxInquireString(h, sel, idx, len, buf, sl, ccsid, &o.cc, &o.rc);
+    return o;
+  }
+  // The whole string of an item, through a buffer of its exact length.
+  std::string strAt(int32_t sel, int32_t idx, int32_t *ccsid = nullptr) const {
+    char buf[256];
+    int32_t sl = -1;
+    EXPECT_EQ(inqStr(sel, idx, sizeof buf, buf, &sl, ccsid), kOk);
+    return std::string(buf, static_cast<size_t>(sl < 0 ? 0 : sl));
+  }
+  Outcome count(int32_t sel, int32_t *n) const {
+    Outcome o;
+    jxCountItems(h, sel, n, &o.cc, &o.rc);
+    return o;
+  }
+  int32_t count(int32_t sel) const {
+    int32_t n = kUntouched;
+    EXPECT_EQ(count(sel, &n), kOk);
+    return n;
+  }
+  Outcome info(int32_t sel, int32_t idx, int32_t *outSel, int32_t *type) const {
+    Outcome o;
+    jxInquireItemInfo(h, sel, idx, outSel, type, &o.cc, &o.rc);
+    return o;
+  }
+  Outcome del(int32_t sel, int32_t idx) const {
+    Outcome o;
+    jxDeleteItem(h, sel, idx, &o.cc, &o.rc);
+    return o;
+  }
+  Outcome clear() const {
+    Outcome o;
+    jxClearBag(h, &o.cc, &o.rc);
+    return o;
+  }
+  Outcome truncate(int32_t n) const {
+    Outcome o;
+    jxTruncateBag(h, n, &o.cc, &o.rc);
+    return o;
+  }
+  Outcome inquiry(int32_t sel) const {
+    Outcome o;
+    jxAddInquiry(h, sel, &o.cc, &o.rc);
+    return o;
+  }
+  Outcome inqBag(int32_t sel, int32_t idx, JXHBAG *out) const {
+    Outcome o;
+    jxInquireBag(h, sel, idx, out, &o.cc, &o.rc);
+    return o;
+  }
+  // Every item as (selector, type), in bag order.
+  std::vector<std::pair<int32_t, int32_t>> items() const {
+    std::vector<std::pair<int32_t, int32_t>> out;
+    for (int32_t i = 0;; ++i) {
+      int32_t sel = 0, type = 0;
+      Outcome o = info(JXSEL_ANY, i, &sel, &type);
+      if (o.cc != JXCC_OK) {
+        EXPECT_EQ(o, failed(JXRC_INDEX_NOT_PRESENT)) << "walk ends past the last item";
+        return out;
+      }
+      out.emplace_back(sel, type);
+    }
+  }
+  std::vector<int32_t> userSelectors() const {
+    std::vector<int32_t> out;
+    for (auto [sel, type] : items())
+      if (sel >= 0) out.push_back(sel);
+    return out;
+  }
+
+  JXHBAG h = JXHB_NONE;
+};
+
+using Items = std::vector<std::pair<int32_t, int32_t>>;
+const Items kSystemItems = {{-8, 1}, {-2, 1}, {-1, 1}, {-3, 1}, {-4, 1}, {-5, 1}, {-6, 1}, {-7, 1}};
+
+// ---- jxCreateBag and the system items ---------------------------------------
+
+TEST(CreateBag, NewBagHoldsTheEightSystemItemsInOrder) {
+  Bag b;
+  EXPECT_EQ(b.items(), kSystemItems);
+  const int32_t values[] = {0, 8, 0, 0, 1, 1, 0, 0};
+  for (int32_t i = 0; i < 8; ++i) EXPECT_EQ(b.intAt(JXSEL_ANY, i), values[i]) << "item " << i;
+  for (int32_t i = 0; i < 8; ++i) EXPECT_EQ(b.intAt(JXSEL_SYSTEM, i), values[i]) << "item " << i;
+}
+
+TEST(CreateBag, OptionsItemIsRebuiltFromTheFlags) {
+  const std::pair<int32_t, std::pair<int32_t, int32_t>> cases[] = {
+      {0, {0, 8}},   {1, {15, 1}},  {2, {2, 8}},   {4, {4, 8}},       {8, {8, 8}},
+      {16, {16, 1}}, {15, {15, 1}}, {30, {30, 1}}, {31 - 16, {15, 1}}};
+  for (auto [options, expected] : cases) {
+    Bag b(options);
+    EXPECT_EQ(b.intAt(JXSYS_OPTIONS, 0), expected.first) << "options " << options;
+    EXPECT_EQ(b.intAt(JXSYS_MSG_TYPE, 0), expected.second) << "options " << options;
+  }
+}
+
+TEST(CreateBag, RefusesBadOptionsAndLeavesTheHandleAlone) {
+  for (int32_t options : {17, 31, 32, 33, 64, -1, INT32_MIN}) {
+    JXHBAG h = kUntouched;
+    Outcome o;
+    jxCreateBag(options, &h, &o.cc, &o.rc);
+    EXPECT_EQ(o, failed(JXRC_BAD_OPTIONS)) << "options " << options;
+    EXPECT_EQ(h, kUntouched);
+  }
+  // The options are checked before the output.
+  Outcome o;
+  jxCreateBag(32, nullptr, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_OPTIONS));
+  jxCreateBag(0, nullptr, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_HANDLE));
+  jxCreateBag(0, readOnly(), &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_HANDLE));
+}
+
+// ---- jxDeleteBag and handles -------------------------------------------------
+
+TEST(DeleteBag, LeavesMinusOneAndRefusesTheOldHandle) {
+  JXHBAG h;
+  Outcome o;
+  jxCreateBag(0, &h, &o.cc, &o.rc);
+  ASSERT_EQ(o, kOk);
+  const JXHBAG old = h;
+  jxDeleteBag(&h, &o.cc, &o.rc);
+  EXPECT_EQ(o, kOk);
+  EXPECT_EQ(h, JXHB_DELETED);
+  jxDeleteBag(&h, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_HANDLE));
+  EXPECT_EQ(h, JXHB_DELETED);
+  h = old;
+  jxDeleteBag(&h, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_HANDLE)) << "a deleted bag's old handle";
+  EXPECT_EQ(h, old) << "the handle is changed only by a deletion";
+}
+
+// Every handle-taking call refuses a handle that names no bag.
+void expectEveryCallRefuses(JXHBAG h) {
+  int32_t v = 0, v2 = 0;
+  char buf[8];
+  JXHBAG out = 0;
+  Outcome o;
+  auto check = [&](const char *call) { EXPECT_EQ(o, failed(JXRC_BAD_HANDLE)) << call << " " << h; };
+  jxAddInteger(h, 1, 1, &o.cc, &o.rc), check("AddInteger");
+  jxSetInteger(h, 1, 0, 1, &o.cc, &o.rc), check("SetInteger");
+  jxInquireInteger(h, 1, 0, &v, &o.cc, &o.rc), check("InquireInteger");
+  jxAddString(h, 2001, 1, "x", &o.cc, &o.rc), check("AddString");
+  jxSetString(h, 2001, 0, 1, "x", &o.cc, &o.rc), check("SetString");
+  jxInquireString(h, 2001, 0, 8, buf, &v, &v2, &o.cc, &o.rc), check("InquireString");
+  jxInquireBag(h, 4001, 0, &out, &o.cc, &o.rc), check("InquireBag");
+  jxAddInquiry(h, 1, &o.cc, &o.rc), check("AddInquiry");
+  jxInquireItemInfo(h, 1, 0, &v, &v2, &o.cc, &o.rc), check("InquireItemInfo");
+  jxCountItems(h, 1, &v, &o.cc, &o.rc), check("CountItems");
+  jxDeleteItem(h, 1, 0, &o.cc, &o.rc), check("DeleteItem");
+  jxClearBag(h, &o.cc, &o.rc), check("ClearBag");
+  jxTruncateBag(h, 0, &o.cc, &o.rc), check("TruncateBag");
+  JXHBAG copy = h;
+  jxDeleteBag(&copy, &o.cc, &o.rc), check("DeleteBag");
+}
+
+TEST(Handles, NoBagOddAndDeletedHandlesGive2320) {
+  for (JXHBAG h : {JXHB_NONE, JXHB_DELETED, 0, 1, 3, 0x7FFFFFFF, INT32_MIN, INT32_MIN + 1})
+    expectEveryCallRefuses(h);
+  JXHBAG h;
+  Outcome o;
+  jxCreateBag(0, &h, &o.cc, &o.rc);
+  const JXHBAG old = h;
+  jxDeleteBag(&h, &o.cc, &o.rc);
+  expectEveryCallRefuses(old);
+  expectEveryCallRefuses(old + 1);
+}
+
+TEST(Handles, RandomEvenHandlesNeverCrash) {
+  Bag live;  // a real bag somewhere among the random values
+  std::mt19937 gen(20261122);
+  for (int i = 0; i < 5000; ++i) {
+    const JXHBAG h = static_cast<JXHBAG>(gen() & ~1u);
+    if (h == live.h) continue;
+    int32_t n = kUntouched;
+    Outcome o;
+    jxCountItems(h, JXSEL_ANY, &n, &o.cc, &o.rc);
+    ASSERT_EQ(o, failed(JXRC_BAD_HANDLE)) << "handle " << h;
+    EXPECT_EQ(n, kUntouched);
+    jxAddInteger(h, 1, 1, &o.cc, &o.rc);
+    ASSERT_EQ(o, failed(JXRC_BAD_HANDLE)) << "handle " << h;
+  }
+  EXPECT_EQ(live.count(JXSEL_ANY), 8);
+}
+
+// ---- jxAddInteger ------------------------------------------------------------
+
+TEST(AddInteger, AppendsAfterAllItemsAndNeverReplaces) {
+  Bag b;
+  EXPECT_EQ(b.addInt(7, 70), kOk);
+  EXPECT_EQ(b.addInt(3, 30), kOk);
+  EXPECT_EQ(b.addInt(7, 71), kOk);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{7, 3, 7}));
+  EXPECT_EQ(b.intAt(7, 0), 70);
+  EXPECT_EQ(b.intAt(7, 1), 71);
+  int32_t v = kUntouched;
+  EXPECT_EQ(b.inqInt(7, -1, &v), failed(JXRC_SELECTOR_NOT_UNIQUE));
+  EXPECT_EQ(b.inqInt(7, 2, &v), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(v, kUntouched);
+}
+
+TEST(AddInteger, SelectorRules) {
+  Bag plain, checked(JXBAG_CHECK_SELECTORS);
+  EXPECT_EQ(plain.addInt(-1, 0), failed(JXRC_SELECTOR_OUT_OF_RANGE)) << "no system items";
+  EXPECT_EQ(plain.addInt(JXSEL_ANY, 0), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(plain.addInt(0, 0), kOk);
+  EXPECT_EQ(plain.addInt(2001, 0), kOk);
+  EXPECT_EQ(checked.addInt(0, 0), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.addInt(1, 0), kOk);
+  EXPECT_EQ(checked.addInt(2000, 0), kOk);
+  EXPECT_EQ(checked.addInt(2001, 0), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.count(JXSEL_USER), 2);
+}
+
+TEST(AddInteger, OneTypePerSelector) {
+  Bag b;
+  ASSERT_EQ(b.addStr(5, "text"), kOk);
+  EXPECT_EQ(b.addInt(5, 1), failed(JXRC_INCONSISTENT_TYPE));
+  EXPECT_EQ(b.count(5), 1);
+}
+
+// ---- jxSetInteger ------------------------------------------------------------
+
+TEST(SetInteger, ChangesInPlaceOrReplacesAll) {
+  Bag b;
+  b.addInt(5, 50), b.addInt(6, 60), b.addInt(5, 51), b.addInt(5, 52);
+  EXPECT_EQ(b.setInt(5, 1, 99), kOk);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{5, 6, 5, 5}));
+  EXPECT_EQ(b.intAt(5, 1), 99);
+  // Index -2 leaves one item, at the end of the bag.
+  EXPECT_EQ(b.setInt(5, JXIDX_ALL, 7), kOk);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{6, 5}));
+  EXPECT_EQ(b.intAt(5, -1), 7);
+  // On an absent selector index -2 adds the item.
+  EXPECT_EQ(b.setInt(9, JXIDX_ALL, 90), kOk);
+  EXPECT_EQ(b.intAt(9, 0), 90);
+  // Index -2 replaces items of another type too.
+  ASSERT_EQ(b.addStr(11, "s"), kOk);
+  EXPECT_EQ(b.setInt(11, JXIDX_ALL, 3), kOk);
+  EXPECT_EQ(b.intAt(11, 0), 3);
+}
+
+TEST(SetInteger, Reasons) {
+  Bag b, checked(JXBAG_CHECK_SELECTORS);
+  b.addInt(5, 50), b.addInt(5, 51), b.addStr(6, "x");
+  EXPECT_EQ(b.setInt(JXSYS_COMMAND, 0, 13), kOk);
+  EXPECT_EQ(b.intAt(JXSYS_COMMAND, 0), 13);
+  EXPECT_EQ(b.setInt(JXSYS_OPTIONS, 0, 1), failed(JXRC_READ_ONLY_SELECTOR));
+  EXPECT_EQ(b.setInt(JXSYS_COMMAND, JXIDX_ALL, 1), failed(JXRC_SYSTEM_ITEM_UNDELETABLE));
+  EXPECT_EQ(b.intAt(JXSYS_COMMAND, 0), 13) << "a refused -2 set changes nothing";
+  EXPECT_EQ(b.setInt(-9, 0, 1), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(b.setInt(JXSEL_ANY, 0, 1), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(b.setInt(5, -1, 1), failed(JXRC_SELECTOR_NOT_UNIQUE));
+  EXPECT_EQ(b.setInt(5, 2, 1), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(b.setInt(5, -3, 1), failed(JXRC_BAD_INDEX));
+  EXPECT_EQ(b.setInt(8, 0, 1), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.setInt(6, 0, 1), failed(JXRC_WRONG_ITEM_TYPE));
+  EXPECT_EQ(checked.setInt(2001, JXIDX_ALL, 1), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.intAt(5, 0), 50);
+  EXPECT_EQ(b.intAt(5, 1), 51);
+  // The options item is refused before the selector check.
+  EXPECT_EQ(checked.setInt(JXSYS_OPTIONS, -5, 1), failed(JXRC_READ_ONLY_SELECTOR));
+}
+
+// ---- jxInquireInteger --------------------------------------------------------
+
+TEST(InquireInteger, WildcardsCountByKind) {
+  Bag b;
+  b.addStr(3, "s"), b.addInt(4, 40);
+  int32_t v = kUntouched;
+  EXPECT_EQ(b.intAt(JXSEL_ANY, 0), 0) << "the options item";
+  EXPECT_EQ(b.intAt(JXSEL_SYSTEM, 1), 8) << "the message type";
+  EXPECT_EQ(b.intAt(JXSEL_USER, 1), 40);
+  EXPECT_EQ(b.intAt(JXSEL_ANY, 9), 40);
+  EXPECT_EQ(b.inqInt(JXSEL_USER, 0, &v), failed(JXRC_WRONG_ITEM_TYPE));
+  EXPECT_EQ(b.inqInt(JXSEL_USER, 2, &v), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(b.inqInt(JXSEL_SYSTEM, 8, &v), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(b.inqInt(JXSEL_ANY, 10, &v), failed(JXRC_INDEX_NOT_PRESENT));
+  for (int32_t w : {JXSEL_ANY, JXSEL_USER, JXSEL_SYSTEM})
+    EXPECT_EQ(b.inqInt(w, -1, &v), failed(JXRC_BAD_INDEX)) << w;
+  EXPECT_EQ(b.inqInt(JXSEL_ANY, -2, &v), failed(JXRC_BAD_INDEX));
+  EXPECT_EQ(v, kUntouched);
+  Bag empty;
+  EXPECT_EQ(empty.inqInt(JXSEL_USER, 0, &v), failed(JXRC_SELECTOR_NOT_PRESENT));
+}
+
+TEST(InquireInteger, ChecksInOrderAndWritesOnlyOnSuccess) {
+  Bag b(JXBAG_CHECK_SELECTORS);
+  b.addInt(5, 50);
+  Outcome o;
+  jxInquireInteger(JXHB_NONE, -9, 0, nullptr, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_HANDLE));
+  EXPECT_EQ(b.inqInt(-9, 0, nullptr), failed(JXRC_BAD_SELECTOR)) << "selector before output";
+  EXPECT_EQ(b.inqInt(2001, 0, nullptr), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.inqInt(5, 0, nullptr), failed(JXRC_BAD_ITEM_VALUE_OUT));
+  EXPECT_EQ(b.inqInt(5, 0, readOnly()), failed(JXRC_BAD_ITEM_VALUE_OUT));
+  EXPECT_EQ(b.inqInt(JXSEL_ANY, 0, nullptr), failed(JXRC_BAD_ITEM_VALUE_OUT));
+  int32_t v = kUntouched;
+  EXPECT_EQ(b.inqInt(6, 0, &v), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.inqInt(5, 1, &v), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(v, kUntouched);
+  EXPECT_EQ(b.inqInt(5, -1, &v), kOk);
+  EXPECT_EQ(v, 50);
+}
+
+// ---- jxAddString -------------------------------------------------------------
+
+TEST(AddString, StoresExactBytesWithTheBagsCcsid) {
+  Bag b;
+  EXPECT_EQ(b.addStr(1, "ABC"), kOk);
+  const char bytes[] = {'a', '\0', ' ', 'b', ' '};
+  EXPECT_EQ(b.addStr(2, bytes, sizeof bytes), kOk);
+  EXPECT_EQ(b.addStr(3, nullptr, 0), kOk);
+  int32_t ccsid = kUntouched;
+  EXPECT_EQ(b.strAt(1, 0, &ccsid), "ABC");
+  EXPECT_EQ(ccsid, 0);
+  EXPECT_EQ(b.strAt(2, 0), std::string(bytes, sizeof bytes));
+  EXPECT_EQ(b.strAt(3, 0), "");
+
+  // Each string takes the CCSID the bag has at the time.
+  EXPECT_EQ(b.setInt(JXSYS_CCSID, 0, 437), kOk);
+  EXPECT_EQ(b.addStr(1, "DEF"), kOk);
+  EXPECT_EQ(b.setInt(JXSYS_CCSID, 0, 850), kOk);
+  EXPECT_EQ(b.addStr(1, "GHI"), kOk);
+  b.strAt(1, 1, &ccsid);
+  EXPECT_EQ(ccsid, 437);
+  b.strAt(1, 2, &ccsid);
+  EXPECT_EQ(ccsid, 850);
+  b.strAt(1, 0, &ccsid);
+  EXPECT_EQ(ccsid, 0);
+}
+
+TEST(AddString, RefusedWhileTheBagCcsidIsMinusOne) {
+  Bag b;
+  ASSERT_EQ(b.setInt(JXSYS_CCSID, 0, JXCCSID_NONE), kOk);
+  EXPECT_EQ(b.addStr(2001, "x"), failed(JXRC_BAD_CCSID));
+  EXPECT_EQ(b.count(JXSEL_ANY), 8);
+}
+
+TEST(AddString, ChecksInOrderAndBufferCheckKeepsTheFirstFailure) {
+  Bag b, checked(JXBAG_CHECK_SELECTORS);
+  Outcome o;
+  jxAddString(JXHB_NONE, -1, -2, nullptr, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_HANDLE));
+  EXPECT_EQ(b.addStr(-1, nullptr, 5), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.addStr(JXSEL_USER, "x"), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.addStr(2000, nullptr, -1), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.addStr(4001, "x"), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.addStr(0, "x"), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.addStr(1, nullptr, -2), failed(JXRC_BAD_LENGTH));
+  EXPECT_EQ(b.addStr(1, "abc", -2), failed(JXRC_BAD_LENGTH));
+  EXPECT_EQ(b.addStr(1, nullptr, -1), failed(JXRC_BAD_BUFFER));
+  EXPECT_EQ(b.addStr(1, nullptr, 3), failed(JXRC_BAD_BUFFER));
+  EXPECT_EQ(checked.addStr(2001, "x"), kOk);
+  EXPECT_EQ(checked.addStr(4000, "x"), kOk);
+  EXPECT_EQ(b.count(JXSEL_USER), 0);
+}
+
+TEST(AddString, OneTypePerSelector) {
+  Bag b;
+  b.addInt(5, 1);
+  EXPECT_EQ(b.addStr(5, "x"), failed(JXRC_INCONSISTENT_TYPE));
+  EXPECT_EQ(b.count(5), 1);
+}
+
+// ---- jxSetString -------------------------------------------------------------
+
+TEST(SetString, ReplacesOneOccurrenceInPlaceAndRestamps) {
+  Bag b;
+  b.addStr(1, "first"), b.addInt(2, 0), b.addStr(1, "second");
+  b.setInt(JXSYS_CCSID, 0, 1208);
+  EXPECT_EQ(b.setStr(1, 1, "SECOND"), kOk) << "same length";
+  EXPECT_EQ(b.setStr(1, 0, "a longer first"), kOk);
+  EXPECT_EQ(b.setStr(1, 0, "x", 1), kOk) << "shorter again";
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{1, 2, 1}));
+  int32_t ccsid = 0;
+  EXPECT_EQ(b.strAt(1, 0, &ccsid), "x");
+  EXPECT_EQ(ccsid, 1208);
+  EXPECT_EQ(b.strAt(1, 1, &ccsid), "SECOND");
+  EXPECT_EQ(ccsid, 1208);
+  EXPECT_EQ(b.setStr(1, 1, nullptr, 0), kOk);
+  EXPECT_EQ(b.strAt(1, 1), "");
+}
+
+TEST(SetString, IndexMinusTwoLeavesOneStringAtTheEnd) {
+  Bag b;
+  b.addInt(3, 1), b.addInt(4, 0), b.addInt(3, 2);
+  EXPECT_EQ(b.setStr(3, JXIDX_ALL, "only"), kOk);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{4, 3}));
+  EXPECT_EQ(b.strAt(3, -1), "only");
+  EXPECT_EQ(b.setStr(9, JXIDX_ALL, "new"), kOk);
+  EXPECT_EQ(b.strAt(9, 0), "new");
+}
+
+TEST(SetString, Reasons) {
+  Bag b, checked(JXBAG_CHECK_SELECTORS);
+  b.addStr(1, "a"), b.addStr(1, "b"), b.addInt(2, 0);
+  EXPECT_EQ(b.setStr(JXSYS_OPTIONS, 0, "x"), failed(JXRC_READ_ONLY_SELECTOR));
+  EXPECT_EQ(b.setStr(JXSYS_CCSID, 0, "x"), failed(JXRC_WRONG_ITEM_TYPE));
+  EXPECT_EQ(b.setStr(JXSYS_CCSID, JXIDX_ALL, "x"), failed(JXRC_SYSTEM_ITEM_UNDELETABLE));
+  EXPECT_EQ(b.setStr(-9, 0, "x"), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(b.setStr(JXSEL_ANY, 0, "x"), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(checked.setStr(1, 0, "x"), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.setStr(1, -1, "x"), failed(JXRC_SELECTOR_NOT_UNIQUE));
+  EXPECT_EQ(b.setStr(1, 2, "x"), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(b.setStr(1, -3, "x"), failed(JXRC_BAD_INDEX));
+  EXPECT_EQ(b.setStr(7, 0, "x"), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.setStr(2, 0, "x"), failed(JXRC_WRONG_ITEM_TYPE));
+  EXPECT_EQ(b.setStr(1, 0, "x", -2), failed(JXRC_BAD_LENGTH));
+  EXPECT_EQ(b.setStr(1, 0, nullptr, 2), failed(JXRC_BAD_BUFFER));
+  // The buffer check runs after an earlier failure and puts it back.
+  EXPECT_EQ(b.setStr(JXSYS_OPTIONS, 0, nullptr, 2), failed(JXRC_READ_ONLY_SELECTOR));
+  b.setInt(JXSYS_CCSID, 0, JXCCSID_NONE);
+  EXPECT_EQ(b.setStr(1, 0, "x"), failed(JXRC_BAD_CCSID));
+  b.setInt(JXSYS_CCSID, 0, 0);
+  EXPECT_EQ(b.strAt(1, 0), "a");
+  EXPECT_EQ(b.strAt(1, 1), "b");
+}
+
+// ---- jxInquireString ---------------------------------------------------------
+
+TEST(InquireString, PadsWithBlanksOrTruncatesWithAWarning) {
+  Bag b;
+  b.addStr(1, "ABC"), b.addStr(2, nullptr, 0);
+  b.setInt(JXSYS_CCSID, 0, 37);
+  b.addStr(3, "XY");
+  char buf[9] = "########";
+  int32_t sl = kUntouched, ccsid = kUntouched;
+  EXPECT_EQ(b.inqStr(1, 0, 8, buf, &sl, &ccsid), kOk);
+  EXPECT_EQ(std::string(buf, 8), "ABC     ");
+  EXPECT_EQ(sl, 3);
+  EXPECT_EQ(ccsid, 0);
+
+  memcpy(buf, "########", 8), sl = ccsid = kUntouched;
+  EXPECT_EQ(b.inqStr(1, 0, 2, buf, &sl, &ccsid), (Outcome{JXCC_WARNING, JXRC_STRING_TRUNCATED}));
+  EXPECT_EQ(std::string(buf, 8), "AB######");
+  EXPECT_EQ(sl, 3);
+  EXPECT_EQ(ccsid, 0);
+
+  sl = kUntouched;
+  EXPECT_EQ(b.inqStr(1, 0, 0, nullptr, &sl, nullptr),
+            (Outcome{JXCC_WARNING, JXRC_STRING_TRUNCATED}));
+  EXPECT_EQ(sl, 3);
+
+  memcpy(buf, "########", 8);
+  EXPECT_EQ(b.inqStr(2, 0, 4, buf, &sl, &ccsid), kOk);
+  EXPECT_EQ(std::string(buf, 8), "    ####");
+  EXPECT_EQ(sl, 0);
+
+  EXPECT_EQ(b.inqStr(3, 0, 2, buf, &sl, &ccsid), kOk);
+  EXPECT_EQ(ccsid, 37);
+}
+
+TEST(InquireString, ChecksInOrderAndWritesNothingOnFailure) {
+  Bag b(JXBAG_CHECK_SELECTORS);
+  b.addStr(2001, "ABC"), b.addInt(1, 5);
+  char buf[8] = "#######";
+  int32_t sl = kUntouched, ccsid = kUntouched;
+  EXPECT_EQ(b.inqStr(2001, 0, 4, nullptr, &sl, &ccsid), failed(JXRC_BAD_BUFFER));
+  EXPECT_EQ(b.inqStr(2001, 0, -1, nullptr, &sl, &ccsid), failed(JXRC_BAD_BUFFER));
+  EXPECT_EQ(b.inqStr(2001, 0, 4, reinterpret_cast<char *>(readOnly()), &sl, &ccsid),
+            failed(JXRC_BAD_BUFFER));
+  EXPECT_EQ(b.inqStr(-9, 0, -1, buf, nullptr, &ccsid), failed(JXRC_BAD_STRING_LENGTH_OUT));
+  EXPECT_EQ(b.inqStr(-9, 0, -1, buf, &sl, readOnly()), failed(JXRC_BAD_CCSID));
+  EXPECT_EQ(b.inqStr(-9, 0, -1, buf, &sl, &ccsid), failed(JXRC_BAD_LENGTH));
+  EXPECT_EQ(b.inqStr(-9, 0, 4, buf, &sl, &ccsid), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(b.inqStr(1, 0, 4, buf, &sl, &ccsid), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.inqStr(2002, 0, 4, buf, &sl, &ccsid), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.inqStr(2001, 1, 4, buf, &sl, &ccsid), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(b.inqStr(JXSEL_USER, -1, 4, buf, &sl, &ccsid), failed(JXRC_BAD_INDEX));
+  EXPECT_EQ(b.inqStr(JXSEL_USER, 1, 4, buf, &sl, &ccsid), failed(JXRC_WRONG_ITEM_TYPE));
+  EXPECT_EQ(b.inqStr(JXSEL_SYSTEM, 0, 4, buf, &sl, &ccsid), failed(JXRC_WRONG_ITEM_TYPE));
+  EXPECT_EQ(std::string(buf), "#######");
+  EXPECT_EQ(sl, kUntouched);
+  EXPECT_EQ(ccsid, kUntouched);
+  EXPECT_EQ(b.inqStr(JXSEL_USER, 0, 3, buf, &sl, nullptr), kOk);
+  EXPECT_EQ(std::string(buf, 3), "ABC");
+}
+
+// ---- jxInquireBag and jxAddInquiry (nested bags themselves: bag_tests) -------
+
+TEST(InquireBag, ChecksAndTypes) {
+  Bag b(JXBAG_CHECK_SELECTORS);
+  b.addInt(1, 5);
+  JXHBAG out = kUntouched;
+  EXPECT_EQ(b.inqBag(-9, 0, nullptr), failed(JXRC_BAD_ITEM_VALUE_OUT)) << "output first";
+  EXPECT_EQ(b.inqBag(-9, 0, &out), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(b.inqBag(4000, 0, &out), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.inqBag(4001, 0, &out), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.inqBag(JXSEL_USER, 0, &out), failed(JXRC_WRONG_ITEM_TYPE));
+  EXPECT_EQ(b.inqBag(JXSEL_SYSTEM, 3, &out), failed(JXRC_WRONG_ITEM_TYPE));
+  EXPECT_EQ(b.inqBag(JXSEL_ANY, -1, &out), failed(JXRC_BAD_INDEX));
+  EXPECT_EQ(b.inqBag(JXSYS_CCSID, 0, &out), failed(JXRC_WRONG_ITEM_TYPE));
+  EXPECT_EQ(out, kUntouched);
+}
+
+TEST(AddInquiry, OnlyAdministrationBagsAndAttributeSelectors) {
+  Bag plain, command(JXBAG_COMMAND), admin(JXBAG_ADMIN);
+  EXPECT_EQ(plain.inquiry(1), failed(JXRC_NOT_ADMIN_BAG));
+  EXPECT_EQ(command.inquiry(1), failed(JXRC_NOT_ADMIN_BAG));
+  EXPECT_EQ(command.inquiry(-1), failed(JXRC_NOT_ADMIN_BAG)) << "admin test first";
+  for (int32_t sel : {0, -1, 4001, JXSEL_ANY})
+    EXPECT_EQ(admin.inquiry(sel), failed(JXRC_SELECTOR_OUT_OF_RANGE)) << sel;
+  EXPECT_EQ(admin.inquiry(1), kOk);
+  EXPECT_EQ(admin.inquiry(4000), kOk);
+  EXPECT_EQ(admin.inquiry(1), kOk) << "the same attribute twice";
+  EXPECT_EQ(admin.count(JXSEL_INQUIRE), 3);
+  EXPECT_EQ(admin.intAt(JXSEL_INQUIRE, 0), 1);
+  EXPECT_EQ(admin.intAt(JXSEL_INQUIRE, 1), 4000);
+  EXPECT_EQ(admin.intAt(JXSEL_INQUIRE, 2), 1);
+}
+
+// ---- jxInquireItemInfo -------------------------------------------------------
+
+TEST(InquireItemInfo, ReportsSelectorAndType) {
+  Bag b;
+  b.addInt(7, 1), b.addStr(8, "s"), b.addInt(7, 2);
+  int32_t sel = kUntouched, type = kUntouched;
+  EXPECT_EQ(b.info(JXSEL_ANY, 0, &sel, &type), kOk);
+  EXPECT_EQ(sel, -8);
+  EXPECT_EQ(type, JXITEM_INTEGER);
+  EXPECT_EQ(b.info(JXSEL_USER, 1, &sel, &type), kOk);
+  EXPECT_EQ(sel, 8);
+  EXPECT_EQ(type, JXITEM_STRING);
+  EXPECT_EQ(b.info(7, 1, &sel, &type), kOk);
+  EXPECT_EQ(sel, 7);
+  Items expected = kSystemItems;
+  expected.insert(expected.end(), {{7, JXITEM_INTEGER}, {8, JXITEM_STRING}, {7, JXITEM_INTEGER}});
+  EXPECT_EQ(b.items(), expected);
+}
+
+TEST(InquireItemInfo, Reasons) {
+  Bag b, checked(JXBAG_CHECK_SELECTORS), empty;
+  b.addInt(7, 1), b.addInt(7, 2);
+  int32_t sel = kUntouched, type = kUntouched;
+  EXPECT_EQ(b.info(7, -1, &sel, &type), failed(JXRC_SELECTOR_NOT_UNIQUE));
+  EXPECT_EQ(b.info(7, 2, &sel, &type), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(b.info(7, -2, &sel, &type), failed(JXRC_BAD_INDEX));
+  EXPECT_EQ(b.info(JXSEL_SYSTEM, 8, &sel, &type), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(b.info(JXSEL_ANY, -1, &sel, &type), failed(JXRC_BAD_INDEX));
+  EXPECT_EQ(empty.info(JXSEL_USER, 0, &sel, &type), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.info(-9, 0, nullptr, nullptr), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(b.info(-30004, 0, &sel, &type), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(checked.info(6001, 0, nullptr, nullptr), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.info(0, 0, &sel, &type), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.info(6000, 0, &sel, &type), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.info(6001, 0, &sel, &type), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.info(7, 0, nullptr, nullptr), failed(JXRC_BAD_OUT_SELECTOR));
+  EXPECT_EQ(b.info(7, 0, &sel, readOnly()), failed(JXRC_BAD_ITEM_TYPE_OUT));
+  EXPECT_EQ(sel, kUntouched);
+  EXPECT_EQ(type, kUntouched);
+}
+
+// ---- jxCountItems ------------------------------------------------------------
+
+TEST(CountItems, CountsBySelectorAndKind) {
+  Bag b;
+  EXPECT_EQ(b.count(JXSEL_ANY), 8);
+  EXPECT_EQ(b.count(JXSEL_USER), 0);
+  EXPECT_EQ(b.count(JXSEL_SYSTEM), 8);
+  EXPECT_EQ(b.count(5), 0);
+  EXPECT_EQ(b.count(JXSYS_CCSID), 1);
+  b.addInt(5, 0), b.addStr(6, "x"), b.addInt(5, 1);
+  EXPECT_EQ(b.count(5), 2);
+  EXPECT_EQ(b.count(JXSEL_USER), 3);
+  EXPECT_EQ(b.count(JXSEL_ANY), 11);
+  EXPECT_EQ(b.count(6001), 0) << "no range check without the flag";
+}
+
+TEST(CountItems, Reasons) {
+  Bag b, checked(JXBAG_CHECK_SELECTORS);
+  int32_t n = kUntouched;
+  EXPECT_EQ(b.count(-9, &n), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(b.count(-30004, &n), failed(JXRC_BAD_SELECTOR));
+  EXPECT_EQ(checked.count(6001, &n), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.count(0, &n), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.count(-9, nullptr), failed(JXRC_BAD_ITEM_COUNT)) << "output before selector";
+  EXPECT_EQ(b.count(1, readOnly()), failed(JXRC_BAD_ITEM_COUNT));
+  EXPECT_EQ(n, kUntouched);
+}
+
+// ---- jxDeleteItem ------------------------------------------------------------
+
+TEST(DeleteItem, RemovesOneOccurrenceAndLaterItemsMoveDown) {
+  Bag b;
+  b.addInt(1, 10), b.addInt(2, 20), b.addInt(1, 11), b.addInt(3, 30), b.addInt(1, 12);
+  EXPECT_EQ(b.del(1, 1), kOk);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{1, 2, 3, 1}));
+  EXPECT_EQ(b.intAt(1, 1), 12) << "occurrences close up";
+  EXPECT_EQ(b.intAt(JXSEL_ANY, 10), 30);
+  EXPECT_EQ(b.del(JXSEL_USER, 0), kOk) << "the first user item, whatever its selector";
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{2, 3, 1}));
+  EXPECT_EQ(b.del(1, -1), kOk);
+  EXPECT_EQ(b.del(JXSEL_ANY, 9), kOk);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{2}));
+}
+
+TEST(DeleteItem, AllOccurrences) {
+  Bag b;
+  b.addInt(1, 10), b.addInt(2, 20), b.addInt(1, 11), b.addInt(1, 12);
+  EXPECT_EQ(b.del(7, JXIDX_ALL), kOk) << "none to delete is no error";
+  EXPECT_EQ(b.del(1, JXIDX_ALL), kOk);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{2}));
+  EXPECT_EQ(b.del(1, 0), failed(JXRC_SELECTOR_NOT_PRESENT));
+}
+
+TEST(DeleteItem, Reasons) {
+  Bag b, checked(JXBAG_CHECK_SELECTORS);
+  b.addInt(7, 1), b.addInt(7, 2);
+  EXPECT_EQ(b.del(8, 0), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.del(7, -3), failed(JXRC_BAD_INDEX));
+  EXPECT_EQ(b.del(7, -1), failed(JXRC_SELECTOR_NOT_UNIQUE));
+  EXPECT_EQ(b.del(7, 2), failed(JXRC_INDEX_NOT_PRESENT));
+  EXPECT_EQ(b.del(JXSEL_ANY, 0), failed(JXRC_SYSTEM_ITEM_UNDELETABLE));
+  for (int32_t w : {JXSEL_ANY, JXSEL_USER}) {
+    EXPECT_EQ(b.del(w, -1), failed(JXRC_BAD_INDEX)) << w;
+    EXPECT_EQ(b.del(w, -2), failed(JXRC_BAD_INDEX)) << w;
+  }
+  EXPECT_EQ(b.del(JXSEL_USER, -3), failed(JXRC_BAD_INDEX)) << "refused by the lookup";
+  EXPECT_EQ(b.del(JXSEL_SYSTEM, 0), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.del(JXSYS_CCSID, 0), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.del(-9, 0), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.del(6001, 0), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(checked.del(0, JXIDX_ALL), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.count(JXSEL_ANY), 10);
+}
+
+TEST(DeleteItem, SelectorCheckReplacesTheHandleReason) {
+  Outcome o;
+  jxDeleteItem(JXHB_NONE, 5, 0, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_HANDLE));
+  jxDeleteItem(JXHB_NONE, 6001, 0, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_HANDLE)) << "no flag to test without a bag";
+  jxDeleteItem(JXHB_NONE, -1, 0, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  jxDeleteItem(3, JXSEL_USER, JXIDX_ALL, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_BAD_INDEX));
+}
+
+// ---- jxClearBag and jxTruncateBag --------------------------------------------
+
+TEST(ClearBag, BackToTheNewBagState) {
+  Bag b(JXBAG_ADMIN);
+  b.addInt(1, 1), b.addStr(2001, "x");
+  b.setInt(JXSYS_CCSID, 0, 437);
+  b.setInt(JXSYS_COMMAND, 0, 13);
+  EXPECT_EQ(b.clear(), kOk);
+  EXPECT_EQ(b.items(), kSystemItems);
+  EXPECT_EQ(b.intAt(JXSYS_CCSID, 0), 0);
+  EXPECT_EQ(b.intAt(JXSYS_COMMAND, 0), 0);
+  EXPECT_EQ(b.intAt(JXSYS_OPTIONS, 0), 15);
+  EXPECT_EQ(b.intAt(JXSYS_MSG_TYPE, 0), 1);
+  EXPECT_EQ(b.addInt(1, 2), kOk) << "the bag works after a clear";
+  EXPECT_EQ(b.intAt(1, -1), 2);
+}
+
+TEST(TruncateBag, KeepsTheFirstUserItems) {
+  Bag b;
+  for (int32_t i = 0; i < 5; ++i) b.addInt(100 + i, i);
+  EXPECT_EQ(b.truncate(5), kOk);
+  EXPECT_EQ(b.count(JXSEL_USER), 5);
+  EXPECT_EQ(b.truncate(6), failed(JXRC_BAD_ITEM_COUNT));
+  EXPECT_EQ(b.truncate(-1), failed(JXRC_BAD_ITEM_COUNT));
+  EXPECT_EQ(b.count(JXSEL_USER), 5);
+  EXPECT_EQ(b.truncate(2), kOk);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{100, 101}));
+  int32_t sel = 0, type = 0;
+  EXPECT_EQ(b.info(JXSEL_ANY, 9, &sel, &type), kOk);
+  EXPECT_EQ(sel, 101);
+  EXPECT_EQ(b.truncate(0), kOk);
+  EXPECT_EQ(b.items(), kSystemItems);
+}
+
+TEST(TruncateBag, SystemItemsAddedLaterStay) {
+  Bag b;
+  b.addInt(1, 1), b.addInt(2, 2);
+  // A set with index -2 on a user selector moves it behind later items; the
+  // system items stay where they are whatever is truncated.
+  b.setInt(1, JXIDX_ALL, 3);
+  EXPECT_EQ(b.truncate(1), kOk);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{2}));
+  EXPECT_EQ(b.count(JXSEL_SYSTEM), 8);
+}
+
+}  // namespace

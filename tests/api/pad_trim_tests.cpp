@@ -1,0 +1,161 @@
+// jxPad and jxTrim through the public API: byte-exact results, check order
+// and outputs left alone on failure.
+#include <gtest/gtest.h>
+#include <jx/jxai.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <string>
+
+namespace {
+
+struct Outcome {
+  int32_t cc = -1;
+  int32_t rc = -1;
+};
+
+Outcome pad(const char *s, int32_t len, char *buf) {
+  Outcome o;
+  jxPad(s, len, buf, &o.cc, &o.rc);
+  return o;
+}
+
+Outcome trim(int32_t len, const char *buf, char *s) {
+  Outcome o;
+  jxTrim(len, buf, s, &o.cc, &o.rc);
+  return o;
+}
+
+// Three pages in a row: writable, read-only, inaccessible.
+struct Pages {
+  Pages() {
+    page = sysconf(_SC_PAGESIZE);
+    base = static_cast<char *>(
+        mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    memset(base, 'r', 2 * page);
+    base[2 * page - 1] = '\0';  // strings in the read-only page end there
+    readOnly = base + page;
+    none = base + 2 * page;
+    mprotect(readOnly, page, PROT_READ);
+    mprotect(none, page, PROT_NONE);
+  }
+  ~Pages() { munmap(base, 3 * page); }
+  long page;
+  char *base;
+  char *readOnly;
+  char *none;
+};
+
+TEST(Pad, FillsWithBlanksAndWritesNoNull) {
+  char buf[8];
+  memset(buf, '#', sizeof buf);
+  Outcome o = pad("AB", 5, buf);
+  EXPECT_EQ(o.cc, JXCC_OK);
+  EXPECT_EQ(o.rc, JXRC_NONE);
+  EXPECT_EQ(std::string(buf, 8), "AB   ###");
+
+  memset(buf, '#', sizeof buf);
+  o = pad("AB", 2, buf);
+  EXPECT_EQ(o.cc, JXCC_OK);
+  EXPECT_EQ(std::string(buf, 3), "AB#");
+}
+
+TEST(Pad, LongerStringIsCutWithAWarning) {
+  char buf[4] = {'#', '#', '#', '#'};
+  Outcome o = pad("AB", 1, buf);
+  EXPECT_EQ(o.cc, JXCC_WARNING);
+  EXPECT_EQ(o.rc, JXRC_STRING_TRUNCATED);
+  EXPECT_EQ(std::string(buf, 4), "A###");
+  // Length 0 with a null buffer writes nothing but still warns for a string.
+  o = pad("AB", 0, nullptr);
+  EXPECT_EQ(o.rc, JXRC_STRING_TRUNCATED);
+  o = pad("", 0, nullptr);
+  EXPECT_EQ(o.cc, JXCC_OK);
+}
+
+TEST(Pad, NullStringGivesBlanksAndSameAddressPadsInPlace) {
+  char buf[6];
+  memset(buf, '#', sizeof buf);
+  EXPECT_EQ(pad(nullptr, 6, buf).cc, JXCC_OK);
+  EXPECT_EQ(std::string(buf, 6), "      ");
+  char inPlace[8] = "XY";
+  EXPECT_EQ(pad(inPlace, 8, inPlace).cc, JXCC_OK);
+  EXPECT_EQ(std::string(inPlace, 8), "XY      ");
+}
+
+TEST(Pad, ChecksRunInOrderAndLeaveTheBufferAlone) {
+  Pages pages;
+  char buf[4] = {'#', '#', '#', '#'};
+  // Negative length wins over a null buffer and an unreadable string.
+  EXPECT_EQ(pad(pages.none, -1, nullptr).rc, JXRC_BAD_LENGTH);
+  // A bad buffer wins over an unreadable string.
+  EXPECT_EQ(pad(pages.none, 4, nullptr).rc, JXRC_BAD_BUFFER);
+  EXPECT_EQ(pad("A", 4, pages.readOnly).rc, JXRC_BAD_BUFFER);
+  EXPECT_EQ(pad("A", 4, pages.none).rc, JXRC_BAD_BUFFER);
+  Outcome o = pad(pages.none, 4, buf);
+  EXPECT_EQ(o.cc, JXCC_FAILED);
+  EXPECT_EQ(o.rc, JXRC_BAD_STRING);
+  EXPECT_EQ(std::string(buf, 4), "####");
+  // A read-only string is fine: it is only read.
+  EXPECT_EQ(pad(pages.readOnly + pages.page - 2, 0, nullptr).rc, JXRC_STRING_TRUNCATED);
+  // A buffer that runs from a writable into a read-only page is refused.
+  EXPECT_EQ(pad("A", 4, pages.readOnly - 2).rc, JXRC_BAD_BUFFER);
+  EXPECT_EQ(pad("A", 2, pages.readOnly - 2).rc, JXRC_NONE);
+}
+
+TEST(Trim, RemovesTrailingBlanksOnly) {
+  char out[16];
+  memset(out, '#', sizeof out);
+  EXPECT_EQ(trim(8, "AB  C   ", out).cc, JXCC_OK);
+  EXPECT_STREQ(out, "AB  C");
+
+  memset(out, '#', sizeof out);
+  EXPECT_EQ(trim(8, "        ", out).cc, JXCC_OK);
+  EXPECT_STREQ(out, "");
+
+  // A null byte is not a blank: it stays, and a null is written after it.
+  const char withNull[8] = {'A', 'B', '\0', ' ', ' ', ' ', ' ', ' '};
+  memset(out, '#', sizeof out);
+  EXPECT_EQ(trim(8, withNull, out).cc, JXCC_OK);
+  EXPECT_EQ(std::string(out, 4), std::string("AB\0\0", 4));
+
+  const char tab[3] = {'A', '\t', ' '};
+  memset(out, '#', sizeof out);
+  trim(3, tab, out);
+  EXPECT_EQ(std::string(out, 3), std::string("A\t\0", 3));
+
+  memset(out, '#', sizeof out);
+  EXPECT_EQ(trim(0, nullptr, out).cc, JXCC_OK);
+  EXPECT_EQ(out[0], '\0');
+  EXPECT_EQ(out[1], '#');
+}
+
+TEST(Trim, SameAddressTrimsInPlace) {
+  char field[6] = {'Q', 'M', ' ', ' ', ' ', '#'};
+  EXPECT_EQ(trim(5, field, field).cc, JXCC_OK);
+  EXPECT_STREQ(field, "QM");
+}
+
+TEST(Trim, ChecksRunInOrderAndLeaveTheStringAlone) {
+  Pages pages;
+  char out[4] = {'#', '#', '#', '#'};
+  Outcome o = trim(-1, nullptr, out);
+  EXPECT_EQ(o.cc, JXCC_FAILED);
+  EXPECT_EQ(o.rc, JXRC_BAD_LENGTH);
+  EXPECT_EQ(std::string(out, 4), "####");
+  EXPECT_EQ(trim(4, nullptr, nullptr).rc, JXRC_BAD_BUFFER);
+  EXPECT_EQ(trim(4, pages.none, nullptr).rc, JXRC_BAD_BUFFER);
+  EXPECT_EQ(trim(3, "AB ", nullptr).rc, JXRC_BAD_STRING);
+  EXPECT_EQ(trim(3, "AB ", pages.readOnly).rc, JXRC_BAD_STRING);
+  // The output must hold the length plus its null.
+  EXPECT_EQ(trim(3, "AB ", pages.readOnly - 3).rc, JXRC_BAD_STRING);
+  EXPECT_EQ(trim(3, "AB ", pages.readOnly - 4).rc, JXRC_NONE);
+  // A buffer running into an inaccessible page cannot be read.
+  EXPECT_EQ(trim(4, pages.none - 2, out).rc, JXRC_BAD_BUFFER);
+  o = trim(3, "AB ", out);
+  EXPECT_EQ(o.rc, JXRC_NONE);
+  EXPECT_STREQ(out, "AB");
+}
+
+}  // namespace

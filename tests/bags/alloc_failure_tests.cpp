@@ -1,0 +1,140 @@
+// Storage failures: fail the 1st, 2nd, 3rd... allocation of a call until it
+// succeeds; every failure must report 2071, leave the bag as it was and leak
+// nothing, except the creation paths that knowingly leave the block behind.
+#include <functional>
+
+#include "bag_test_util.hpp"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#define LEAKS_ACCEPTED_BEGIN() __lsan_disable()
+#define LEAKS_ACCEPTED_END() __lsan_enable()
+#else
+#define LEAKS_ACCEPTED_BEGIN()
+#define LEAKS_ACCEPTED_END()
+#endif
+
+namespace {
+
+// Selectors and types of every item, in order.
+std::vector<std::pair<int32_t, int32_t>> snapshot(const zaiBAG *bag) {
+  std::vector<std::pair<int32_t, int32_t>> out;
+  for (int32_t i = 0; i < bag->Items->Count; ++i) {
+    const auto *item = static_cast<const zaiPROPERTY *>(zaiVectorAt(bag->Items, i));
+    out.emplace_back(item->Selector, item->Type);
+  }
+  return out;
+}
+
+// Runs `call` with the nth allocation failing, n = 1, 2, ... until it
+// succeeds; returns how many failures it met.
+int failUntilSuccess(zaiBAG *bag, const std::function<Outcome()> &call) {
+  for (int n = 1;; ++n) {
+    const auto before = snapshot(bag);
+    const int64_t blocks = xcsBlocksInUse();
+    xcsSetAllocFailure(n, -1);
+    const Outcome o = call();
+    xcsSetAllocFailure(0, -1);
+    if (o == kOk) return n - 1;
+    EXPECT_EQ(o, failed(JXRC_NO_STORAGE)) << "allocation " << n;
+    EXPECT_EQ(xcsBlocksInUse(), blocks) << "allocation " << n;
+    EXPECT_EQ(snapshot(bag), before) << "allocation " << n;
+    if (n > 20) {
+      ADD_FAILURE() << "never succeeded";
+      return n;
+    }
+  }
+}
+
+TEST(AllocFailure, AddsGrowingTheVectorAndTheIndex) {
+  zaiBAG *bag = newBag(0);
+  const JXHBAG h = jxai::handleOf(bag);
+  int failures = 0;
+  // Through 80 items: the vector and the links double at 40, the selector
+  // table grows at 24 and 48 distinct selectors.
+  for (int32_t i = 0; i < 80; ++i) {
+    failures += failUntilSuccess(bag, [&] {
+      Outcome o;
+      if (i % 3 == 1)
+        jxAddString(h, 100 + i, 2, "ab", &o.cc, &o.rc);
+      else
+        jxAddInteger(h, 100 + i, i, &o.cc, &o.rc);
+      return o;
+    });
+  }
+  EXPECT_GE(failures, 4) << "the growth steps met failures";
+  EXPECT_EQ(zaiCountItems(bag, 0, JXSEL_USER), 80);
+  int32_t v = 0;
+  Outcome o;
+  jxInquireInteger(h, 178, -1, &v, &o.cc, &o.rc);
+  EXPECT_EQ(v, 78);
+  dropBag(bag);
+}
+
+TEST(AllocFailure, AddBagLeavesTheNestedBagToItsCaller) {
+  zaiBAG *bag = newBag(0);
+  Outcome o;
+  for (int32_t i = 0; i < 32; ++i) zaiAddInteger(bag, i, i, &o.cc, &o.rc);
+  zaiBAG *nested = newBag(0);
+  const int failures = failUntilSuccess(bag, [&] {
+    Outcome r;
+    zaiAddBag(bag, 4001, jxai::handleOf(nested), &r.cc, &r.rc);
+    return r;
+  });
+  EXPECT_GE(failures, 1);
+  dropBag(bag);  // takes the nested bag with it
+}
+
+TEST(AllocFailure, SetAllAndClear) {
+  zaiBAG *bag = newBag(0);
+  const JXHBAG h = jxai::handleOf(bag);
+  Outcome o;
+  for (int32_t i = 0; i < 39; ++i) jxAddInteger(h, 1, i, &o.cc, &o.rc);
+  jxAddInteger(h, 2, 0, &o.cc, &o.rc);
+  // Index -2 removes before it adds: nothing left to grow, nothing fails.
+  EXPECT_EQ(failUntilSuccess(bag,
+                             [&] {
+                               Outcome r;
+                               jxSetInteger(h, 1, JXIDX_ALL, 7, &r.cc, &r.rc);
+                               return r;
+                             }),
+            0);
+  EXPECT_EQ(failUntilSuccess(bag,
+                             [&] {
+                               Outcome r;
+                               jxClearBag(h, &r.cc, &r.rc);
+                               return r;
+                             }),
+            0);
+  EXPECT_EQ(zaiCountItems(bag, 0, JXSEL_ANY), 8);
+  dropBag(bag);
+}
+
+TEST(AllocFailure, CreateBagReportsEveryFailureAndFinallySucceeds) {
+  for (int n = 1;; ++n) {
+    const int64_t blocks = xcsBlocksInUse();
+    JXHBAG h = JXHB_NONE;
+    Outcome o;
+    LEAKS_ACCEPTED_BEGIN();
+    xcsSetAllocFailure(n, -1);
+    jxCreateBag(JXBAG_ADMIN, &h, &o.cc, &o.rc);
+    xcsSetAllocFailure(0, -1);
+    LEAKS_ACCEPTED_END();
+    if (o == kOk) {
+      EXPECT_GE(n, 4) << "block, vector data, vector block and the index each failed";
+      jxDeleteBag(&h, &o.cc, &o.rc);
+      EXPECT_EQ(xcsBlocksInUse(), blocks);
+      break;
+    }
+    EXPECT_EQ(o, failed(JXRC_NO_STORAGE)) << "allocation " << n;
+    EXPECT_EQ(h, JXHB_NONE) << "no handle on failure";
+    // The control block itself failing leaves nothing; later failures leave
+    // the block behind, as creation accepts.
+    if (n == 1) {
+      EXPECT_EQ(xcsBlocksInUse(), blocks);
+    }
+    ASSERT_LT(n, 20);
+  }
+}
+
+}  // namespace

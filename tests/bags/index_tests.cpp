@@ -1,0 +1,147 @@
+// The selector index against the plain scan it replaces: random adds and
+// removals anywhere in the bag, after each of which every lookup and count
+// must give exactly what a scan of the item vector gives.
+#include <random>
+
+#include "bag_test_util.hpp"
+
+namespace {
+
+// The lookup as a scan of the item vector: the running counts of all,
+// system, user and equal-selector items from the start position.
+struct ScanResult {
+  Outcome outcome;
+  int32_t position;
+};
+
+ScanResult scanFind(const zaiBAG *bag, int32_t start, int32_t selector, int32_t index) {
+  const bool wildcard = selector == JXSEL_ANY || selector == JXSEL_USER || selector == JXSEL_SYSTEM;
+  if ((wildcard && index == -1) || index < -1) return {failed(JXRC_BAD_INDEX), -1};
+  const zaiVECTOR *v = bag->Items;
+  if (index == -1) {
+    int32_t n = 0;
+    for (int32_t i = 0; i < v->Count; ++i)
+      n += static_cast<const zaiPROPERTY *>(zaiVectorAt(v, i))->Selector == selector;
+    if (n == 0) return {failed(JXRC_SELECTOR_NOT_PRESENT), -1};
+    if (n > 1) return {failed(JXRC_SELECTOR_NOT_UNIQUE), -1};
+  }
+  const int32_t target = index == -1 ? 1 : index + 1;
+  int32_t relevant = 0;
+  for (int32_t i = start; i < v->Count; ++i) {
+    const int32_t s = static_cast<const zaiPROPERTY *>(zaiVectorAt(v, i))->Selector;
+    const bool counts = selector == JXSEL_ANY      ? true
+                        : selector == JXSEL_SYSTEM ? s < 0
+                        : selector == JXSEL_USER   ? s >= 0
+                                                   : s == selector;
+    if (counts && ++relevant == target) return {kOk, i};
+  }
+  return {failed(relevant > 0 ? JXRC_INDEX_NOT_PRESENT : JXRC_SELECTOR_NOT_PRESENT), start};
+}
+
+int32_t scanCount(const zaiBAG *bag, int32_t start, int32_t selector) {
+  const zaiVECTOR *v = bag->Items;
+  int32_t n = 0;
+  for (int32_t i = start; i < v->Count; ++i) {
+    const int32_t s = static_cast<const zaiPROPERTY *>(zaiVectorAt(v, i))->Selector;
+    n += selector == JXSEL_ANY      ? 1
+         : selector == JXSEL_SYSTEM ? s < 0
+         : selector == JXSEL_USER   ? s >= 0
+                                    : s == selector;
+  }
+  return n;
+}
+
+const int32_t kSelectors[] = {JXSEL_ANY, JXSEL_USER, JXSEL_SYSTEM, -8, -7, -1,   -20, 0, 1, 2, 3,
+                              5,         8,          13,           21, 34, 1000, 4001};
+
+void expectIndexMatchesScan(zaiBAG *bag, std::mt19937 &gen) {
+  const int32_t n = bag->Items->Count;
+  for (int32_t selector : kSelectors) {
+    for (int32_t start : {0, n > 0 ? static_cast<int32_t>(gen() % n) : 0, n - 1, n}) {
+      if (start < 0) continue;
+      const int32_t count = scanCount(bag, start, selector);
+      ASSERT_EQ(zaiCountItems(bag, start, selector), count)
+          << "selector " << selector << " start " << start;
+      for (int32_t index : {-3, -1, 0, 1, count / 2, count - 1, count, count + 1}) {
+        Outcome o;
+        int32_t position = -77;
+        const zaiPROPERTY *item =
+            zaiFindSelector(bag, start, selector, index, &position, &o.cc, &o.rc);
+        const ScanResult expected = scanFind(bag, start, selector, index);
+        ASSERT_EQ(o, expected.outcome)
+            << "selector " << selector << " start " << start << " index " << index;
+        if (o.cc == JXCC_OK) {
+          ASSERT_EQ(position, expected.position)
+              << "selector " << selector << " start " << start << " index " << index;
+          ASSERT_EQ(item, zaiVectorAt(bag->Items, position));
+        } else if (expected.position >= 0) {
+          ASSERT_EQ(position, start) << "no match leaves the start position";
+        } else {
+          ASSERT_EQ(position, -77) << "a refused index leaves the position alone";
+        }
+      }
+    }
+  }
+}
+
+int32_t pick(std::mt19937 &gen) {
+  const int32_t pool[] = {-20, -7, 0, 1, 2, 3, 5, 8, 13, 21, 34, 1000, 4001};
+  return pool[gen() % (sizeof pool / sizeof pool[0])];
+}
+
+TEST(SelectorIndex, LookupsAndCountsMatchTheScanThroughRandomChanges) {
+  std::mt19937 gen(7);
+  zaiBAG *bag = newBag(0);
+  for (int step = 0; step < 1500; ++step) {
+    Outcome o;
+    const uint32_t op = gen() % 100;
+    const int32_t n = bag->Items->Count;
+    if (op < 50 || n < 4) {
+      // Adds of any selector, negative ones included, integers or strings
+      // (the two kinds refuse each other per selector).
+      const int32_t selector = pick(gen);
+      if (selector % 2)
+        zaiAddString(bag, selector, 1, "s", 0, &o.cc, &o.rc);
+      else
+        zaiAddInteger(bag, selector, step, &o.cc, &o.rc);
+    } else if (op < 80) {
+      zaiFreeItem(bag, static_cast<int32_t>(gen() % n), &o.cc, &o.rc);
+      ASSERT_EQ(o, kOk);
+    } else if (op < 90) {
+      const int32_t selector = pick(gen);
+      const int32_t index = static_cast<int32_t>(gen() % 4) - 2;
+      zaiDeleteItem(bag, selector, index, 1, &o.cc, &o.rc);
+    } else if (op < 93) {
+      zaiTruncateBag(bag, static_cast<int32_t>(gen() % 5), &o.cc, &o.rc);
+    } else if (op < 94) {
+      zaiClearBag(bag, &o.cc, &o.rc);
+      ASSERT_EQ(o, kOk);
+    } else {
+      zaiSetInteger(bag, pick(gen) & ~1, -2, step, &o.cc, &o.rc);
+    }
+    expectIndexMatchesScan(bag, gen);
+    if (HasFatalFailure()) {
+      ADD_FAILURE() << "at step " << step << ", op " << op;
+      break;
+    }
+  }
+  dropBag(bag);
+}
+
+TEST(SelectorIndex, ManyOccurrencesOfOneSelectorRemovedFromTheFront) {
+  std::mt19937 gen(11);
+  zaiBAG *bag = newBag(0);
+  Outcome o;
+  for (int32_t i = 0; i < 300; ++i) zaiAddInteger(bag, i % 3, i, &o.cc, &o.rc);
+  // Deleting all of one selector removes the first occurrence each time.
+  zaiDeleteItem(bag, 1, JXIDX_ALL, 0, &o.cc, &o.rc);
+  EXPECT_EQ(o, kOk);
+  EXPECT_EQ(zaiCountItems(bag, 0, 1), 0);
+  expectIndexMatchesScan(bag, gen);
+  int32_t value = 0;
+  zaiInquireInteger(bag, 2, 99, &value, &o.cc, &o.rc);
+  EXPECT_EQ(value, 3 * 99 + 2);
+  dropBag(bag);
+}
+
+}  // namespace

@@ -1,0 +1,81 @@
+// jxqm: the life cycle of a queue manager and the refusals on the way.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "qm_harness.hpp"
+
+using namespace qmtest;
+
+namespace {
+
+class ControlTool : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+  }
+};
+
+TEST_F(ControlTool, LifeCycle) {
+  std::string qm = uniqueName("LC");
+  std::string dir = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm;
+  EXPECT_EQ(jxqm({"status", qm}).status, 2) << "unknown before create";
+  auto r = jxqm({"create", qm});
+  ASSERT_EQ(r.status, 0) << r.out;
+  r = jxqm({"create", qm});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("already exists"), std::string::npos) << r.out;
+  EXPECT_EQ(jxqm({"status", qm}).status, 3);
+  EXPECT_EQ(jxqm({"stop", qm}).status, 3) << "stopping a stopped queue manager";
+
+  ASSERT_EQ(jxqm({"start", qm}).status, 0);
+  EXPECT_TRUE(std::filesystem::exists(dir + "/qm.sock"));
+  r = jxqm({"start", qm});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("already running"), std::string::npos) << r.out;
+  r = jxqm({"status", qm});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("running (pid"), std::string::npos) << r.out;
+  r = jxqm({"delete", qm});
+  EXPECT_EQ(r.status, 1) << "a running queue manager is not deleted";
+  r = jxqm({"define", qm, "LATE.Q"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("stop it"), std::string::npos) << r.out;
+
+  int32_t h = connect(qm);  // a client still connected does not hold up the stop
+  ASSERT_EQ(jxqm({"stop", qm}).status, 0);
+  EXPECT_EQ(jxqm({"status", qm}).status, 3);
+  EXPECT_FALSE(std::filesystem::exists(dir + "/qm.sock"));
+  int32_t cc, rc;
+  zstJXDISC(&h, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_CONNECTION_BROKEN);
+
+  ASSERT_EQ(jxqm({"define", qm, "LATE.Q", "--maxdepth", "7"}).status, 0);
+  EXPECT_EQ(jxqm({"define", qm, "LATE.Q"}).status, 1) << "defined twice";
+  ASSERT_EQ(jxqm({"delete", qm}).status, 0);
+  EXPECT_FALSE(std::filesystem::exists(dir));
+}
+
+TEST_F(ControlTool, RefusesBadArguments) {
+  EXPECT_EQ(jxqm({}).status, 2);
+  EXPECT_EQ(jxqm({"create", "bad/name"}).status, 2);
+  EXPECT_EQ(jxqm({"create", std::string(49, 'A')}).status, 2);
+  EXPECT_EQ(jxqm({"frobnicate", "QM"}).status, 2);
+  std::string qm = uniqueName("BA");
+  ASSERT_EQ(jxqm({"create", qm}).status, 0);
+  EXPECT_EQ(jxqm({"define", qm, "bad queue"}).status, 2);
+  EXPECT_EQ(jxqm({"define", qm, "Q", "--maxdepth", "-1"}).status, 2);
+  EXPECT_EQ(jxqm({"define", qm, "Q", "--maxmsgl", "x"}).status, 2);
+  EXPECT_EQ(jxqm({"adduser", qm, "bob"}, "").status, 2) << "no password given";
+  EXPECT_EQ(jxqm({"authorize", qm, "bob", "root"}).status, 2);
+  EXPECT_EQ(jxqm({"deluser", qm, "nobody-here"}).status, 1);
+  ASSERT_EQ(jxqm({"adduser", qm, "bob"}, "pw\n").status, 0);
+  auto r = jxqm({"users", qm});
+  EXPECT_EQ(r.out, "bob connect\n");
+  EXPECT_EQ(jxqm({"start", qm, "--listen", "not-an-address"}).status, 1);
+  EXPECT_EQ(jxqm({"status", qm}).status, 3) << "a failed start leaves it stopped";
+  EXPECT_EQ(jxqm({"delete", qm}).status, 0);
+}
+
+}  // namespace

@@ -1,0 +1,163 @@
+// Temporary dynamic queues: unique names from a model, deletion on close
+// with the purge option and when the creating connection ends.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "qm_harness.hpp"
+
+using namespace qmtest;
+
+namespace {
+
+class DynamicQueues : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+    qm_ = std::make_unique<QueueManagerProcess>();
+    hconn_ = connect(qm_->name());
+  }
+  void TearDown() override {
+    if (hconn_ > 0) disconnect(hconn_);
+    qm_.reset();
+  }
+  // Opens the default model with `dynamicName`; returns the handle and the new name.
+  int32_t openModel(int32_t hconn, const std::string &dynamicName, std::string &name,
+                    int32_t options = JXOO_INPUT_EXCLUSIVE) {
+    JXOD od = JXOD_DEFAULT;
+    setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
+    setName(od.DynamicQName, dynamicName);
+    int32_t h = 0, cc, rc;
+    zstJXOPEN(hconn, &od, options, &h, &cc, &rc);
+    EXPECT_EQ(rc, JXRC_NONE);
+    name.assign(od.ObjectName, strnlen(od.ObjectName, 48));
+    return h;
+  }
+  int32_t openReason(int32_t hconn, const std::string &queue) {
+    JXOD od = JXOD_DEFAULT;
+    setName(od.ObjectName, queue);
+    int32_t h = 0, cc, rc;
+    zstJXOPEN(hconn, &od, JXOO_OUTPUT, &h, &cc, &rc);
+    if (rc == JXRC_NONE) zstJXCLOSE(hconn, &h, JXCO_NONE, &cc, &rc);
+    return rc;
+  }
+  std::unique_ptr<QueueManagerProcess> qm_;
+  int32_t hconn_ = 0;
+};
+
+TEST_F(DynamicQueues, NamesComeFromTheTemplateAndAreUnique) {
+  std::string a, b, fixed;
+  openModel(hconn_, "JXAI.REPLY.*", a);
+  openModel(hconn_, "JXAI.REPLY.*", b);
+  EXPECT_EQ(a.rfind("JXAI.REPLY.", 0), 0u) << a;
+  EXPECT_GT(a.size(), std::strlen("JXAI.REPLY."));
+  EXPECT_NE(a, b);
+  openModel(hconn_, "MY.OWN.NAME", fixed);
+  EXPECT_EQ(fixed, "MY.OWN.NAME");
+  JXOD od = JXOD_DEFAULT;
+  setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
+  setName(od.DynamicQName, "MY.OWN.NAME");
+  int32_t h, cc, rc;
+  zstJXOPEN(hconn_, &od, JXOO_INPUT_SHARED, &h, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OBJECT_ALREADY_EXISTS);
+  // Default descriptor's template.
+  od = JXOD_DEFAULT;
+  setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
+  zstJXOPEN(hconn_, &od, JXOO_INPUT_SHARED, &h, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  EXPECT_EQ(std::string(od.ObjectName, 4), "AJX.");
+  // The command queue's reader count (the library checks it) is an ordinary inquiry.
+  int32_t sel = JXIA_DEFINITION_TYPE, type = 0;
+  int32_t inq = openQueue(hconn_, a, JXOO_INQUIRE);
+  zstJXINQ(hconn_, inq, 1, &sel, 1, &type, 0, nullptr, &cc, &rc);
+  EXPECT_EQ(type, JXQDT_TEMPORARY_DYNAMIC);
+}
+
+TEST_F(DynamicQueues, CloseWithPurgeDeletesQueueAndMessages) {
+  std::string name;
+  int32_t h = openModel(hconn_, "TEMP.*", name, JXOO_INPUT_EXCLUSIVE | JXOO_OUTPUT);
+  ASSERT_EQ(put(hconn_, h, "left behind"), JXRC_NONE);
+  int32_t cc, rc;
+  int32_t copy = h;
+  zstJXCLOSE(hconn_, &copy, JXCO_DELETE, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_Q_NOT_EMPTY) << "delete without purge keeps a queue with messages";
+  zstJXCLOSE(hconn_, &h, JXCO_DELETE_PURGE, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  EXPECT_EQ(openReason(hconn_, name), JXRC_UNKNOWN_OBJECT_NAME);
+  // Re-creating the name gives an empty queue.
+  std::string again;
+  h = openModel(hconn_, name, again, JXOO_INPUT_EXCLUSIVE);
+  EXPECT_EQ(get(hconn_, h).rc, JXRC_NO_MSG_AVAILABLE);
+}
+
+TEST_F(DynamicQueues, OthersMayPutButNotDelete) {
+  std::string name;
+  int32_t h = openModel(hconn_, "REPLY.*", name);
+  int32_t other = connect(qm_->name());
+  int32_t out = openQueue(other, name, JXOO_OUTPUT);
+  ASSERT_EQ(put(other, out, "reply"), JXRC_NONE);
+  int32_t cc, rc;
+  zstJXCLOSE(other, &out, JXCO_DELETE_PURGE, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_NOT_AUTHORIZED);
+  EXPECT_EQ(get(hconn_, h).data, "reply");
+  disconnect(other);
+}
+
+TEST_F(DynamicQueues, DeletedWhenTheCreatingConnectionIsKilled) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  pid_t child = fork();
+  if (child == 0) {
+    char qm[48] = {};
+    setName(qm, qm_->name());
+    int32_t h, cc, rc, hobj;
+    zstJXCONN(qm, &h, &cc, &rc, 0);
+    JXOD od = JXOD_DEFAULT;
+    setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
+    setName(od.DynamicQName, "DOOMED.*");
+    zstJXOPEN(h, &od, JXOO_INPUT_EXCLUSIVE | JXOO_OUTPUT, &hobj, &cc, &rc);
+    JXMD md = JXMD_DEFAULT;
+    JXPMO pmo = JXPMO_DEFAULT;
+    zstJXPUT(h, hobj, &md, &pmo, 4, const_cast<char *>("data"), 0, &cc, &rc);
+    if (write(fds[1], od.ObjectName, 48) != 48) _exit(1);
+    pause();
+    _exit(0);
+  }
+  close(fds[1]);
+  char name48[49] = {};
+  ASSERT_EQ(read(fds[0], name48, 48), 48);
+  close(fds[0]);
+  std::string name(name48);
+  ASSERT_EQ(name.rfind("DOOMED.", 0), 0u);
+  EXPECT_EQ(openReason(hconn_, name), JXRC_NONE);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  int32_t rc = JXRC_NONE;
+  for (int i = 0; i < 100 && rc == JXRC_NONE; ++i) {
+    rc = openReason(hconn_, name);
+    if (rc == JXRC_NONE) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_EQ(rc, JXRC_UNKNOWN_OBJECT_NAME);
+}
+
+TEST_F(DynamicQueues, ABlockedGetLearnsThatItsQueueWasDeleted) {
+  std::string name;
+  int32_t h = openModel(hconn_, "SHARED.*", name, JXOO_INPUT_SHARED);
+  int32_t other = connect(qm_->name());
+  int32_t in = openQueue(other, name, JXOO_INPUT_SHARED);
+  Got g;
+  std::thread waiter([&] { g = get(other, in, JXGMO_WAIT, 20000); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(150));
+  int32_t cc, rc;
+  zstJXCLOSE(hconn_, &h, JXCO_DELETE_PURGE, &cc, &rc);
+  waiter.join();
+  EXPECT_EQ(rc, JXRC_NONE);
+  EXPECT_EQ(g.rc, JXRC_Q_DELETED);
+  disconnect(other);
+}
+
+}  // namespace

@@ -1,0 +1,368 @@
+// Moving messages through a real queue manager: across processes, waits,
+// matching, truncation, expiry, limits, inquire and set.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <set>
+#include <thread>
+
+#include "qm_harness.hpp"
+
+using namespace qmtest;
+
+namespace {
+
+class Messaging : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+    qm_ = std::make_unique<QueueManagerProcess>(
+        std::vector<std::string>{"Q1", "SMALL --maxdepth 3 --maxmsgl 100", "PQ --persistent"});
+    hconn_ = connect(qm_->name());
+  }
+  void TearDown() override {
+    if (hconn_ > 0) disconnect(hconn_);
+    qm_.reset();
+  }
+  std::unique_ptr<QueueManagerProcess> qm_;
+  int32_t hconn_ = 0;
+};
+
+TEST_F(Messaging, PutInOneProcessGetInAnother) {
+  pid_t child = fork();
+  if (child == 0) {
+    char name[48] = {};
+    setName(name, qm_->name());
+    int32_t h = 0, cc, rc;
+    zstJXCONN(name, &h, &cc, &rc, 0);
+    if (cc) _exit(10);
+    JXOD od = JXOD_DEFAULT;
+    setName(od.ObjectName, "Q1");
+    int32_t hobj;
+    zstJXOPEN(h, &od, JXOO_OUTPUT, &hobj, &cc, &rc);
+    if (cc) _exit(11);
+    for (int i = 0; i < 50; ++i) {
+      std::string data = "message " + std::to_string(i);
+      JXMD md = JXMD_DEFAULT;
+      JXPMO pmo = JXPMO_DEFAULT;
+      zstJXPUT(h, hobj, &md, &pmo, static_cast<int32_t>(data.size()), data.data(), 0, &cc, &rc);
+      if (cc) _exit(12);
+    }
+    zstJXDISC(&h, 0, &cc, &rc);
+    _exit(cc ? 13 : 0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status));
+  ASSERT_EQ(WEXITSTATUS(status), 0);
+
+  int32_t hobj = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
+  std::set<std::string> ids;
+  for (int i = 0; i < 50; ++i) {
+    Got g = get(hconn_, hobj);
+    ASSERT_EQ(g.rc, JXRC_NONE);
+    EXPECT_EQ(g.data, "message " + std::to_string(i));  // arrival order
+    EXPECT_EQ(g.dataLength, static_cast<int32_t>(g.data.size()));
+    EXPECT_EQ(std::memcmp(g.md.PutDate, "20", 2), 0);
+    ids.insert(std::string(reinterpret_cast<char *>(g.md.MsgId), 24));
+  }
+  EXPECT_EQ(ids.size(), 50u) << "message identifiers must be unique";
+  EXPECT_EQ(ids.count(std::string(24, '\0')), 0u);
+  EXPECT_EQ(get(hconn_, hobj).rc, JXRC_NO_MSG_AVAILABLE);
+}
+
+TEST_F(Messaging, GetWaitIsWokenByAPutFromAnotherConnection) {
+  int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
+  Got g;
+  std::thread waiter([&] { g = get(hconn_, in, JXGMO_WAIT, 20000); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  int32_t other = connect(qm_->name());
+  int32_t out = openQueue(other, "Q1", JXOO_OUTPUT);
+  ASSERT_EQ(put(other, out, "wake up"), JXRC_NONE);
+  waiter.join();
+  EXPECT_EQ(g.rc, JXRC_NONE);
+  EXPECT_EQ(g.data, "wake up");
+  disconnect(other);
+}
+
+TEST_F(Messaging, GetWaitEndsWithNoMessageAfterTheInterval) {
+  int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
+  Got g = get(hconn_, in, JXGMO_WAIT, 100);
+  EXPECT_EQ(g.cc, JXCC_FAILED);
+  EXPECT_EQ(g.rc, JXRC_NO_MSG_AVAILABLE);
+  g = get(hconn_, in, JXGMO_WAIT, -2);
+  EXPECT_EQ(g.rc, JXRC_WAIT_INTERVAL_ERROR);
+}
+
+TEST_F(Messaging, GetByCorrelationIdentifierAmongMany) {
+  int32_t out = openQueue(hconn_, "Q1", JXOO_OUTPUT);
+  int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
+  std::vector<JXMD> sent(300);
+  for (int i = 0; i < 300; ++i) {
+    sent[i] = JXMD_DEFAULT;
+    std::snprintf(reinterpret_cast<char *>(sent[i].CorrelId), 24, "corr-%d", i);
+    ASSERT_EQ(put(hconn_, out, "body " + std::to_string(i), &sent[i]), JXRC_NONE);
+  }
+  JXMD sel = JXMD_DEFAULT;
+  std::memcpy(sel.CorrelId, sent[217].CorrelId, 24);
+  Got g = get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel);
+  ASSERT_EQ(g.rc, JXRC_NONE);
+  EXPECT_EQ(g.data, "body 217");
+  EXPECT_EQ(std::memcmp(g.md.MsgId, sent[217].MsgId, 24), 0);
+  // Gone once taken.
+  sel = JXMD_DEFAULT;
+  std::memcpy(sel.CorrelId, sent[217].CorrelId, 24);
+  EXPECT_EQ(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel).rc, JXRC_NO_MSG_AVAILABLE);
+  // By message identifier; correlation ignored when not asked to match it.
+  sel = JXMD_DEFAULT;
+  std::memcpy(sel.MsgId, sent[5].MsgId, 24);
+  std::memcpy(sel.CorrelId, sent[9].CorrelId, 24);
+  g = get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel, JXMO_MATCH_MSG_ID);
+  EXPECT_EQ(g.data, "body 5");
+  // Both must match when both are asked for.
+  sel = JXMD_DEFAULT;
+  std::memcpy(sel.MsgId, sent[6].MsgId, 24);
+  std::memcpy(sel.CorrelId, sent[9].CorrelId, 24);
+  EXPECT_EQ(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel).rc, JXRC_NO_MSG_AVAILABLE);
+  // All-zero identifiers match anything: the oldest message comes first.
+  EXPECT_EQ(get(hconn_, in).data, "body 0");
+}
+
+TEST_F(Messaging, TruncationLeavesOrRemovesTheMessage) {
+  int32_t out = openQueue(hconn_, "Q1", JXOO_OUTPUT);
+  int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
+  ASSERT_EQ(put(hconn_, out, "0123456789ABCDEF"), JXRC_NONE);
+  Got g = get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 10);
+  EXPECT_EQ(g.cc, JXCC_FAILED);
+  EXPECT_EQ(g.rc, JXRC_TRUNCATED_MSG_FAILED);
+  EXPECT_EQ(g.dataLength, 16);
+  EXPECT_EQ(g.data, "0123456789");
+  g = get(hconn_, in, JXGMO_NO_SYNCPOINT | JXGMO_ACCEPT_TRUNCATED_MSG, 0, 4);
+  EXPECT_EQ(g.cc, JXCC_WARNING);
+  EXPECT_EQ(g.rc, JXRC_TRUNCATED_MSG_ACCEPTED);
+  EXPECT_EQ(g.dataLength, 16);
+  EXPECT_EQ(g.data, "0123");
+  EXPECT_EQ(get(hconn_, in).rc, JXRC_NO_MSG_AVAILABLE) << "accepted truncation removes it";
+  // A zero-length buffer discards a message when truncation is accepted.
+  ASSERT_EQ(put(hconn_, out, "x"), JXRC_NONE);
+  g = get(hconn_, in, JXGMO_ACCEPT_TRUNCATED_MSG, 0, 0);
+  EXPECT_EQ(g.rc, JXRC_TRUNCATED_MSG_ACCEPTED);
+  EXPECT_EQ(g.dataLength, 1);
+}
+
+TEST_F(Messaging, ExpiredMessagesAreNotDelivered) {
+  int32_t out = openQueue(hconn_, "Q1", JXOO_OUTPUT);
+  int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED | JXOO_INQUIRE);
+  JXMD md = JXMD_DEFAULT;
+  md.Expiry = 1;  // a tenth of a second
+  ASSERT_EQ(put(hconn_, out, "short lived", &md), JXRC_NONE);
+  md = JXMD_DEFAULT;
+  md.Expiry = 600;
+  ASSERT_EQ(put(hconn_, out, "long lived", &md), JXRC_NONE);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  Got g = get(hconn_, in);
+  EXPECT_EQ(g.data, "long lived");
+  EXPECT_GT(g.md.Expiry, 500);
+  EXPECT_LE(g.md.Expiry, 600);
+  EXPECT_EQ(get(hconn_, in).rc, JXRC_NO_MSG_AVAILABLE);
+  md = JXMD_DEFAULT;
+  md.Expiry = 0;
+  EXPECT_EQ(put(hconn_, out, "bad", &md), JXRC_EXPIRY_ERROR);
+}
+
+TEST_F(Messaging, QueueFullAndMessageTooLong) {
+  int32_t out = openQueue(hconn_, "SMALL", JXOO_OUTPUT);
+  EXPECT_EQ(put(hconn_, out, std::string(101, 'x')), JXRC_MSG_TOO_BIG_FOR_Q);
+  EXPECT_EQ(put(hconn_, out, std::string(100, 'x')), JXRC_NONE);
+  EXPECT_EQ(put(hconn_, out, "2"), JXRC_NONE);
+  EXPECT_EQ(put(hconn_, out, "3"), JXRC_NONE);
+  EXPECT_EQ(put(hconn_, out, "4"), JXRC_Q_FULL);
+  int32_t in = openQueue(hconn_, "SMALL", JXOO_INPUT_SHARED);
+  EXPECT_EQ(get(hconn_, in).dataLength, 100);
+  EXPECT_EQ(put(hconn_, out, "4"), JXRC_NONE) << "room again after a get";
+  std::string big(JX_MAX_MSG_LENGTH + 1, 'b');
+  EXPECT_EQ(put(hconn_, out, big), JXRC_MSG_TOO_BIG_FOR_Q_MGR);
+}
+
+TEST_F(Messaging, Put1ToANamedQueue) {
+  JXOD od = JXOD_DEFAULT;
+  setName(od.ObjectName, "Q1");
+  JXMD md = JXMD_DEFAULT;
+  JXPMO pmo = JXPMO_DEFAULT;
+  int32_t cc, rc;
+  char data[] = "one shot";
+  zstJXPUT1(hconn_, &od, &md, &pmo, 8, data, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  EXPECT_NE(md.MsgId[0], 0);
+  EXPECT_EQ(std::string(pmo.ResolvedQName), "Q1");
+  EXPECT_EQ(std::string(pmo.ResolvedQMgrName), qm_->name());
+  setName(od.ObjectName, "NO.SUCH.QUEUE");
+  zstJXPUT1(hconn_, &od, &md, &pmo, 8, data, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_UNKNOWN_OBJECT_NAME);
+  setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
+  zstJXPUT1(hconn_, &od, &md, &pmo, 8, data, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OPTION_NOT_VALID_FOR_TYPE);
+  int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
+  EXPECT_EQ(get(hconn_, in).data, "one shot");
+}
+
+TEST_F(Messaging, InquireOpenCountsDepthAndNames) {
+  int32_t inq = openQueue(hconn_, "Q1", JXOO_INQUIRE);
+  int32_t in1 = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
+  int32_t in2 = openQueue(hconn_, "Q1", JXOO_INPUT_AS_Q_DEF | JXOO_OUTPUT);
+  ASSERT_EQ(put(hconn_, in2, "a"), JXRC_NONE);
+  int32_t sel[] = {JXIA_OPEN_INPUT_COUNT, JXCA_Q_NAME, JXIA_OPEN_OUTPUT_COUNT,
+                   JXIA_CURRENT_Q_DEPTH,  JXIA_Q_TYPE, JXCA_Q_MGR_NAME};
+  int32_t ints[4] = {-9, -9, -9, -9};
+  char chars[96];
+  int32_t cc, rc;
+  zstJXINQ(hconn_, inq, 6, sel, 4, ints, 96, chars, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  EXPECT_EQ(ints[0], 2);
+  EXPECT_EQ(ints[1], 1);
+  EXPECT_EQ(ints[2], 1);
+  EXPECT_EQ(ints[3], JXQT_LOCAL);
+  EXPECT_EQ(std::string(chars, 48), "Q1" + std::string(46, ' '));
+  EXPECT_EQ(std::string(chars + 48, qm_->name().size()), qm_->name());
+  zstJXCLOSE(hconn_, &in1, JXCO_NONE, &cc, &rc);
+  EXPECT_EQ(in1, JXHO_UNUSABLE_HOBJ);
+  zstJXINQ(hconn_, inq, 1, sel, 1, ints, 0, nullptr, &cc, &rc);
+  EXPECT_EQ(ints[0], 1);
+
+  // Each refusal leaves the outputs alone.
+  ints[0] = -9;
+  zstJXINQ(hconn_, inq, 6, sel, 3, ints, 96, chars, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_INT_ATTR_COUNT_TOO_SMALL);
+  zstJXINQ(hconn_, inq, 6, sel, 4, ints, 95, chars, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_CHAR_ATTRS_TOO_SHORT);
+  int32_t bad[] = {12345};
+  zstJXINQ(hconn_, inq, 1, bad, 4, ints, 0, nullptr, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_SELECTOR_ERROR);
+  zstJXINQ(hconn_, in2, 1, sel, 4, ints, 0, nullptr, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_NOT_OPEN_FOR_INQUIRE);
+  zstJXINQ(hconn_, inq, -1, sel, 4, ints, 0, nullptr, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_SELECTOR_COUNT_ERROR);
+  EXPECT_EQ(ints[0], -9);
+}
+
+TEST_F(Messaging, SetInhibitsPutsAndGetsAndPersistsTheChange) {
+  int32_t h = openQueue(hconn_, "Q1", JXOO_SET | JXOO_OUTPUT | JXOO_INPUT_SHARED | JXOO_INQUIRE);
+  int32_t sel[] = {JXIA_INHIBIT_PUT, JXIA_INHIBIT_GET, JXCA_Q_DESC};
+  int32_t vals[] = {1, 1};
+  char desc[64];
+  std::memset(desc, ' ', 64);
+  std::memcpy(desc, "changed", 7);
+  int32_t cc, rc;
+  zstJXSET(hconn_, h, 3, sel, 2, vals, 64, desc, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  EXPECT_EQ(put(hconn_, h, "x"), JXRC_PUT_INHIBITED);
+  EXPECT_EQ(get(hconn_, h).rc, JXRC_GET_INHIBITED);
+  // A bad value refuses the whole set: nothing changes.
+  int32_t bad[] = {0, 7};
+  zstJXSET(hconn_, h, 2, sel, 2, bad, 0, nullptr, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_ATTR_VALUE_ERROR);
+  EXPECT_EQ(put(hconn_, h, "x"), JXRC_PUT_INHIBITED);
+  int32_t depth[] = {JXIA_CURRENT_Q_DEPTH};
+  zstJXSET(hconn_, h, 1, depth, 1, vals, 0, nullptr, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_SELECTOR_ERROR);
+  int32_t noSet = openQueue(hconn_, "Q1", JXOO_INQUIRE);
+  zstJXSET(hconn_, noSet, 2, sel, 2, vals, 0, nullptr, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_NOT_OPEN_FOR_SET);
+
+  disconnect(hconn_);
+  ASSERT_TRUE(qm_->stop());
+  ASSERT_TRUE(qm_->start());
+  hconn_ = connect(qm_->name());
+  h = openQueue(hconn_, "Q1", JXOO_INQUIRE);
+  int32_t got[2] = {};
+  char gotDesc[64];
+  zstJXINQ(hconn_, h, 3, sel, 2, got, 64, gotDesc, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  EXPECT_EQ(got[0], 1);
+  EXPECT_EQ(got[1], 1);
+  EXPECT_EQ(std::string(gotDesc, 7), "changed");
+}
+
+TEST_F(Messaging, BadHandlesOptionsAndRecords) {
+  int32_t cc = -1, rc = -1;
+  int32_t h = openQueue(hconn_, "Q1", JXOO_OUTPUT);
+  JXMD md = JXMD_DEFAULT;
+  JXPMO pmo = JXPMO_DEFAULT;
+  char data[] = "x";
+  zstJXPUT(hconn_ + 1000, h, &md, &pmo, 1, data, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_HCONN_ERROR);
+  zstJXPUT(hconn_, h + 1000, &md, &pmo, 1, data, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_HOBJ_ERROR);
+  zstJXPUT(hconn_, h, nullptr, &pmo, 1, data, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_MD_ERROR);
+  JXMD badMd = JXMD_DEFAULT;
+  badMd.StrucId[0] = 'X';
+  zstJXPUT(hconn_, h, &badMd, &pmo, 1, data, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_MD_ERROR);
+  zstJXPUT(hconn_, h, &md, nullptr, 1, data, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_PMO_ERROR);
+  zstJXPUT(hconn_, h, &md, &pmo, -1, data, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_BUFFER_LENGTH_ERROR);
+  zstJXPUT(hconn_, h, &md, &pmo, 1, nullptr, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_BUFFER_ERROR);
+  pmo.Options = JXPMO_SYNCPOINT | JXPMO_NO_SYNCPOINT;
+  zstJXPUT(hconn_, h, &md, &pmo, 1, data, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OPTIONS_ERROR);
+  pmo.Options = 0;
+  md.Persistence = 3;
+  zstJXPUT(hconn_, h, &md, &pmo, 1, data, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_PERSISTENCE_ERROR);
+  md = JXMD_DEFAULT;
+  md.MsgType = 3;
+  zstJXPUT(hconn_, h, &md, &pmo, 1, data, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_MSG_TYPE_ERROR);
+  EXPECT_EQ(get(hconn_, h).rc, JXRC_NOT_OPEN_FOR_INPUT);
+
+  JXOD od = JXOD_DEFAULT;
+  setName(od.ObjectName, "Q1");
+  int32_t hobj = 77;
+  zstJXOPEN(hconn_, &od, JXOO_INPUT_SHARED | JXOO_INPUT_EXCLUSIVE, &hobj, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OPTIONS_ERROR);
+  zstJXOPEN(hconn_, &od, 0, &hobj, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OPTIONS_ERROR);
+  EXPECT_EQ(hobj, 77) << "a failed open leaves the handle alone";
+  od.ObjectType = 5;
+  zstJXOPEN(hconn_, &od, JXOO_OUTPUT, &hobj, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OBJECT_TYPE_ERROR);
+  od = JXOD_DEFAULT;
+  setName(od.ObjectName, "bad name!");
+  zstJXOPEN(hconn_, &od, JXOO_OUTPUT, &hobj, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OBJECT_NAME_ERROR);
+  setName(od.ObjectName, "Q1");
+  setName(od.ObjectQMgrName, "ELSEWHERE");
+  zstJXOPEN(hconn_, &od, JXOO_OUTPUT, &hobj, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_UNKNOWN_REMOTE_Q_MGR);
+  zstJXOPEN(hconn_, nullptr, JXOO_OUTPUT, &hobj, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OD_ERROR);
+
+  int32_t x1 = openQueue(hconn_, "Q1", JXOO_INPUT_EXCLUSIVE);
+  od = JXOD_DEFAULT;
+  setName(od.ObjectName, "Q1");
+  zstJXOPEN(hconn_, &od, JXOO_INPUT_SHARED, &hobj, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OBJECT_IN_USE);
+  zstJXCLOSE(hconn_, &x1, JXCO_DELETE_PURGE, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OPTION_NOT_VALID_FOR_TYPE) << "only dynamic queues can be deleted";
+  zstJXCLOSE(hconn_, &x1, JXCO_NONE, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_NONE);
+  zstJXCLOSE(hconn_, &x1, JXCO_NONE, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_HOBJ_ERROR);
+
+  char wrong[48] = {};
+  setName(wrong, "NOT_THIS_ONE");
+  int32_t h2 = 5;
+  zstJXCONN(wrong, &h2, &cc, &rc, 0);
+  EXPECT_EQ(rc, JXRC_Q_MGR_NOT_AVAILABLE);
+  EXPECT_EQ(h2, 5);
+  setName(wrong, "bad/name");
+  zstJXCONN(wrong, &h2, &cc, &rc, 0);
+  EXPECT_EQ(rc, JXRC_Q_MGR_NAME_ERROR);
+}
+
+}  // namespace

@@ -1,0 +1,167 @@
+#include "qm_harness.hpp"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace qmtest {
+
+std::string binDir() {
+  return JX_QM_BIN_DIR;
+}
+
+bool serverAvailable() {
+  return !binDir().empty() && access((binDir() + "/jxqmgr").c_str(), X_OK) == 0 &&
+         access((binDir() + "/jxqm").c_str(), X_OK) == 0;
+}
+
+ToolResult jxqm(const std::vector<std::string> &args, const std::string &input) {
+  ToolResult r;
+  int out[2], in[2];
+  if (pipe2(out, O_CLOEXEC) != 0 || pipe2(in, O_CLOEXEC) != 0) return r;
+  std::string prog = binDir() + "/jxqm";
+  pid_t pid = fork();
+  if (pid == 0) {
+    dup2(in[0], 0);
+    dup2(out[1], 1);
+    dup2(out[1], 2);
+    std::vector<char *> argv{const_cast<char *>(prog.c_str())};
+    for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(prog.c_str(), argv.data());
+    _exit(127);
+  }
+  close(in[0]);
+  close(out[1]);
+  if (!input.empty() && write(in[1], input.data(), input.size()) < 0) r.out = "(stdin failed)";
+  close(in[1]);
+  char buf[4096];
+  ssize_t n;
+  while ((n = read(out[0], buf, sizeof buf)) > 0) r.out.append(buf, static_cast<size_t>(n));
+  close(out[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return r;
+}
+
+std::string uniqueName(const char *prefix) {
+  static std::atomic<int> n{0};
+  return std::string(prefix) + std::to_string(getpid()) + "_" + std::to_string(++n);
+}
+
+QueueManagerProcess::QueueManagerProcess(const std::vector<std::string> &queues,
+                                         const std::vector<std::string> &startArgs)
+    : name_(uniqueName("QM")) {
+  auto r = jxqm({"create", name_});
+  EXPECT_EQ(r.status, 0) << r.out;
+  for (const auto &q : queues) {
+    std::vector<std::string> args{"define", name_};
+    std::istringstream words(q);
+    for (std::string w; words >> w;) args.push_back(w);
+    r = jxqm(args);
+    EXPECT_EQ(r.status, 0) << r.out;
+  }
+  EXPECT_TRUE(start(startArgs));
+}
+
+QueueManagerProcess::~QueueManagerProcess() {
+  stop();
+  jxqm({"delete", name_});
+}
+
+bool QueueManagerProcess::start(const std::vector<std::string> &args) {
+  std::vector<std::string> a{"start", name_};
+  a.insert(a.end(), args.begin(), args.end());
+  auto r = jxqm(a);
+  EXPECT_EQ(r.status, 0) << r.out;
+  return r.status == 0;
+}
+
+bool QueueManagerProcess::stop() {
+  return jxqm({"stop", name_}).status == 0;
+}
+
+pid_t QueueManagerProcess::pid() const {
+  std::ifstream in(std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + name_ + "/qm.pid");
+  pid_t p = 0;
+  in >> p;
+  return p;
+}
+
+void QueueManagerProcess::kill9() {
+  pid_t p = pid();
+  ASSERT_GT(p, 0);
+  ::kill(p, SIGKILL);
+  // The lock goes with the process: wait until status says stopped.
+  for (int i = 0; i < 200 && jxqm({"status", name_}).status == 0; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+void setName(char *field, const std::string &s) {
+  std::memset(field, 0, 48);
+  std::memcpy(field, s.data(), s.size());
+}
+
+int32_t connect(const std::string &qmgr) {
+  char name[48] = {};
+  setName(name, qmgr);
+  int32_t h = 0, cc = -1, rc = -1;
+  zstJXCONN(name, &h, &cc, &rc, 0);
+  EXPECT_EQ(cc, JXCC_OK) << "connect reason " << rc;
+  return h;
+}
+
+void disconnect(int32_t &hconn) {
+  int32_t cc, rc;
+  zstJXDISC(&hconn, 0, &cc, &rc);
+  EXPECT_EQ(cc, JXCC_OK) << rc;
+}
+
+int32_t openQueue(int32_t hconn, const std::string &queue, int32_t options) {
+  JXOD od = JXOD_DEFAULT;
+  setName(od.ObjectName, queue);
+  int32_t h = 0, cc, rc;
+  zstJXOPEN(hconn, &od, options, &h, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_NONE) << "open " << queue;
+  return h;
+}
+
+int32_t put(int32_t hconn, int32_t hobj, const std::string &data, JXMD *mdOut, int32_t options,
+            int32_t persistence) {
+  JXMD md = JXMD_DEFAULT;
+  if (mdOut) md = *mdOut;
+  md.Persistence = persistence;
+  JXPMO pmo = JXPMO_DEFAULT;
+  pmo.Options = options;
+  int32_t cc, rc;
+  zstJXPUT(hconn, hobj, &md, &pmo, static_cast<int32_t>(data.size()),
+           const_cast<char *>(data.data()), 0, &cc, &rc);
+  if (mdOut) *mdOut = md;
+  return rc;
+}
+
+Got get(int32_t hconn, int32_t hobj, int32_t options, int32_t wait, int32_t bufferLength,
+        const JXMD *selector, int32_t match) {
+  Got g;
+  if (selector) g.md = *selector;
+  JXGMO gmo = JXGMO_DEFAULT;
+  gmo.Options = options;
+  gmo.WaitInterval = wait;
+  gmo.MatchOptions = match;
+  std::vector<char> buf(static_cast<size_t>(bufferLength) + 1);
+  zstJXGET(hconn, hobj, &g.md, &gmo, bufferLength, buf.data(), &g.dataLength, 0, &g.cc, &g.rc);
+  if (g.dataLength >= 0)
+    g.data.assign(buf.data(), static_cast<size_t>(std::min(g.dataLength, bufferLength)));
+  return g;
+}
+
+}  // namespace qmtest

@@ -1,0 +1,159 @@
+// Units of work: puts and gets under syncpoint, commit, backout, and the
+// backout of a connection that dies.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "qm_harness.hpp"
+
+using namespace qmtest;
+
+namespace {
+
+class UnitsOfWork : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+    qm_ = std::make_unique<QueueManagerProcess>(std::vector<std::string>{"Q1", "PQ --persistent"});
+    a_ = connect(qm_->name());
+    b_ = connect(qm_->name());
+    aq_ = openQueue(a_, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+    bq_ = openQueue(b_, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED | JXOO_INQUIRE);
+  }
+  void TearDown() override {
+    if (a_ > 0) disconnect(a_);
+    if (b_ > 0) disconnect(b_);
+    qm_.reset();
+  }
+  int32_t depth() {
+    int32_t sel = JXIA_CURRENT_Q_DEPTH, d = -1, cc, rc;
+    zstJXINQ(b_, bq_, 1, &sel, 1, &d, 0, nullptr, &cc, &rc);
+    return d;
+  }
+  std::unique_ptr<QueueManagerProcess> qm_;
+  int32_t a_ = 0, b_ = 0, aq_ = 0, bq_ = 0;
+};
+
+TEST_F(UnitsOfWork, PutsAreSeenOnlyAfterCommit) {
+  ASSERT_EQ(put(a_, aq_, "first", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
+  ASSERT_EQ(put(a_, aq_, "second", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
+  EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE);
+  EXPECT_EQ(depth(), 2) << "uncommitted puts count in the depth";
+  int32_t cc, rc;
+  zstJXCMIT(a_, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  EXPECT_EQ(get(b_, bq_).data, "first");
+  EXPECT_EQ(get(b_, bq_).data, "second");
+}
+
+TEST_F(UnitsOfWork, CommitWakesAWaitingGet) {
+  Got g;
+  std::thread waiter([&] { g = get(b_, bq_, JXGMO_WAIT, 20000); });
+  ASSERT_EQ(put(a_, aq_, "after commit", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
+  std::this_thread::sleep_for(std::chrono::milliseconds(150));
+  int32_t cc, rc;
+  zstJXCMIT(a_, &cc, &rc);
+  waiter.join();
+  EXPECT_EQ(g.data, "after commit");
+}
+
+TEST_F(UnitsOfWork, BackoutDiscardsPutsAndRestoresGets) {
+  ASSERT_EQ(put(a_, aq_, "kept"), JXRC_NONE);
+  int32_t cc, rc;
+  zstJXBEGIN(a_, nullptr, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  zstJXBEGIN(a_, nullptr, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_UOW_IN_PROGRESS);
+  Got g = get(a_, aq_, JXGMO_SYNCPOINT);
+  ASSERT_EQ(g.data, "kept");
+  EXPECT_EQ(g.md.BackoutCount, 0);
+  ASSERT_EQ(put(a_, aq_, "discarded", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
+  EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE) << "a got message is held by the unit";
+  zstJXBACK(a_, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  g = get(b_, bq_);
+  EXPECT_EQ(g.data, "kept");
+  EXPECT_EQ(g.md.BackoutCount, 1);
+  EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE);
+  JXBO bo = JXBO_DEFAULT;
+  bo.Options = 99;
+  zstJXBEGIN(a_, &bo, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_OPTIONS_ERROR);
+}
+
+TEST_F(UnitsOfWork, GetsUnderSyncpointAreRemovedByCommit) {
+  ASSERT_EQ(put(a_, aq_, "m"), JXRC_NONE);
+  EXPECT_EQ(get(a_, aq_, JXGMO_SYNCPOINT).data, "m");
+  int32_t cc, rc;
+  zstJXCMIT(a_, &cc, &rc);
+  zstJXBACK(a_, &cc, &rc);
+  EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE);
+}
+
+TEST_F(UnitsOfWork, AnOrderlyDisconnectCommits) {
+  ASSERT_EQ(put(a_, aq_, "committed by disc", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
+  disconnect(a_);
+  EXPECT_EQ(get(b_, bq_).data, "committed by disc");
+}
+
+TEST_F(UnitsOfWork, ADyingConnectionIsBackedOut) {
+  ASSERT_EQ(put(a_, aq_, "to be got"), JXRC_NONE);
+  ASSERT_EQ(put(a_, aq_, "persistent", nullptr, JXPMO_NO_SYNCPOINT, JXPER_PERSISTENT), JXRC_NONE);
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  pid_t child = fork();
+  if (child == 0) {
+    char qm[48] = {};
+    setName(qm, qm_->name());
+    int32_t h, cc, rc;
+    zstJXCONN(qm, &h, &cc, &rc, 0);
+    int32_t q = openQueue(h, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+    bool ok = get(h, q, JXGMO_SYNCPOINT).rc == JXRC_NONE &&
+              get(h, q, JXGMO_SYNCPOINT).rc == JXRC_NONE &&
+              put(h, q, "never committed", nullptr, JXPMO_SYNCPOINT) == JXRC_NONE;
+    if (write(ready[1], ok ? "y" : "n", 1) != 1) _exit(1);
+    pause();
+    _exit(0);
+  }
+  close(ready[1]);
+  char c = 0;
+  ASSERT_EQ(read(ready[0], &c, 1), 1);
+  ASSERT_EQ(c, 'y');
+  EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  Got g = get(b_, bq_, JXGMO_WAIT, 5000);
+  EXPECT_EQ(g.data, "to be got");
+  EXPECT_EQ(g.md.BackoutCount, 1);
+  EXPECT_EQ(get(b_, bq_).data, "persistent");
+  EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE) << "the uncommitted put is gone";
+}
+
+TEST_F(UnitsOfWork, CommittedPersistentWorkSurvivesARestart) {
+  int32_t p = openQueue(a_, "PQ", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  ASSERT_EQ(put(a_, p, "durable", nullptr, JXPMO_SYNCPOINT, JXPER_AS_Q_DEF), JXRC_NONE);
+  ASSERT_EQ(put(a_, p, "taken", nullptr, JXPMO_NO_SYNCPOINT, JXPER_AS_Q_DEF), JXRC_NONE);
+  int32_t cc, rc;
+  zstJXCMIT(a_, &cc, &rc);
+  EXPECT_EQ(get(a_, p, JXGMO_SYNCPOINT).data, "durable");
+  EXPECT_EQ(get(a_, p, JXGMO_SYNCPOINT).data, "taken");
+  ASSERT_EQ(put(a_, p, "uncommitted", nullptr, JXPMO_SYNCPOINT, JXPER_PERSISTENT), JXRC_NONE);
+  zstJXBACK(a_, &cc, &rc);
+  EXPECT_EQ(get(a_, p).data, "durable");
+  zstJXCMIT(a_, &cc, &rc);
+  disconnect(a_);
+  disconnect(b_);
+  qm_->kill9();
+  ASSERT_TRUE(qm_->start());
+  a_ = connect(qm_->name());
+  b_ = connect(qm_->name());
+  p = openQueue(a_, "PQ", JXOO_INPUT_SHARED);
+  EXPECT_EQ(get(a_, p).data, "taken");
+  EXPECT_EQ(get(a_, p).rc, JXRC_NO_MSG_AVAILABLE);
+  bq_ = openQueue(b_, "Q1", JXOO_INQUIRE);
+}
+
+}  // namespace

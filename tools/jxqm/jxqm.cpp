@@ -1,0 +1,317 @@
+// jxqm: create, start, stop, inspect and delete queue managers, define
+// queues while one is stopped, and manage its users.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "credentials.hpp"
+#include "qm_paths.hpp"
+#include "qmgr_files.hpp"
+#include "store.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitNotRunning = 3;
+
+const char *kUsage =
+    "usage: jxqm COMMAND NAME [ARGS]\n"
+    "  create NAME                       create a queue manager\n"
+    "  start NAME [--listen HOST:PORT]   start it (TCP only with --listen)\n"
+    "  stop NAME                         stop it cleanly\n"
+    "  status NAME                       exit 0 running, 3 stopped\n"
+    "  delete NAME                       delete a stopped queue manager\n"
+    "  define NAME QUEUE [--maxdepth N] [--maxmsgl N] [--persistent] [--desc TEXT]\n"
+    "                                    define a local queue (queue manager stopped)\n"
+    "  adduser NAME USER [--admin]       add or update a user; password read from stdin\n"
+    "  authorize NAME USER none|connect|admin\n"
+    "                                    set what a user (local or TCP) may do\n"
+    "  deluser NAME USER                 remove a user\n"
+    "  users NAME                        list users and authorities\n";
+
+int usage() {
+  std::cerr << kUsage;
+  return kExitUsage;
+}
+
+int fail(const std::string &msg, int code = kExitFailed) {
+  std::cerr << "jxqm: " << msg << std::endl;
+  return code;
+}
+
+bool exists(const std::string &name) {
+  return fs::exists(jxqp::qmgrDir(name) + "/" + jxqp::kDbFile);
+}
+
+std::string serverProgram() {
+  if (const char *env = std::getenv("JX_QMGR_PROGRAM")) return env;
+  char self[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n <= 0) return "jxqmgr";
+  self[n] = 0;
+  return (fs::path(self).parent_path() / "jxqmgr").string();
+}
+
+bool parseInt(const char *s, int32_t lo, int32_t hi, int32_t &out) {
+  char *end = nullptr;
+  errno = 0;
+  long v = std::strtol(s, &end, 10);
+  if (errno || !end || *end || end == s || v < lo || v > hi) return false;
+  out = static_cast<int32_t>(v);
+  return true;
+}
+
+int cmdStart(const std::string &name, const std::vector<std::string> &args) {
+  std::string listen;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--listen" && i + 1 < args.size())
+      listen = args[++i];
+    else
+      return usage();
+  }
+  std::string dir = jxqp::qmgrDir(name);
+  long pid = 0;
+  if (jxqm::queueManagerRunning(dir, pid))
+    return fail("queue manager " + name + " is already running (pid " + std::to_string(pid) + ")");
+  int ready[2];
+  if (pipe2(ready, O_CLOEXEC) != 0) return fail(std::string("pipe: ") + std::strerror(errno));
+  std::string prog = serverProgram();
+  pid_t child = fork();
+  if (child < 0) return fail(std::string("fork: ") + std::strerror(errno));
+  if (child == 0) {
+    setsid();
+    // The server keeps nothing of ours open but the ready pipe, as fd 3.
+    if (ready[1] != 3) {
+      dup2(ready[1], 3);
+      close(ready[1]);
+    }
+    ready[1] = 3;
+    close_range(4, ~0U, 0);
+    int devnull = open("/dev/null", O_RDWR);
+    int logFd = open((dir + "/" + jxqp::kLogFile).c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    dup2(devnull, 0);
+    dup2(logFd >= 0 ? logFd : devnull, 1);
+    dup2(logFd >= 0 ? logFd : devnull, 2);
+    if (devnull > 3) close(devnull);
+    if (logFd > 3) close(logFd);
+    std::string fd = std::to_string(ready[1]);
+    std::vector<const char *> argv = {prog.c_str(), name.c_str(), "--ready-fd", fd.c_str()};
+    if (!listen.empty()) {
+      argv.push_back("--listen");
+      argv.push_back(listen.c_str());
+    }
+    argv.push_back(nullptr);
+    execv(prog.c_str(), const_cast<char *const *>(argv.data()));
+    _exit(127);
+  }
+  close(ready[1]);
+  char buf[16] = {};
+  ssize_t n;
+  do n = read(ready[0], buf, sizeof buf - 1);
+  while (n < 0 && errno == EINTR);
+  close(ready[0]);
+  if (n > 0 && std::strncmp(buf, "ready", 5) == 0) {
+    // The server runs on in its own session; it is reaped by init.
+    std::cout << "queue manager " << name << " started (pid " << child << ")" << std::endl;
+    return kExitOk;
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return fail("queue manager " + name + " did not start (exit status " +
+              std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status)) +
+              "); see " + dir + "/" + jxqp::kLogFile);
+}
+
+int cmdStop(const std::string &name) {
+  std::string dir = jxqp::qmgrDir(name);
+  long pid = 0;
+  if (!jxqm::queueManagerRunning(dir, pid))
+    return fail("queue manager " + name + " is not running", kExitNotRunning);
+  if (pid <= 0 || kill(static_cast<pid_t>(pid), SIGTERM) != 0)
+    return fail("cannot signal queue manager " + name);
+  for (int i = 0; i < 600; ++i) {
+    long p;
+    if (!jxqm::queueManagerRunning(dir, p)) {
+      std::cout << "queue manager " << name << " stopped" << std::endl;
+      return kExitOk;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  return fail("queue manager " + name + " did not stop within 30 seconds");
+}
+
+int cmdDefine(const std::string &name, const std::vector<std::string> &args) {
+  if (args.empty()) return usage();
+  jxqm::QueueDef q;
+  q.name = args[0];
+  if (!jxqm::validQueueName(q.name)) return fail("invalid queue name '" + q.name + "'", kExitUsage);
+  for (size_t i = 1; i < args.size(); ++i) {
+    const std::string &a = args[i];
+    bool more = i + 1 < args.size();
+    if (a == "--maxdepth" && more) {
+      if (!parseInt(args[++i].c_str(), 0, 999999999, q.maxDepth))
+        return fail("--maxdepth must be 0 to 999999999", kExitUsage);
+    } else if (a == "--maxmsgl" && more) {
+      if (!parseInt(args[++i].c_str(), 0, 4 * 1024 * 1024, q.maxMsgLength))
+        return fail("--maxmsgl must be 0 to 4194304", kExitUsage);
+    } else if (a == "--persistent") {
+      q.defPersistence = 1;
+    } else if (a == "--desc" && more) {
+      q.description = args[++i];
+      if (q.description.size() > 64) return fail("--desc is at most 64 characters", kExitUsage);
+    } else {
+      return usage();
+    }
+  }
+  std::string dir = jxqp::qmgrDir(name);
+  long pid;
+  if (jxqm::queueManagerRunning(dir, pid))
+    return fail("queue manager " + name + " is running: stop it to define queues");
+  jxqm::Store st;
+  std::string err;
+  if (!st.open(dir + "/" + jxqp::kDbFile, false, err)) return fail("cannot open database: " + err);
+  std::vector<jxqm::QueueDef> defs;
+  if (!st.loadQueues(defs)) return fail("cannot read definitions: " + st.lastError());
+  for (const auto &d : defs)
+    if (d.name == q.name) return fail("queue " + q.name + " already exists");
+  if (!st.saveQueue(q)) return fail("cannot define queue: " + st.lastError());
+  std::cout << "queue " << q.name << " defined" << std::endl;
+  return kExitOk;
+}
+
+int openStore(const std::string &name, jxqm::Store &st) {
+  std::string err;
+  if (!st.open(jxqp::qmgrDir(name) + "/" + jxqp::kDbFile, false, err))
+    return fail("cannot open database: " + err);
+  return kExitOk;
+}
+
+int parseAuthority(const std::string &s, int32_t &out) {
+  if (s == "none")
+    out = jxqm::kAuthNone;
+  else if (s == "connect")
+    out = jxqm::kAuthConnect;
+  else if (s == "admin")
+    out = jxqm::kAuthAdmin;
+  else
+    return fail("authority must be none, connect or admin", kExitUsage);
+  return kExitOk;
+}
+
+bool validUser(const std::string &u) {
+  if (u.empty() || u.size() > 64) return false;
+  for (char c : u)
+    if (c <= ' ' || c == 127) return false;
+  return true;
+}
+
+int cmdAddUser(const std::string &name, const std::vector<std::string> &args) {
+  if (args.empty() || args.size() > 2 || (args.size() == 2 && args[1] != "--admin")) return usage();
+  if (!validUser(args[0])) return fail("user names are 1 to 64 printable characters", kExitUsage);
+  std::string password;
+  if (!std::getline(std::cin, password) || password.empty())
+    return fail("no password on standard input", kExitUsage);
+  if (password.size() > 64) return fail("passwords are at most 64 characters", kExitUsage);
+  std::string hash = jxqm::hashPassword(password);
+  if (hash.empty()) return fail("cannot hash the password");
+  jxqm::Store st;
+  if (int rc = openStore(name, st)) return rc;
+  int32_t authority = args.size() == 2 ? jxqm::kAuthAdmin : jxqm::kAuthConnect;
+  if (!st.setUser(args[0], &hash, authority)) return fail("cannot store user: " + st.lastError());
+  std::cout << "user " << args[0] << " set" << std::endl;
+  return kExitOk;
+}
+
+int cmdAuthorize(const std::string &name, const std::vector<std::string> &args) {
+  if (args.size() != 2) return usage();
+  if (!validUser(args[0])) return fail("user names are 1 to 64 printable characters", kExitUsage);
+  int32_t authority = jxqm::kAuthNone;
+  if (int rc = parseAuthority(args[1], authority)) return rc;
+  jxqm::Store st;
+  if (int rc = openStore(name, st)) return rc;
+  if (!st.setUser(args[0], nullptr, authority)) return fail("cannot store user: " + st.lastError());
+  std::cout << "user " << args[0] << " authority " << args[1] << std::endl;
+  return kExitOk;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  if (argc < 3) return usage();
+  std::string cmd = argv[1], name = argv[2];
+  std::vector<std::string> args(argv + 3, argv + argc);
+  if (!jxqp::validQMgrName(name))
+    return fail("invalid queue manager name '" + name + "' (1 to 48 of A-Z a-z 0-9 . _ %)",
+                kExitUsage);
+  umask(077);
+  if (cmd == "create") {
+    if (!args.empty()) return usage();
+    std::string err;
+    if (!jxqm::createQueueManager(name, err)) return fail(err);
+    std::cout << "queue manager " << name << " created" << std::endl;
+    return kExitOk;
+  }
+  if (!exists(name)) return fail("queue manager " + name + " does not exist", kExitUsage);
+  if (cmd == "start") return cmdStart(name, args);
+  if (!args.empty() && (cmd == "stop" || cmd == "status" || cmd == "delete" || cmd == "users"))
+    return usage();
+  if (cmd == "stop") return cmdStop(name);
+  if (cmd == "status") {
+    long pid;
+    if (jxqm::queueManagerRunning(jxqp::qmgrDir(name), pid)) {
+      std::cout << "queue manager " << name << " running (pid " << pid << ")" << std::endl;
+      return kExitOk;
+    }
+    std::cout << "queue manager " << name << " stopped" << std::endl;
+    return kExitNotRunning;
+  }
+  if (cmd == "delete") {
+    long pid;
+    if (jxqm::queueManagerRunning(jxqp::qmgrDir(name), pid))
+      return fail("queue manager " + name + " is running: stop it first");
+    std::error_code ec;
+    fs::remove_all(jxqp::qmgrDir(name), ec);
+    if (ec) return fail("cannot delete: " + ec.message());
+    std::cout << "queue manager " << name << " deleted" << std::endl;
+    return kExitOk;
+  }
+  if (cmd == "define") return cmdDefine(name, args);
+  if (cmd == "adduser") return cmdAddUser(name, args);
+  if (cmd == "authorize") return cmdAuthorize(name, args);
+  if (cmd == "deluser") {
+    if (args.size() != 1) return usage();
+    jxqm::Store st;
+    if (int rc = openStore(name, st)) return rc;
+    if (!st.deleteUser(args[0])) return fail("no user " + args[0]);
+    std::cout << "user " << args[0] << " removed" << std::endl;
+    return kExitOk;
+  }
+  if (cmd == "users") {
+    jxqm::Store st;
+    if (int rc = openStore(name, st)) return rc;
+    std::vector<std::pair<std::string, int32_t>> users;
+    if (!st.listUsers(users)) return fail("cannot list users: " + st.lastError());
+    const char *names[] = {"none", "connect", "admin"};
+    for (auto &[u, a] : users) std::cout << u << ' ' << names[a >= 0 && a <= 2 ? a : 0] << '\n';
+    return kExitOk;
+  }
+  return usage();
+}
