@@ -135,15 +135,14 @@ typedef int32_t JXHOBJ;
 #define JXITEM_BAG 3
 
 /* ---- PCF messages ------------------------------------------------------ */
-/* Header types (system item -2) and parameter structure types. */
-#define JXPCF_TYPE_COMMAND 1
+/* Header types (system item -2; command 1 and user 8 above) and parameter
+ * structure types. */
 #define JXPCF_TYPE_RESPONSE 2
 #define JXPCF_TYPE_INTEGER 3
 #define JXPCF_TYPE_STRING 4
 #define JXPCF_TYPE_INTEGER_LIST 5
 #define JXPCF_TYPE_STRING_LIST 6
 #define JXPCF_TYPE_EVENT 7
-#define JXPCF_TYPE_USER 8
 
 #define JXPCF_HEADER_LENGTH 36      /* header structure length */
 #define JXPCF_HEADER_VERSION 1

@@ -10,6 +10,7 @@
 #include "pcf_format.hpp"
 
 using jxai::Frame;
+using jxai::itemAt;
 using jxai::kComponent;
 using jxai::setFailure;
 using namespace jxai::pcf;
@@ -43,10 +44,6 @@ char *reserve(zaiPCFBUFCTL *area, int64_t size) {
 // A parameter structure that was written counts in the header.
 void countParameter(const zaiPCFBUFCTL *area, const char *written) {
   if (written && area->Header) add32(area->Header, kHdrParameterCount, 1);
-}
-
-zaiPROPERTY *itemAt(const zaiBAG *bag, int32_t position) {
-  return static_cast<zaiPROPERTY *>(zaiVectorAt(bag->Items, position));
 }
 
 int32_t markCount(const zaiPCFBUFCTL *area) {

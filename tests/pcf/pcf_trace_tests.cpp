@@ -1,0 +1,144 @@
+// What the codec writes to the trace: the API blocks of the two buffer
+// calls, and the internal lines of the reader and the writer.
+#include <algorithm>
+
+#include "pcf_test_support.hpp"
+#include "trace_file.hpp"
+
+namespace {
+
+using namespace pcftest;
+using Lines = std::vector<std::string>;
+
+std::string dump32(int32_t v) {
+  return dumpOf(&v, sizeof v);
+}
+
+class PcfTrace : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    xcsInitialize(48, 1030, 0, 0, 0);
+    thread = xihThreadAddress();
+    savedActive = thread->TraceActive;
+  }
+  void TearDown() override { thread->TraceActive = savedActive; }
+  void set(int32_t enabled, uint32_t options, int32_t active) {
+    words.set(enabled, 0, options, 0);
+    thread->TraceActive = active;
+    mark = traceTexts().size();
+  }
+  Lines fresh() const { return apiLines(since(traceTexts(), mark)); }
+
+  TraceWordsGuard words;
+  xihTHREADANCHOR *thread = nullptr;
+  int32_t savedActive = 0;
+  size_t mark = 0;
+};
+
+TEST_F(PcfTrace, BagToBufferBlocks) {
+  Bag bag(0);
+  Bytes buffer(36);
+  int32_t length = 0, cc = -1, rc = -1;
+  set(0, XTR_OPT_API, 0);
+  jxBagToBuffer(JXHB_NONE, bag.handle, 36, buffer.data(), &length, &cc, &rc);
+  ASSERT_EQ(cc, JXCC_OK);
+  EXPECT_EQ(fresh(), (Lines{"__________",
+                            "jxBagToBuffer >>",
+                            "OptionsBag:",
+                            dump32(JXHB_NONE),
+                            "DataBag:",
+                            dump32(bag.handle),
+                            "Bufferlength:",
+                            dump32(36),
+                            "Buffer        : Output Parm",
+                            "DataLength    : Output Parm",
+                            "Compcode      : Output Parm",
+                            "Reason        : Output Parm",
+                            "__________",
+                            "jxBagToBuffer <<",
+                            "OptionsBag    : Input  Parm",
+                            "DataBag       : Input  Parm",
+                            "BufferLength  : Input  Parm",
+                            "Buffer:",
+                            dumpOf(buffer.data(), 36),
+                            "Datalength:",
+                            dump32(36),
+                            "Compcode:",
+                            dump32(0),
+                            "Reason:",
+                            dump32(0)}));
+
+  set(0, XTR_OPT_API, 0);
+  jxBagToBuffer(JXHB_NONE, bag.handle, 0, nullptr, nullptr, &cc, &rc);
+  Lines exitBlock = fresh();
+  const auto at = std::find(exitBlock.begin(), exitBlock.end(), "jxBagToBuffer <<");
+  ASSERT_NE(at, exitBlock.end());
+  EXPECT_EQ(Lines(at + 4, at + 7), (Lines{"Buffer:", "NULL", "Datalength: NULL"}));
+}
+
+TEST_F(PcfTrace, BufferToBagBlocks) {
+  Bag bag(0);
+  Msg m = Msg().header(8, 0, 1).integer(5, 1);
+  int32_t cc = -1, rc = -1;
+  set(0, XTR_OPT_API, 0);
+  jxBufferToBag(JXHB_NONE, m.size(), m.data.data(), bag.handle, &cc, &rc);
+  ASSERT_EQ(cc, JXCC_OK);
+  EXPECT_EQ(fresh(), (Lines{"__________",
+                            "jxBufferToBag >>",
+                            "OptionsBag:",
+                            dump32(JXHB_NONE),
+                            "Bufferlength:",
+                            dump32(m.size()),
+                            "Buffer:",
+                            dumpOf(m.data.data(), m.data.size()),
+                            "DataBag:",
+                            dump32(bag.handle),
+                            "Compcode      : Output Parm",
+                            "Reason        : Output Parm",
+                            "__________",
+                            "jxBufferToBag <<",
+                            "OptionsBag    : Input  Parm",
+                            "BufferLength  : Input  Parm",
+                            "Buffer        : Input  Parm",
+                            "DataBag       : Input  Parm",
+                            "Compcode:",
+                            dump32(0),
+                            "Reason:",
+                            dump32(0)}));
+}
+
+TEST_F(PcfTrace, ReaderShowsTheHeaderEachOffsetAndTheFailingStructure) {
+  Bag bag(0);
+  Msg m = Msg().header(8, 0, 2).integer(5, 1).integer(6, 2).patch(36 + 16 + 4, 12);
+  set(1, XTR_OPT_PARMS, 1);
+  EXPECT_EQ(read(bag, m.data).rc, JXRC_BAD_PCF);
+  Lines lines = fresh();
+  const auto header = std::find(lines.begin(), lines.end(), "PCF Header");
+  ASSERT_NE(header, lines.end());
+  EXPECT_EQ(*(header + 1), dumpOf(m.data.data(), 36));
+  EXPECT_NE(std::find(lines.begin(), lines.end(), "msgOffset:36, *pParmType:3"), lines.end());
+  EXPECT_NE(std::find(lines.begin(), lines.end(), "msgOffset:52, *pParmType:3"), lines.end());
+  EXPECT_NE(std::find(lines.begin(), lines.end(), dumpOf(m.data.data() + 52, 12)), lines.end());
+
+  set(0, XTR_OPT_PARMS, 1);
+  EXPECT_EQ(read(bag, m.data).rc, JXRC_BAD_PCF);
+  lines = fresh();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "PCF Header"), 0);
+}
+
+TEST_F(PcfTrace, WriterShowsTheControlAreaAfterEachStep) {
+  Bag bag(0);
+  bag.add(5, 1);
+  set(1, XTR_OPT_PARMS, 1);
+  Written w = write(bag, 0);
+  ASSERT_EQ(w.cc, JXCC_OK);
+  Lines lines = fresh();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "PCF Buffer Control Area"), 2)
+      << "the header and the one parameter";
+  const auto area = std::find(lines.begin(), lines.end(), "PCF Buffer Control Area");
+  ASSERT_NE(area + 1, lines.end());
+  EXPECT_EQ((area + 1)->rfind("00000000  5A 50 42 43", 0), 0u)
+      << "the dump starts with the eye-catcher";
+}
+
+}  // namespace
