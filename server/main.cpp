@@ -158,10 +158,13 @@ class Server {
       c.out.clear();
       c.outOff = 0;
     }
-    epoll_event ev{};
-    ev.events = EPOLLIN | EPOLLRDHUP | (pending ? static_cast<uint32_t>(EPOLLOUT) : 0u);
-    ev.data.u64 = c.id;
-    epoll_ctl(ep_, EPOLL_CTL_MOD, c.fd, &ev);
+    if (pending != c.watchingOut) {
+      epoll_event ev{};
+      ev.events = EPOLLIN | EPOLLRDHUP | (pending ? static_cast<uint32_t>(EPOLLOUT) : 0u);
+      ev.data.u64 = c.id;
+      epoll_ctl(ep_, EPOLL_CTL_MOD, c.fd, &ev);
+      c.watchingOut = pending;
+    }
     return true;
   }
 
