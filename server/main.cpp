@@ -209,6 +209,12 @@ class Server {
       }
       if (c->closeAfterWrite && c->out.empty()) drop(id);
     }
+    // Dropping a connection can wake another's get after its turn to write
+    // has passed: run another turn at once instead of waiting for an event.
+    for (uint32_t id : qm_.connIds()) {
+      Conn *c = qm_.conn(id);
+      if ((!c->out.empty() && !c->watchingOut) || qm_.hasRunnableInput(*c)) return 0;
+    }
     if (next < 0) return -1;
     int64_t wait = next - QueueManager::nowMs();
     return wait < 0 ? 0 : wait > 60000 ? 60000 : static_cast<int>(wait);
