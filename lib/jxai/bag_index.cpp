@@ -74,14 +74,13 @@ bool growTable(BagIndex &ix) {
   grown.tableMask = size - 1;
   grown.tableBits = static_cast<uint32_t>(__builtin_ctz(size));
   grown.tableUsed = 0;
-  grown.memoValid = 0;
+  grown.memoValid = 0;  // it named a slot of the old table
   if (ix.table) {
     for (uint32_t i = 0; i <= ix.tableMask; ++i) {
       if (ix.table[i].count != 0) *insertNew(grown, ix.table[i].selector) = ix.table[i];
     }
     free(ix.table);
   }
-  grown.memoValid = 0;
   ix = grown;
   return true;
 }
