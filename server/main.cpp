@@ -158,10 +158,13 @@ class Server {
       c.out.clear();
       c.outOff = 0;
     }
-    epoll_event ev{};
-    ev.events = EPOLLIN | EPOLLRDHUP | (pending ? static_cast<uint32_t>(EPOLLOUT) : 0u);
-    ev.data.u64 = c.id;
-    epoll_ctl(ep_, EPOLL_CTL_MOD, c.fd, &ev);
+    if (pending != c.watchingOut) {
+      epoll_event ev{};
+      ev.events = EPOLLIN | EPOLLRDHUP | (pending ? static_cast<uint32_t>(EPOLLOUT) : 0u);
+      ev.data.u64 = c.id;
+      epoll_ctl(ep_, EPOLL_CTL_MOD, c.fd, &ev);
+      c.watchingOut = pending;
+    }
     return true;
   }
 
@@ -205,6 +208,12 @@ class Server {
         continue;
       }
       if (c->closeAfterWrite && c->out.empty()) drop(id);
+    }
+    // Dropping a connection can wake another's get after its turn to write
+    // has passed: run another turn at once instead of waiting for an event.
+    for (uint32_t id : qm_.connIds()) {
+      Conn *c = qm_.conn(id);
+      if ((!c->out.empty() && !c->watchingOut) || qm_.hasRunnableInput(*c)) return 0;
     }
     if (next < 0) return -1;
     int64_t wait = next - QueueManager::nowMs();

@@ -70,6 +70,7 @@ struct Conn {
   jxqp::Bytes in;
   jxqp::Bytes out;
   size_t outOff = 0;
+  bool watchingOut = false;  // EPOLLOUT registered
   std::map<int32_t, Handle> handles;
   int32_t nextHobj = 1;
   bool uowActive = false;

@@ -235,7 +235,7 @@ typedef struct tagJXMD {
   int32_t Encoding;            /* 24 JXENC_NATIVE */
   int32_t CodedCharSetId;      /* 28 0 */
   char Format[8];              /* 32 blanks */
-  int32_t Priority;            /* 40 JXPRI_AS_Q_DEF */
+  int32_t Priority;            /* 40 JXPRI_AS_Q_DEF; kept, delivery is in arrival order */
   int32_t Persistence;         /* 44 JXPER_AS_Q_DEF */
   uint8_t MsgId[24];           /* 48 zero: the put generates one */
   uint8_t CorrelId[24];        /* 72 zero */

@@ -204,6 +204,8 @@ void zaiFreeItem(zaiBAG *bag, JXLONG position, PJXLONG cc, PJXLONG rc) {
     return setFailure(cc, rc, JXRC_INDEX_NOT_PRESENT);
   }
   const zaiPROPERTY item = *jxai::itemAt(bag, position);
+  // A vector that fails its own checks has written a failure record; the
+  // item then stays where it is and owns what it owned.
   if (zaiVectorRemoveAt(bag->Items, position) != ZAI_VEC_OK) {
     return setFailure(cc, rc, JXRC_INDEX_NOT_PRESENT);
   }

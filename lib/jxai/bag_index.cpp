@@ -1,11 +1,9 @@
 #include "bag_index.hpp"
 
-#include <jx/jxcs.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
-
-#include "call_frame.hpp"
 
 namespace jxai {
 namespace {
@@ -18,13 +16,6 @@ constexpr uint32_t kHashMultiplier = 0x9E3779B9u;  // Fibonacci hashing
 uint32_t home(const BagIndex &ix, int32_t selector) {
   const uint32_t u = static_cast<uint32_t>(selector);
   return (u ^ ((u >> ix.tableBits) * kHashMultiplier)) & ix.tableMask;
-}
-
-template <typename T>
-T *obtain(size_t count) {
-  void *p = nullptr;
-  if (xcsGetMem(kComponent, kFn_zaiAddInteger, count * sizeof(T), &p) != XCS_OK) return nullptr;
-  return static_cast<T *>(p);
 }
 
 // The slot holding the selector's entry, or the free slot ending its probe
@@ -74,34 +65,33 @@ void erase(BagIndex &ix, SelectorEntry *entry) {
 
 bool growTable(BagIndex &ix) {
   const uint32_t size = ix.table ? (ix.tableMask + 1) * 2 : kFirstTableSize;
-  SelectorEntry *table = obtain<SelectorEntry>(size);
+  // Zeroed storage: every slot starts free (count 0), and the pages of a
+  // large table that no selector reaches are never touched.
+  auto *table = static_cast<SelectorEntry *>(calloc(size, sizeof(SelectorEntry)));
   if (!table) return false;
-  for (uint32_t i = 0; i < size; ++i) table[i].count = 0;
   BagIndex grown = ix;
   grown.table = table;
   grown.tableMask = size - 1;
   grown.tableBits = static_cast<uint32_t>(__builtin_ctz(size));
   grown.tableUsed = 0;
-  grown.memoValid = 0;
+  grown.memoValid = 0;  // it named a slot of the old table
   if (ix.table) {
     for (uint32_t i = 0; i <= ix.tableMask; ++i) {
       if (ix.table[i].count != 0) *insertNew(grown, ix.table[i].selector) = ix.table[i];
     }
-    xcsFreeMem(kComponent, ix.table);
+    free(ix.table);
   }
-  grown.memoValid = 0;
   ix = grown;
   return true;
 }
 
+// Doubles an array; realloc lets a large one grow by remapping, not copying.
 template <typename T>
-bool growArray(T *&array, int32_t &capacity, int32_t used, int32_t first) {
+bool growArray(T *&array, int32_t &capacity, int32_t first) {
   const int64_t wanted = capacity ? int64_t{capacity} * 2 : first;
   if (wanted > INT32_MAX) return false;
-  T *grown = obtain<T>(static_cast<size_t>(wanted));
+  T *grown = static_cast<T *>(realloc(array, static_cast<size_t>(wanted) * sizeof(T)));
   if (!grown) return false;
-  if (used > 0) memcpy(grown, array, static_cast<size_t>(used) * sizeof(T));
-  if (array) xcsFreeMem(kComponent, array);
   array = grown;
   capacity = static_cast<int32_t>(wanted);
   return true;
@@ -138,8 +128,7 @@ IndexMatch fromStart(const BagIndex &ix, const SelectorEntry &e, int32_t start) 
 }  // namespace
 
 bool indexReserve(BagIndex &ix, int32_t itemCount, int32_t selector) {
-  if (itemCount >= ix.linkCapacity &&
-      !growArray(ix.links, ix.linkCapacity, itemCount, kFirstLinkCapacity)) {
+  if (itemCount >= ix.linkCapacity && !growArray(ix.links, ix.linkCapacity, kFirstLinkCapacity)) {
     return false;
   }
   if (!lookup(ix, selector) &&
@@ -147,7 +136,7 @@ bool indexReserve(BagIndex &ix, int32_t itemCount, int32_t selector) {
     if (!growTable(ix)) return false;
   }
   if (selector < 0 && ix.systemCount == ix.systemCapacity &&
-      !growArray(ix.system, ix.systemCapacity, ix.systemCount, kFirstSystemCapacity)) {
+      !growArray(ix.system, ix.systemCapacity, kFirstSystemCapacity)) {
     return false;
   }
   return true;
@@ -214,9 +203,9 @@ void indexRemove(BagIndex &ix, const zaiVECTOR *items, int32_t selector, int32_t
 }
 
 void indexRelease(BagIndex &ix) {
-  if (ix.links) xcsFreeMem(kComponent, ix.links);
-  if (ix.table) xcsFreeMem(kComponent, ix.table);
-  if (ix.system) xcsFreeMem(kComponent, ix.system);
+  free(ix.links);
+  free(ix.table);
+  free(ix.system);
   ix = BagIndex{};
 }
 

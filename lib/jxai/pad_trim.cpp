@@ -29,7 +29,7 @@ char *zaiPadString(const char *string, char *buffer, int32_t length) {
               static_cast<void *>(buffer), length);
   const size_t n = string ? strlen(string) : 0;
   const size_t l = static_cast<size_t>(length);
-  if (string != buffer && n > 0) memcpy(buffer, string, n < l ? n : l);
+  if (string != buffer && n > 0 && l > 0) memcpy(buffer, string, n < l ? n : l);
   if (n < l) memset(buffer + n, kBlank, l - n);
   return buffer;
 }

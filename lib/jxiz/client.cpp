@@ -12,6 +12,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -38,6 +39,10 @@ struct Connection {
   int fd = -1;
   bool broken = false;
   char qmgr[48] = {};  // the name the queue manager answered with
+  // Replies are read through this buffer: a header and a small payload
+  // usually arrive in one receive.
+  uint8_t rbuf[16384];
+  size_t rpos = 0, rlen = 0;
   ~Connection() {
     if (fd >= 0) close(fd);
   }
@@ -107,13 +112,33 @@ bool recvAll(int fd, uint8_t *p, size_t n) {
   return true;
 }
 
+bool readReply(Connection &c, uint8_t *out, size_t n) {
+  while (n) {
+    if (c.rpos == c.rlen) {
+      if (n >= sizeof c.rbuf) return recvAll(c.fd, out, n);
+      ssize_t r;
+      do r = recv(c.fd, c.rbuf, sizeof c.rbuf, 0);
+      while (r < 0 && errno == EINTR);
+      if (r <= 0) return false;
+      c.rpos = 0;
+      c.rlen = static_cast<size_t>(r);
+    }
+    size_t k = std::min(n, c.rlen - c.rpos);
+    std::memcpy(out, c.rbuf + c.rpos, k);
+    c.rpos += k;
+    out += k;
+    n -= k;
+  }
+  return true;
+}
+
 // Sends one request and reads its reply payload. Returns a reason: 0, or
 // JXRC_CONNECTION_BROKEN / JXRC_UNEXPECTED_ERROR after marking the connection broken.
 int32_t roundTrip(Connection &c, Op op, Writer &w, std::vector<uint8_t> &reply) {
   if (c.broken) return JXRC_CONNECTION_BROKEN;
   jxqp::Bytes f = jxqp::frame(static_cast<uint8_t>(op), w);
   uint8_t hdr[jxqp::kHeaderSize];
-  if (!sendAll(c.fd, f.data(), f.size()) || !recvAll(c.fd, hdr, sizeof hdr)) {
+  if (!sendAll(c.fd, f.data(), f.size()) || !readReply(c, hdr, sizeof hdr)) {
     c.broken = true;
     return JXRC_CONNECTION_BROKEN;
   }
@@ -124,7 +149,7 @@ int32_t roundTrip(Connection &c, Op op, Writer &w, std::vector<uint8_t> &reply) 
     return JXRC_UNEXPECTED_ERROR;
   }
   reply.resize(h.length);
-  if (!recvAll(c.fd, reply.data(), reply.size())) {
+  if (!readReply(c, reply.data(), reply.size())) {
     c.broken = true;
     return JXRC_CONNECTION_BROKEN;
   }

@@ -23,7 +23,8 @@
 // Inserts is "none" without an insert record; Stack is "none" on a thread
 // without an anchor, otherwise the depth followed by the kept marks,
 // outermost first. Unreadable dump lines read "XXXXXXXX-YYYYYYYY  not
-// readable". Everything the caller passes is read through the probe, and
+// readable"; a dump longer than 16384 bytes shows its first 16384 after a
+// line "  Shown: first 16384 bytes". Everything the caller passes is read through the probe, and
 // nothing here allocates, so the fault handler writes records too.
 #include <errno.h>
 #include <fcntl.h>
@@ -37,6 +38,10 @@
 
 namespace jxcs {
 namespace {
+
+// A record is for reading: a dump longer than this (a length taken from a
+// damaged block, say) is cut.
+constexpr uint32_t kMaxDump = 16384;
 
 std::atomic<uint32_t> g_sequence{0};
 char g_lastRecord[PATH_MAX];
@@ -166,7 +171,13 @@ int32_t writeFailureRecord(uint16_t component, uint16_t probe, int32_t flags, ui
       w.endLine();
       t.addf("  Length: %u", e.Length);
       w.endLine();
-      dumpLines(e.Address, e.Length, dumpSink, &w);
+      uint32_t shown = e.Length;
+      if (shown > kMaxDump) {
+        shown = kMaxDump;
+        t.addf("  Shown: first %u bytes", shown);
+        w.endLine();
+      }
+      dumpLines(e.Address, shown, dumpSink, &w);
     }
   } else if (dumps) {
     t.add("Dumps: not readable");

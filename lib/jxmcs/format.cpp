@@ -112,32 +112,42 @@ bool writeAll(int fd, const char *p, size_t n) {
 
 void dumpLines(const void *address, uint32_t length, LineSink sink, void *ctx) {
   char buf[128];
-  uint32_t badFrom = 0;
+  uint64_t badFrom = 0;
   bool bad = false;
-  for (uint64_t off = 0; off < length; off += 16) {
+  auto closeBad = [&](uint64_t end) {
+    Text t(buf, sizeof buf);
+    t.addf("%08X-%08X  not readable", (uint32_t)badFrom, (uint32_t)(end - 1));
+    sink(ctx, buf, t.len);
+    bad = false;
+  };
+  uint64_t off = 0;
+  while (off < length) {
     uint32_t n = length - off < 16 ? (uint32_t)(length - off) : 16;
     unsigned char bytes[16];
-    bool ok = address && safeCopy(bytes, (const char *)address + off, n);
-    if (ok && bad) {
-      Text t(buf, sizeof buf);
-      t.addf("%08X-%08X  not readable", badFrom, (uint32_t)off - 1);
-      sink(ctx, buf, t.len);
-      bad = false;
-    }
-    if (ok) {
+    const char *at = (const char *)address + off;
+    uint64_t next = off + 16;
+    if (address && safeCopy(bytes, at, n)) {
+      if (bad) closeBad(off);
       Text t(buf, sizeof buf);
       addHexLine(t, (uint32_t)off, bytes, n);
       sink(ctx, buf, t.len);
-    } else if (!bad) {
-      bad = true;
-      badFrom = (uint32_t)off;
+    } else {
+      if (!bad) {
+        bad = true;
+        badFrom = off;
+      }
+      // When the line's own page is unreadable so is every line up to the
+      // next page: no need to try them one by one.
+      if (!address || !safeCopy(bytes, at, 1)) {
+        uint64_t nextPage = (((uintptr_t)at | 4095u) + 1) - (uintptr_t)address;
+        uint64_t firstLine = (nextPage + 15) / 16 * 16;
+        if (!address) firstLine = length;
+        if (firstLine > next) next = firstLine;
+      }
     }
+    off = next;
   }
-  if (bad) {
-    Text t(buf, sizeof buf);
-    t.addf("%08X-%08X  not readable", badFrom, length - 1);
-    sink(ctx, buf, t.len);
-  }
+  if (bad) closeBad(length);
 }
 
 }  // namespace jxcs

@@ -33,7 +33,7 @@ constexpr size_t kReserve = 256u << 20;
 constexpr size_t kReserve = 64u << 20;
 #endif
 constexpr uintptr_t kLowLimit = 0x80000000u;  // handles are signed 32-bit
-constexpr uint16_t kMagic = 0x5853;  // "SX"
+constexpr uint16_t kMagic = 0x5853;           // "SX"
 constexpr uint8_t kUsed = 'U';
 constexpr uint8_t kFree = 'F';
 constexpr uint32_t kLargeMagic = 0x4C534358;  // "XCSL"

@@ -5,6 +5,7 @@
 #include <jx/jxai.h>
 #include <string.h>
 
+#include <functional>
 #include <random>
 #include <string>
 #include <utility>
@@ -595,6 +596,68 @@ TEST(AddInquiry, OnlyAdministrationBagsAndAttributeSelectors) {
   EXPECT_EQ(admin.intAt(JXSEL_INQUIRE, 0), 1);
   EXPECT_EQ(admin.intAt(JXSEL_INQUIRE, 1), 4000);
   EXPECT_EQ(admin.intAt(JXSEL_INQUIRE, 2), 1);
+}
+
+// ---- Indexes -1 and -2 and the three wildcards, call by call -----------------
+
+TEST(IndexesAndWildcards, EveryCallThatTakesThem) {
+  Bag b;
+  b.addInt(1, 10), b.addStr(2001, "s");
+  char buf[4];
+  int32_t v = 0, v2 = 0;
+  JXHBAG out = 0;
+  const Outcome ok = kOk, badIndex = failed(JXRC_BAD_INDEX), badSel = failed(JXRC_BAD_SELECTOR),
+                wrongType = failed(JXRC_WRONG_ITEM_TYPE);
+  struct Case {
+    const char *call;
+    std::function<Outcome(int32_t, int32_t)> run;
+    Outcome any0, user0, system0, wildcardMinus1, wildcardMinus2;
+  };
+  const Case cases[] = {
+      {"InquireInteger", [&](int32_t s, int32_t i) { return b.inqInt(s, i, &v); }, ok, ok, ok,
+       badIndex, badIndex},
+      {"InquireString",
+       [&](int32_t s, int32_t i) { return b.inqStr(s, i, sizeof buf, buf, &v, nullptr); },
+       wrongType, wrongType, wrongType, badIndex, badIndex},
+      {"InquireBag", [&](int32_t s, int32_t i) { return b.inqBag(s, i, &out); }, wrongType,
+       wrongType, wrongType, badIndex, badIndex},
+      {"InquireItemInfo", [&](int32_t s, int32_t i) { return b.info(s, i, &v, &v2); }, ok, ok, ok,
+       badIndex, badIndex},
+      {"SetInteger", [&](int32_t s, int32_t i) { return b.setInt(s, i, 1); }, badSel, badSel,
+       badSel, badSel, badSel},
+      {"SetString", [&](int32_t s, int32_t i) { return b.setStr(s, i, "x"); }, badSel, badSel,
+       badSel, badSel, badSel},
+  };
+  for (const Case &c : cases) {
+    EXPECT_EQ(c.run(JXSEL_ANY, 0), c.any0) << c.call;
+    EXPECT_EQ(c.run(JXSEL_USER, 0), c.user0) << c.call;
+    EXPECT_EQ(c.run(JXSEL_SYSTEM, 0), c.system0) << c.call;
+    for (int32_t w : {JXSEL_ANY, JXSEL_USER, JXSEL_SYSTEM}) {
+      EXPECT_EQ(c.run(w, JXIDX_ONLY), c.wildcardMinus1) << c.call << " " << w;
+      EXPECT_EQ(c.run(w, JXIDX_ALL), c.wildcardMinus2) << c.call << " " << w;
+    }
+  }
+  // A plain selector: -1 is its only occurrence; -2 is refused where one
+  // item is read, and means all of them where items are replaced.
+  EXPECT_EQ(b.inqInt(1, JXIDX_ONLY, &v), ok);
+  EXPECT_EQ(b.inqInt(1, JXIDX_ALL, &v), badIndex);
+  EXPECT_EQ(b.inqStr(2001, JXIDX_ONLY, sizeof buf, buf, &v, nullptr), ok);
+  EXPECT_EQ(b.inqStr(2001, JXIDX_ALL, sizeof buf, buf, &v, nullptr), badIndex);
+  EXPECT_EQ(b.inqBag(4001, JXIDX_ALL, &out), badIndex);
+  EXPECT_EQ(b.inqBag(4001, JXIDX_ONLY, &out), failed(JXRC_SELECTOR_NOT_PRESENT));
+  EXPECT_EQ(b.info(1, JXIDX_ALL, &v, &v2), badIndex);
+  EXPECT_EQ(b.setInt(1, JXIDX_ONLY, 11), ok);
+  EXPECT_EQ(b.setStr(2001, JXIDX_ONLY, "t"), ok);
+  EXPECT_EQ(b.setInt(1, JXIDX_ALL, 12), ok);
+  EXPECT_EQ(b.setStr(2001, JXIDX_ALL, "u"), ok);
+  EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{1, 2001}));
+  // Deletion: wildcards name one position; system items are never deleted.
+  EXPECT_EQ(b.del(JXSEL_ANY, 0), failed(JXRC_SYSTEM_ITEM_UNDELETABLE));
+  EXPECT_EQ(b.del(JXSEL_SYSTEM, 0), failed(JXRC_SELECTOR_OUT_OF_RANGE));
+  EXPECT_EQ(b.del(JXSEL_USER, 0), ok);
+  EXPECT_EQ(b.del(2001, JXIDX_ONLY), ok);
+  EXPECT_EQ(b.del(1, JXIDX_ALL), ok);
+  EXPECT_EQ(b.count(JXSEL_USER), 0);
 }
 
 // ---- jxInquireItemInfo -------------------------------------------------------

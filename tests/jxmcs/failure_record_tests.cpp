@@ -167,6 +167,23 @@ TEST(FailureRecord, UnreadableArgumentsAreReported) {
             std::string::npos);
 }
 
+// A length read from a damaged block can be anything: the record shows a
+// bounded part.
+TEST(FailureRecord, HugeDumpIsCut) {
+  char *gone = unmappedPages(4);
+  char small[4] = {'a', 'b', 'c', 'd'};
+  xcsDUMPLIST dumps = {};
+  xcsBuildDumpPtr(&dumps, 1, "Damaged", gone, 0xF9000000u);
+  xcsBuildDumpPtr(&dumps, 2, "Small", small, 4);
+  ASSERT_EQ(xcsRecordFailure(25, 120, 0, 0x20805453u, nullptr, &dumps, 0, 0), 0);
+  std::string text = readFile(xcsLastFailureRecord());
+  EXPECT_NE(text.find("  Length: 4177526784\n  Shown: first 16384 bytes\n"
+                      "  00000000-00003FFF  not readable\nDump 2: Small\n"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("  Length: 4\n  00000000  61 62 63 64"), std::string::npos);
+}
+
 TEST(FailureRecord, EachRecordIsANewFile) {
   size_t before = listDir(errorsDir()).size();
   ASSERT_EQ(xcsRecordFailure(25, 1, 0, 1, nullptr, nullptr, 0, 0), 0);

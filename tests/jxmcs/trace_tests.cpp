@@ -122,8 +122,9 @@ TEST_F(Trace, DataDumps) {
   xtr_data(32, 43, "ABCDEFGHIJKLMNOP\x7F\x80QR", 20);
   xtr_data_detail(25, 152, "unused", 0);
   xtr_data_api(25, 93, gone, 32);
+  xtr_data_api(25, 93, unmappedPages(257) + 8, 1 << 20);
   auto lines = w.lines();
-  ASSERT_EQ(lines.size(), 4u);
+  ASSERT_EQ(lines.size(), 5u);
   EXPECT_EQ(lines[0].function, "zaiJXCreateBag");
   EXPECT_EQ(lines[0].text, "00000000  01 00 00 00" + std::string(12 * 3, ' ') + "  |....|");
   EXPECT_EQ(lines[1].function, "32/43");
@@ -131,6 +132,7 @@ TEST_F(Trace, DataDumps) {
             "00000000  41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F 50  |ABCDEFGHIJKLMNOP|");
   EXPECT_EQ(lines[2].text, "00000010  7F 80 51 52" + std::string(12 * 3, ' ') + "  |..QR|");
   EXPECT_EQ(lines[3].text, "00000000-0000001F  not readable");
+  EXPECT_EQ(lines[4].text, "00000000-000FFFFF  not readable");
 }
 
 TEST_F(Trace, ThreadsWriteWholeLines) {

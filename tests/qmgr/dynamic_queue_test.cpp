@@ -137,7 +137,7 @@ TEST_F(DynamicQueues, DeletedWhenTheCreatingConnectionIsKilled) {
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   int32_t rc = JXRC_NONE;
-  for (int i = 0; i < 100 && rc == JXRC_NONE; ++i) {
+  for (int i = 0; i < 500 && rc == JXRC_NONE; ++i) {
     rc = openReason(hconn_, name);
     if (rc == JXRC_NONE) std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }

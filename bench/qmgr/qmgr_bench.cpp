@@ -1,0 +1,304 @@
+// Round trips through the queue manager against the floors they are judged
+// by, all in one run:
+//   SocketFloor      the same request and reply sizes as a put and a get,
+//                    echoed by a plain process over a Unix socket
+//   QmgrPutGet       a 100-byte non-persistent put and get
+//   RedisPushPop     redis-server LPUSH + RPOP of the same payload over a
+//                    Unix socket (skipped when redis-server is missing)
+//   QmgrPersistentPut  durable puts; with 8 clients commits are shared
+// Each runs with 1 and 8 client threads, each thread on its own connection.
+#include <benchmark/benchmark.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "jxiz.h"
+
+namespace {
+
+constexpr int kClients = 8;
+constexpr size_t kPayload = 100;
+// Frame sizes of a 100-byte put and get: request and reply bytes.
+constexpr size_t kPutRequest = 12 + 8 + 364 + 4 + kPayload, kPutReply = 12 + 8 + 364 + 48;
+constexpr size_t kGetRequest = 12 + 68, kGetReply = 12 + 12 + 364 + 48 + 4 + kPayload;
+
+std::string g_root;
+std::string g_qmgr = "BENCHQM";
+std::string g_redisSocket;
+pid_t g_redis = 0;
+pid_t g_echo = 0;
+std::string g_echoSocket;
+
+int run(const std::vector<std::string> &args) {
+  pid_t p = fork();
+  if (p == 0) {
+    std::vector<char *> argv;
+    for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    _exit(127);
+  }
+  int status = 0;
+  waitpid(p, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+}
+
+int connectUnix(const std::string &path) {
+  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un sun{};
+  sun.sun_family = AF_UNIX;
+  std::strncpy(sun.sun_path, path.c_str(), sizeof sun.sun_path - 1);
+  if (connect(fd, reinterpret_cast<sockaddr *>(&sun), sizeof sun) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+bool readFull(int fd, char *p, size_t n) {
+  while (n) {
+    ssize_t r = read(fd, p, n);
+    if (r <= 0) return false;
+    p += r;
+    n -= static_cast<size_t>(r);
+  }
+  return true;
+}
+
+bool writeFull(int fd, const char *p, size_t n) {
+  while (n) {
+    ssize_t w = write(fd, p, n);
+    if (w <= 0) return false;
+    p += w;
+    n -= static_cast<size_t>(w);
+  }
+  return true;
+}
+
+// Echo process: each request is a 4-byte reply length and padding up to the
+// request size; the reply is that many bytes. One thread per connection,
+// like a server that does nothing.
+void echoServer(int lfd) {
+  for (;;) {
+    int fd = accept(lfd, nullptr, nullptr);
+    if (fd < 0) _exit(0);
+    std::thread([fd] {
+      std::vector<char> buf(4096);
+      for (;;) {
+        uint32_t hdr[2];
+        if (!readFull(fd, reinterpret_cast<char *>(hdr), 8)) break;
+        if (!readFull(fd, buf.data(), hdr[0] - 8)) break;
+        if (!writeFull(fd, buf.data(), hdr[1])) break;
+      }
+      close(fd);
+    }).detach();
+  }
+}
+
+bool echoExchange(int fd, size_t request, size_t reply, std::vector<char> &buf) {
+  uint32_t hdr[2] = {static_cast<uint32_t>(request), static_cast<uint32_t>(reply)};
+  std::memcpy(buf.data(), hdr, 8);
+  return writeFull(fd, buf.data(), request) && readFull(fd, buf.data(), reply);
+}
+
+void SocketFloor(benchmark::State &state) {
+  int fd = connectUnix(g_echoSocket);
+  std::vector<char> buf(4096);
+  for (auto _ : state) {
+    if (!echoExchange(fd, kPutRequest, kPutReply, buf) ||
+        !echoExchange(fd, kGetRequest, kGetReply, buf)) {
+      state.SkipWithError("echo failed");
+      break;
+    }
+  }
+  close(fd);
+  state.SetItemsProcessed(state.iterations());
+}
+
+struct Client {
+  int32_t hconn = 0, hobj = 0;
+  bool open(const std::string &queue, int32_t options) {
+    char name[48] = {};
+    std::memcpy(name, g_qmgr.data(), g_qmgr.size());
+    int32_t cc, rc;
+    zstJXCONN(name, &hconn, &cc, &rc, 0);
+    if (cc) return false;
+    JXOD od = JXOD_DEFAULT;
+    std::memcpy(od.ObjectName, queue.data(), queue.size());
+    zstJXOPEN(hconn, &od, options, &hobj, &cc, &rc);
+    return cc == 0;
+  }
+  ~Client() {
+    int32_t cc, rc;
+    if (hconn > 0) zstJXDISC(&hconn, 0, &cc, &rc);
+  }
+};
+
+void QmgrPutGet(benchmark::State &state) {
+  Client c;
+  if (!c.open("BQ" + std::to_string(state.thread_index()), JXOO_OUTPUT | JXOO_INPUT_SHARED)) {
+    state.SkipWithError("cannot connect to the queue manager");
+    return;
+  }
+  char payload[kPayload], buf[kPayload];
+  std::memset(payload, 'p', sizeof payload);
+  for (auto _ : state) {
+    JXMD md = JXMD_DEFAULT;
+    md.Persistence = JXPER_NOT_PERSISTENT;
+    JXPMO pmo = JXPMO_DEFAULT;
+    pmo.Options = JXPMO_NO_SYNCPOINT;
+    int32_t cc, rc, len;
+    zstJXPUT(c.hconn, c.hobj, &md, &pmo, kPayload, payload, 0, &cc, &rc);
+    JXMD gmd = JXMD_DEFAULT;
+    JXGMO gmo = JXGMO_DEFAULT;
+    gmo.Options = JXGMO_NO_SYNCPOINT;
+    zstJXGET(c.hconn, c.hobj, &gmd, &gmo, sizeof buf, buf, &len, 0, &cc, &rc);
+    if (cc) {
+      state.SkipWithError("put/get failed");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void QmgrPersistentPut(benchmark::State &state) {
+  Client c;
+  if (!c.open("PQ" + std::to_string(state.thread_index()), JXOO_OUTPUT)) {
+    state.SkipWithError("cannot connect to the queue manager");
+    return;
+  }
+  char payload[kPayload];
+  std::memset(payload, 'd', sizeof payload);
+  for (auto _ : state) {
+    JXMD md = JXMD_DEFAULT;
+    md.Persistence = JXPER_PERSISTENT;
+    JXPMO pmo = JXPMO_DEFAULT;
+    int32_t cc, rc;
+    zstJXPUT(c.hconn, c.hobj, &md, &pmo, kPayload, payload, 0, &cc, &rc);
+    if (cc) {
+      state.SkipWithError("persistent put failed");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+// Minimal RESP exchange: sends a command, reads one reply of known shape.
+bool redisCommand(int fd, const std::string &cmd, size_t replyBytes, std::vector<char> &buf) {
+  return writeFull(fd, cmd.data(), cmd.size()) && readFull(fd, buf.data(), replyBytes);
+}
+
+void RedisPushPop(benchmark::State &state) {
+  if (!g_redis) {
+    state.SkipWithError("redis-server not installed (scripts/bench-qmgr.sh installs it)");
+    return;
+  }
+  int fd = connectUnix(g_redisSocket);
+  if (fd < 0) {
+    state.SkipWithError("cannot reach redis-server");
+    return;
+  }
+  std::string key = "k" + std::to_string(state.thread_index());
+  std::string payload(kPayload, 'r');
+  std::string push = "*3\r\n$5\r\nLPUSH\r\n$" + std::to_string(key.size()) + "\r\n" + key +
+                     "\r\n$" + std::to_string(kPayload) + "\r\n" + payload + "\r\n";
+  std::string pop = "*2\r\n$4\r\nRPOP\r\n$" + std::to_string(key.size()) + "\r\n" + key + "\r\n";
+  std::vector<char> buf(4096);
+  size_t popReply = 1 + 3 + 2 + kPayload + 2;  // "$100\r\n" + data + "\r\n"
+  for (auto _ : state) {
+    // ":1\r\n": the list holds only this client's message.
+    if (!redisCommand(fd, push, 4, buf) || !redisCommand(fd, pop, popReply, buf)) {
+      state.SkipWithError("redis exchange failed");
+      break;
+    }
+  }
+  close(fd);
+  state.SetItemsProcessed(state.iterations());
+}
+
+BENCHMARK(SocketFloor)->Threads(1)->Threads(kClients)->UseRealTime();
+BENCHMARK(QmgrPutGet)->Threads(1)->Threads(kClients)->UseRealTime();
+BENCHMARK(RedisPushPop)->Threads(1)->Threads(kClients)->UseRealTime();
+BENCHMARK(QmgrPersistentPut)->Threads(1)->Threads(kClients)->UseRealTime();
+
+std::string findRedis() {
+  for (const char *p : {"/usr/bin/redis-server", "/usr/local/bin/redis-server"})
+    if (access(p, X_OK) == 0) return p;
+  return {};
+}
+
+bool setUp() {
+  char root[] = "/tmp/jxbench.XXXXXX";
+  if (!mkdtemp(root)) return false;
+  g_root = root;
+  setenv("JX_DATA_PATH", root, 1);
+  std::string jxqm = std::string(JX_QM_BIN_DIR) + "/jxqm";
+  if (run({jxqm, "create", g_qmgr}) != 0) return false;
+  for (int i = 0; i < kClients; ++i) {
+    if (run({jxqm, "define", g_qmgr, "BQ" + std::to_string(i)}) != 0) return false;
+    if (run({jxqm, "define", g_qmgr, "PQ" + std::to_string(i), "--maxdepth", "100000000"}) != 0)
+      return false;
+  }
+  if (run({jxqm, "start", g_qmgr}) != 0) return false;
+
+  g_echoSocket = g_root + "/echo.sock";
+  int lfd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un sun{};
+  sun.sun_family = AF_UNIX;
+  std::strncpy(sun.sun_path, g_echoSocket.c_str(), sizeof sun.sun_path - 1);
+  if (bind(lfd, reinterpret_cast<sockaddr *>(&sun), sizeof sun) != 0 || listen(lfd, 16) != 0)
+    return false;
+  g_echo = fork();
+  if (g_echo == 0) echoServer(lfd);
+  close(lfd);
+
+  std::string redis = findRedis();
+  if (!redis.empty()) {
+    g_redisSocket = g_root + "/redis.sock";
+    g_redis = fork();
+    if (g_redis == 0) {
+      execl(redis.c_str(), redis.c_str(), "--port", "0", "--unixsocket", g_redisSocket.c_str(),
+            "--save", "", "--appendonly", "no", "--dir", g_root.c_str(), "--logfile",
+            (g_root + "/redis.log").c_str(), static_cast<char *>(nullptr));
+      _exit(127);
+    }
+    for (int i = 0; i < 200 && access(g_redisSocket.c_str(), F_OK) != 0; ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+void tearDown() {
+  run({std::string(JX_QM_BIN_DIR) + "/jxqm", "stop", g_qmgr});
+  for (pid_t p : {g_echo, g_redis})
+    if (p > 0) {
+      kill(p, SIGTERM);
+      waitpid(p, nullptr, 0);
+    }
+  std::filesystem::remove_all(g_root);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  benchmark::Initialize(&argc, argv);
+  if (!setUp()) {
+    std::fprintf(stderr, "qmgr_bench: cannot set up the queue manager\n");
+    tearDown();
+    return 1;
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  tearDown();
+  return 0;
+}
