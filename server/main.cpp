@@ -257,6 +257,9 @@ int main(int argc, char **argv) {
   jxqm::Store store;
   std::string err;
   if (!store.open(jxqp::kDbFile, false, err)) return die("cannot open database: " + err);
+  // A folder copied or renamed by hand would serve the wrong queue manager.
+  if (store.meta("name") != name)
+    return die("database belongs to queue manager '" + store.meta("name") + "', not " + name, 2);
   QueueManager qm(name, store);
   if (!qm.load()) return 1;
 

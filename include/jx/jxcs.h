@@ -233,7 +233,8 @@ XCS_EXPORT void xtr_data_detail(uint16_t component, uint16_t function, const voi
                                 uint32_t length);
 /* Path of this process's trace file ("" when none is open yet). */
 XCS_EXPORT const char *xtrTraceFile(void);
-/* Lines are written as they are traced; this also forces them to the disk. */
+/* Lines are in the file as soon as they are traced (readable at once); this
+ * also starts writing them to the disk, without waiting. */
 XCS_EXPORT void xtrFlush(void);
 
 /* ------------------------------------------------------------------ */

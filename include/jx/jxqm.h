@@ -52,8 +52,6 @@ extern "C" {
 #define JXCC_FAILED 2
 
 #define JXRC_NONE 0
-#define JXRC_ALREADY_CONNECTED 2002      /* warning: this thread already holds that connection */
-#define JXRC_BACKED_OUT 2003             /* commit failed; the unit of work was backed out */
 #define JXRC_BUFFER_ERROR 2004           /* buffer null or unusable for its length */
 #define JXRC_BUFFER_LENGTH_ERROR 2005    /* negative buffer length */
 #define JXRC_CHAR_ATTR_LENGTH_ERROR 2006 /* character-attribute length negative or null area */
@@ -92,9 +90,7 @@ extern "C" {
 #define JXRC_Q_NOT_EMPTY 2055               /* delete without purge of a queue with messages */
 #define JXRC_Q_MGR_NAME_ERROR 2058          /* queue-manager name not valid or not this one */
 #define JXRC_Q_MGR_NOT_AVAILABLE 2059       /* no such queue manager, or it is not running */
-#define JXRC_SECURITY_ERROR 2063            /* credentials could not be established */
 #define JXRC_SELECTOR_COUNT_ERROR 2065      /* selector count negative or above 256 */
-#define JXRC_SELECTOR_LIMIT_EXCEEDED 2066
 #define JXRC_SELECTOR_ERROR 2067 /* unknown selector, or not settable */
 #define JXRC_STORAGE_NOT_AVAILABLE 2071
 #define JXRC_TRUNCATED_MSG_ACCEPTED \
@@ -108,7 +104,6 @@ extern "C" {
 #define JXRC_UOW_IN_PROGRESS 2128       /* JXBEGIN while a unit of work is active */
 #define JXRC_CNO_ERROR 2139             /* connect options null or wrong eye-catcher/version */
 #define JXRC_OBJECT_NAME_ERROR 2152     /* malformed object or dynamic queue name */
-#define JXRC_Q_MGR_STOPPING 2162        /* the queue manager is ending */
 #define JXRC_PMO_ERROR 2173             /* put options null or wrong eye-catcher/version */
 #define JXRC_GMO_ERROR 2186             /* get options null or wrong eye-catcher/version */
 #define JXRC_UNEXPECTED_ERROR 2195      /* a protocol violation from the other side */

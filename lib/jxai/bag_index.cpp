@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 
@@ -12,6 +13,7 @@ constexpr int32_t kFirstLinkCapacity = ZAI_INITIAL_ITEMS;
 constexpr uint32_t kFirstTableSize = 32;
 constexpr int32_t kFirstSystemCapacity = 16;
 constexpr uint32_t kHashMultiplier = 0x9E3779B9u;  // Fibonacci hashing
+constexpr size_t kMappedTableBytes = 64 * 1024;
 
 uint32_t home(const BagIndex &ix, int32_t selector) {
   const uint32_t u = static_cast<uint32_t>(selector);
@@ -63,11 +65,33 @@ void erase(BagIndex &ix, SelectorEntry *entry) {
   ix.memoValid = 0;
 }
 
+// Zeroed storage for a table: every slot starts free (count 0). A large
+// table is mapped on its own, so its pages that no selector reaches are never
+// touched (calloc would clear memory the heap reuses).
+size_t tableBytes(uint32_t size) {
+  return size_t{size} * sizeof(SelectorEntry);
+}
+
+SelectorEntry *newTable(uint32_t size) {
+  if (tableBytes(size) < kMappedTableBytes) {
+    return static_cast<SelectorEntry *>(calloc(size, sizeof(SelectorEntry)));
+  }
+  void *p =
+      mmap(nullptr, tableBytes(size), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return p == MAP_FAILED ? nullptr : static_cast<SelectorEntry *>(p);
+}
+
+void freeTable(SelectorEntry *table, uint32_t size) {
+  if (tableBytes(size) < kMappedTableBytes) {
+    free(table);
+  } else {
+    munmap(table, tableBytes(size));
+  }
+}
+
 bool growTable(BagIndex &ix) {
   const uint32_t size = ix.table ? (ix.tableMask + 1) * 2 : kFirstTableSize;
-  // Zeroed storage: every slot starts free (count 0), and the pages of a
-  // large table that no selector reaches are never touched.
-  auto *table = static_cast<SelectorEntry *>(calloc(size, sizeof(SelectorEntry)));
+  SelectorEntry *table = newTable(size);
   if (!table) return false;
   BagIndex grown = ix;
   grown.table = table;
@@ -79,7 +103,7 @@ bool growTable(BagIndex &ix) {
     for (uint32_t i = 0; i <= ix.tableMask; ++i) {
       if (ix.table[i].count != 0) *insertNew(grown, ix.table[i].selector) = ix.table[i];
     }
-    free(ix.table);
+    freeTable(ix.table, ix.tableMask + 1);
   }
   ix = grown;
   return true;
@@ -204,7 +228,7 @@ void indexRemove(BagIndex &ix, const zaiVECTOR *items, int32_t selector, int32_t
 
 void indexRelease(BagIndex &ix) {
   free(ix.links);
-  free(ix.table);
+  if (ix.table) freeTable(ix.table, ix.tableMask + 1);
   free(ix.system);
   ix = BagIndex{};
 }

@@ -121,7 +121,6 @@ bool installFaultActions() {
   if (state != 0) return state > 0;
   pthread_mutex_lock(&g_installLock);
   if (g_state.load(std::memory_order_relaxed) == 0) {
-    xcsDataRoot();  // so a record from the handler does not compute it there
     struct sigaction sa;
     memset(&sa, 0, sizeof sa);
     sa.sa_sigaction = onFault;

@@ -821,11 +821,10 @@ TEST(TruncateBag, KeepsTheFirstUserItems) {
   EXPECT_EQ(b.items(), kSystemItems);
 }
 
-TEST(TruncateBag, SystemItemsAddedLaterStay) {
+TEST(TruncateBag, KeepsTheFirstInBagOrder) {
   Bag b;
   b.addInt(1, 1), b.addInt(2, 2);
-  // A set with index -2 on a user selector moves it behind later items; the
-  // system items stay where they are whatever is truncated.
+  // A set with index -2 moves selector 1 behind selector 2, so 2 is kept.
   b.setInt(1, JXIDX_ALL, 3);
   EXPECT_EQ(b.truncate(1), kOk);
   EXPECT_EQ(b.userSelectors(), (std::vector<int32_t>{2}));

@@ -3,6 +3,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <thread>
+#include <vector>
+
 #include "bag_test_util.hpp"
 
 namespace {
@@ -264,6 +267,34 @@ TEST(Workers, CheckSelectorRanges) {
   }
   dropBag(checked);
   dropBag(plain);
+}
+
+TEST(Threads, BagsOnDifferentThreadsShareNothing) {
+  // Each thread fills, inquires and empties bags of its own at the same time.
+  std::vector<std::thread> threads;
+  std::vector<int> errors(4, 0);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t, &errors] {
+      for (int round = 0; round < 20; ++round) {
+        JXHBAG h;
+        Outcome o;
+        jxCreateBag(0, &h, &o.cc, &o.rc);
+        for (int32_t i = 0; i < 200; ++i) jxAddInteger(h, i % 50, t * 1000 + i, &o.cc, &o.rc);
+        int32_t n = 0, v = 0;
+        jxCountItems(h, 7, &n, &o.cc, &o.rc);
+        jxInquireInteger(h, 7, 3, &v, &o.cc, &o.rc);
+        errors[t] += n != 4 || v != t * 1000 + 157;
+        jxDeleteItem(h, 7, JXIDX_ALL, &o.cc, &o.rc);
+        jxTruncateBag(h, 10, &o.cc, &o.rc);
+        jxCountItems(h, JXSEL_USER, &n, &o.cc, &o.rc);
+        errors[t] += n != 10;
+        jxDeleteBag(&h, &o.cc, &o.rc);
+        errors[t] += o.cc != JXCC_OK;
+      }
+    });
+  }
+  for (auto &th : threads) th.join();
+  EXPECT_EQ(errors, std::vector<int>(4, 0));
 }
 
 }  // namespace

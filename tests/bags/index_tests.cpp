@@ -144,4 +144,29 @@ TEST(SelectorIndex, ManyOccurrencesOfOneSelectorRemovedFromTheFront) {
   dropBag(bag);
 }
 
+TEST(SelectorIndex, LargeBagsOfDistinctAndSpacedSelectors) {
+  // Enough distinct selectors for the table to outgrow the heap, some of
+  // them spaced by powers of two so they share low bits.
+  zaiBAG *bag = newBag(0);
+  Outcome o;
+  for (int32_t i = 0; i < 6000; ++i) zaiAddInteger(bag, i % 2 ? i : i << 10, i, &o.cc, &o.rc);
+  ASSERT_EQ(zaiCountItems(bag, 0, JXSEL_ANY), 6008);
+  for (int32_t i = 0; i < 6000; i += 7) {
+    JXLONG position;
+    const zaiPROPERTY *item =
+        zaiFindSelector(bag, 0, i % 2 ? i : i << 10, JXIDX_ONLY, &position, &o.cc, &o.rc);
+    ASSERT_EQ(o, kOk) << i;
+    EXPECT_EQ(position, 8 + i);
+    EXPECT_EQ(item->Value.Integer, i);
+  }
+  std::mt19937 gen(3);
+  for (int i = 0; i < 50; ++i) {
+    zaiFreeItem(bag, static_cast<int32_t>(gen() % bag->Items->Count), &o.cc, &o.rc);
+  }
+  expectIndexMatchesScan(bag, gen);
+  zaiClearBag(bag, &o.cc, &o.rc);
+  EXPECT_EQ(zaiCountItems(bag, 0, JXSEL_ANY), 8);
+  dropBag(bag);
+}
+
 }  // namespace

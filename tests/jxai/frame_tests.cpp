@@ -5,11 +5,17 @@
 #include <gtest/gtest.h>
 #include <jx/jxai.h>
 #include <jx/jxcs.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <thread>
 #include <vector>
 
+#include "call_frame.hpp"
 #include "trace_file.hpp"
 #include "vector.hpp"
 #include "zuzt_funcs_ids.hpp"
@@ -250,6 +256,34 @@ TEST(CallFrame, LongBuffersShowBothEnds) {
   auto s = std::find(exitLines.begin(), exitLines.end(), "String:");
   ASSERT_NE(s, exitLines.end());
   EXPECT_EQ(*(s + 1), "NULL");
+}
+
+TEST(CallFrame, FaultInsideACallLeavesARecordWithTheFunctionStack) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    int32_t cc, rc;
+    jxai::ApiFrame api(kFn_zaiJXPad, &cc, &rc);
+    jxai::Frame worker(kFn_zaiPadString, &rc);
+    volatile int *volatile target = reinterpret_cast<volatile int *>(16);
+    *target = 1;
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status)) << "the caller's (default) action still runs";
+  EXPECT_EQ(WTERMSIG(status), SIGSEGV);
+  // The child's record carries its process id in the file name.
+  std::stringstream text;
+  const std::string tag = "." + std::to_string(pid) + ".";
+  for (const auto &entry :
+       std::filesystem::directory_iterator(std::string(getenv("JX_DATA_PATH")) + "/errors")) {
+    if (entry.path().filename().string().find(tag) == std::string::npos) continue;
+    std::ifstream in(entry.path());
+    text << in.rdbuf();
+  }
+  EXPECT_NE(text.str().find("Stack: 2\n  F0006471 zaiJXPad\n  F0006473 zaiPadString\n"),
+            std::string::npos)
+      << text.str();
 }
 
 TEST(CallFrame, FunctionNameTable) {

@@ -117,6 +117,12 @@ TEST(Memory, FailEveryAllocationOfOneFunction) {
   xcsFreeMem(XCS_COMP_ADMIN, back);
 }
 
+TEST(Memory, NoPlaceForTheAddress) {
+  int64_t before = xcsBlocksInUse();
+  EXPECT_EQ(xcsGetMem(XCS_COMP_ADMIN, 1, 16, nullptr), XCS_E_NO_STORAGE);
+  EXPECT_EQ(xcsBlocksInUse(), before);
+}
+
 TEST(Memory, BadFreesAreRecordedNotObeyed) {
   size_t recordsBefore = listDir(errorsDir()).size();
   int64_t before = xcsBlocksInUse();

@@ -31,6 +31,16 @@ TEST(SignalActions, SaveReportsOnlyTheOutermostEntry) {
   }).join();
 }
 
+TEST(SignalActions, SaveWithoutFlagEntersNoRegion) {
+  std::thread([] {
+    xehSaveSigActionsF(nullptr);
+    int32_t saved = 0;
+    xehSaveSigActionsF(&saved);
+    EXPECT_EQ(saved, 1);
+    xehRestoreSigActionsF();
+  }).join();
+}
+
 TEST(SignalActions, SaveRefreshesTraceActive) {
   xcsInitialize(48, 1030, 0, 0, 0);
   xihTHREADANCHOR *t = xihThreadAddress();

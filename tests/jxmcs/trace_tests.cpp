@@ -173,3 +173,14 @@ TEST(TraceNames, RegisteredNamesAndFallbacks) {
   xtrRegisterNames(64, names, 3);
   EXPECT_STREQ(xtrFunctionName(XCS_FUNC_ID(40, 1)), "uno") << "bad registrations change nothing";
 }
+
+TEST(TraceArguments, NullArgumentsWriteNothing) {
+  xtr_text("before");
+  TraceWindow w;
+  xtr_text(nullptr);
+  xtr_text_api(nullptr);
+  xtr_parms(nullptr);
+  xtr_FNC_entry(nullptr);
+  xtr_FNC_retcode(nullptr, 5);
+  EXPECT_TRUE(w.lines().empty());
+}

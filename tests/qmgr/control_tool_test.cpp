@@ -78,4 +78,15 @@ TEST_F(ControlTool, RefusesBadArguments) {
   EXPECT_EQ(jxqm({"delete", qm}).status, 0);
 }
 
+TEST_F(ControlTool, AFolderRenamedByHandIsNotServed) {
+  std::string qm = uniqueName("MV"), moved = uniqueName("MOVED");
+  std::string qmgrs = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/";
+  ASSERT_EQ(jxqm({"create", qm}).status, 0);
+  std::filesystem::rename(qmgrs + qm, qmgrs + moved);
+  auto r = jxqm({"start", moved});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("did not start"), std::string::npos) << r.out;
+  EXPECT_EQ(jxqm({"delete", moved}).status, 0);
+}
+
 }  // namespace
