@@ -40,6 +40,84 @@ int32_t fixedLength(int32_t type) {
   }
 }
 
+// The four structure readers: called directly by the walk, exported below.
+void readInt(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiReadPCFIntParm, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  const int32_t identifier = get32(parm, kParmParameter);
+  if (get32(parm, kParmType) != JXPCF_TYPE_INTEGER ||
+      get32(parm, kParmStrucLength) != JXPCF_INTEGER_LENGTH) {
+    setFailure(cc, rc, JXRC_BAD_PCF);
+  } else {
+    checkIdentifier(bag, identifier, JXITEM_INTEGER, cc, rc);
+    if (ok(cc)) zaiAddInteger(bag, identifier, get32(parm, kIntValue), cc, rc);
+  }
+  if (!ok(cc)) traceData(kFn_zaiReadPCFIntParm, nullptr, parm, kIntTraceBytes);
+}
+
+void readString(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiReadPCFStringParm, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  const int32_t length = get32(parm, kParmStrucLength);
+  const int32_t identifier = get32(parm, kParmParameter);
+  const int32_t stringLength = get32(parm, kStrLength);
+  if (get32(parm, kParmType) != JXPCF_TYPE_STRING || length % 4 != 0 || stringLength < 0 ||
+      length < int64_t{stringLength} + JXPCF_STRING_FIXED) {
+    setFailure(cc, rc, JXRC_BAD_PCF);
+  } else {
+    checkIdentifier(bag, identifier, JXITEM_STRING, cc, rc);
+    if (ok(cc)) {
+      zaiAddString(bag, identifier, stringLength, static_cast<const char *>(parm) + kStrBytes,
+                   get32(parm, kStrCCSID), cc, rc);
+    }
+  }
+  if (!ok(cc)) traceData(kFn_zaiReadPCFStringParm, nullptr, parm, kStrTraceBytes);
+}
+
+void readIntList(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiReadPCFIntListParm, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  const int32_t length = get32(parm, kParmStrucLength);
+  const int32_t identifier = get32(parm, kParmParameter);
+  const int32_t count = get32(parm, kIntListCount);
+  if (get32(parm, kParmType) != JXPCF_TYPE_INTEGER_LIST || length % 4 != 0 || count < 0 ||
+      length < JXPCF_INTEGER_LIST_FIXED + int64_t{kIntListValueSize} * count) {
+    setFailure(cc, rc, JXRC_BAD_PCF);
+  } else {
+    checkIdentifier(bag, identifier, JXITEM_INTEGER, cc, rc);
+    for (int32_t k = 0; k < count && ok(cc); ++k) {
+      zaiAddInteger(bag, identifier, get32(parm, kIntListValues + kIntListValueSize * k), cc, rc);
+    }
+  }
+  if (!ok(cc)) traceData(kFn_zaiReadPCFIntListParm, nullptr, parm, kIntListTraceBytes);
+}
+
+void readStringList(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  Frame frame(kFn_zaiReadPCFStringListParm, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  const int32_t length = get32(parm, kParmStrucLength);
+  const int32_t identifier = get32(parm, kParmParameter);
+  const int32_t count = get32(parm, kStrListCount);
+  const int32_t stringLength = get32(parm, kStrListLength);
+  if (get32(parm, kParmType) != JXPCF_TYPE_STRING_LIST || length % 4 != 0 || count < 0 ||
+      stringLength < 0 || length < JXPCF_STRING_LIST_FIXED + int64_t{count} * stringLength) {
+    setFailure(cc, rc, JXRC_BAD_PCF);
+  } else {
+    checkIdentifier(bag, identifier, JXITEM_STRING, cc, rc);
+    const char *strings = static_cast<const char *>(parm) + kStrListStrings;
+    const int32_t ccsid = get32(parm, kStrListCCSID);
+    for (int32_t k = 0; k < count && ok(cc); ++k) {
+      zaiAddString(bag, identifier, stringLength, strings + static_cast<size_t>(k) * stringLength,
+                   ccsid, cc, rc);
+    }
+  }
+  if (!ok(cc)) traceData(kFn_zaiReadPCFStringListParm, nullptr, parm, kStrListTraceBytes);
+}
+
 }  // namespace
 
 extern "C" {
@@ -63,83 +141,6 @@ void zaiReadPCFHeader(const void *header, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
     zaiSetInteger(bag, f.selector, JXIDX_ONLY, get32(header, f.offset), cc, rc);
     if (!ok(cc)) return;
   }
-}
-
-void zaiReadPCFIntParm(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
-  Frame frame(kFn_zaiReadPCFIntParm, rc);
-  *cc = JXCC_OK;
-  *rc = JXRC_NONE;
-  const int32_t identifier = get32(parm, kParmParameter);
-  if (get32(parm, kParmType) != JXPCF_TYPE_INTEGER ||
-      get32(parm, kParmStrucLength) != JXPCF_INTEGER_LENGTH) {
-    setFailure(cc, rc, JXRC_BAD_PCF);
-  } else {
-    checkIdentifier(bag, identifier, JXITEM_INTEGER, cc, rc);
-    if (ok(cc)) zaiAddInteger(bag, identifier, get32(parm, kIntValue), cc, rc);
-  }
-  if (!ok(cc)) traceData(kFn_zaiReadPCFIntParm, nullptr, parm, kIntTraceBytes);
-}
-
-void zaiReadPCFStringParm(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
-  Frame frame(kFn_zaiReadPCFStringParm, rc);
-  *cc = JXCC_OK;
-  *rc = JXRC_NONE;
-  const int32_t length = get32(parm, kParmStrucLength);
-  const int32_t identifier = get32(parm, kParmParameter);
-  const int32_t stringLength = get32(parm, kStrLength);
-  if (get32(parm, kParmType) != JXPCF_TYPE_STRING || length % 4 != 0 || stringLength < 0 ||
-      length < int64_t{stringLength} + JXPCF_STRING_FIXED) {
-    setFailure(cc, rc, JXRC_BAD_PCF);
-  } else {
-    checkIdentifier(bag, identifier, JXITEM_STRING, cc, rc);
-    if (ok(cc)) {
-      zaiAddString(bag, identifier, stringLength, static_cast<const char *>(parm) + kStrBytes,
-                   get32(parm, kStrCCSID), cc, rc);
-    }
-  }
-  if (!ok(cc)) traceData(kFn_zaiReadPCFStringParm, nullptr, parm, kStrTraceBytes);
-}
-
-void zaiReadPCFIntListParm(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
-  Frame frame(kFn_zaiReadPCFIntListParm, rc);
-  *cc = JXCC_OK;
-  *rc = JXRC_NONE;
-  const int32_t length = get32(parm, kParmStrucLength);
-  const int32_t identifier = get32(parm, kParmParameter);
-  const int32_t count = get32(parm, kIntListCount);
-  if (get32(parm, kParmType) != JXPCF_TYPE_INTEGER_LIST || length % 4 != 0 || count < 0 ||
-      length < JXPCF_INTEGER_LIST_FIXED + int64_t{kIntListValueSize} * count) {
-    setFailure(cc, rc, JXRC_BAD_PCF);
-  } else {
-    checkIdentifier(bag, identifier, JXITEM_INTEGER, cc, rc);
-    for (int32_t k = 0; k < count && ok(cc); ++k) {
-      zaiAddInteger(bag, identifier, get32(parm, kIntListValues + kIntListValueSize * k), cc, rc);
-    }
-  }
-  if (!ok(cc)) traceData(kFn_zaiReadPCFIntListParm, nullptr, parm, kIntListTraceBytes);
-}
-
-void zaiReadPCFStringListParm(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
-  Frame frame(kFn_zaiReadPCFStringListParm, rc);
-  *cc = JXCC_OK;
-  *rc = JXRC_NONE;
-  const int32_t length = get32(parm, kParmStrucLength);
-  const int32_t identifier = get32(parm, kParmParameter);
-  const int32_t count = get32(parm, kStrListCount);
-  const int32_t stringLength = get32(parm, kStrListLength);
-  if (get32(parm, kParmType) != JXPCF_TYPE_STRING_LIST || length % 4 != 0 || count < 0 ||
-      stringLength < 0 || length < JXPCF_STRING_LIST_FIXED + int64_t{count} * stringLength) {
-    setFailure(cc, rc, JXRC_BAD_PCF);
-  } else {
-    checkIdentifier(bag, identifier, JXITEM_STRING, cc, rc);
-    const char *strings = static_cast<const char *>(parm) + kStrListStrings;
-    const int32_t ccsid = get32(parm, kStrListCCSID);
-    for (int32_t k = 0; k < count && ok(cc); ++k) {
-      zaiAddString(bag, identifier, stringLength, strings + static_cast<size_t>(k) * stringLength,
-                   ccsid, cc, rc);
-    }
-  }
-  if (!ok(cc)) traceData(kFn_zaiReadPCFStringListParm, nullptr, parm, kStrListTraceBytes);
 }
 
 void zaiPCFMsgToBag(JXLONG bufferLength, const void *buffer, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
@@ -195,6 +196,22 @@ void zaiPCFMsgToBag(JXLONG bufferLength, const void *buffer, zaiBAG *bag, PJXLON
     offset += length;
   }
   zaiTraceBagContents(jxai::kComponent, kFn_zaiPCFMsgToBag, bag);
+}
+
+void zaiReadPCFIntParm(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  readInt(parm, bag, cc, rc);
+}
+
+void zaiReadPCFStringParm(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  readString(parm, bag, cc, rc);
+}
+
+void zaiReadPCFIntListParm(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  readIntList(parm, bag, cc, rc);
+}
+
+void zaiReadPCFStringListParm(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  readStringList(parm, bag, cc, rc);
 }
 
 }  // extern "C"
