@@ -1,6 +1,7 @@
 // jxqm: create, start, stop, inspect and delete queue managers, define
 // queues while one is stopped, and manage its users.
 #include <fcntl.h>
+#include <jx/jxqm.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -40,7 +41,9 @@ const char *kUsage =
     "  status NAME                       exit 0 running, 3 stopped\n"
     "  delete NAME                       delete a stopped queue manager\n"
     "  define NAME QUEUE [--maxdepth N] [--maxmsgl N] [--persistent] [--desc TEXT]\n"
-    "                                    define a local queue (queue manager stopped)\n"
+    "         [--model | --permanent-dynamic]\n"
+    "                                    define a local queue, or a model for temporary\n"
+    "                                    or permanent dynamic queues (queue manager stopped)\n"
     "  adduser NAME USER [--admin]       add or update a user; password read from stdin\n"
     "  authorize NAME USER none|connect|admin\n"
     "                                    set what a user (local or TCP) may do\n"
@@ -174,6 +177,12 @@ int cmdDefine(const std::string &name, const std::vector<std::string> &args) {
         return fail("--maxmsgl must be 0 to 4194304", kExitUsage);
     } else if (a == "--persistent") {
       q.defPersistence = 1;
+    } else if (a == "--model") {
+      q.qtype = JXQT_MODEL;
+      q.defType = JXQDT_TEMPORARY_DYNAMIC;
+    } else if (a == "--permanent-dynamic") {
+      q.qtype = JXQT_MODEL;
+      q.defType = JXQDT_PERMANENT_DYNAMIC;
     } else if (a == "--desc" && more) {
       q.description = args[++i];
       if (q.description.size() > 64) return fail("--desc is at most 64 characters", kExitUsage);
