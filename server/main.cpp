@@ -12,12 +12,14 @@
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -88,7 +90,7 @@ int listenTcp(const std::string &addr, std::string &err) {
 
 class Server {
  public:
-  Server(QueueManager &qm, int ep) : qm_(qm), ep_(ep) {}
+  Server(QueueManager &qm, int ep, size_t maxConns) : qm_(qm), ep_(ep), maxConns_(maxConns) {}
 
   void accept(int lfd, bool tcp) {
     for (;;) {
@@ -96,6 +98,12 @@ class Server {
       socklen_t len = sizeof sa;
       int fd = accept4(lfd, reinterpret_cast<sockaddr *>(&sa), &len, SOCK_NONBLOCK | SOCK_CLOEXEC);
       if (fd < 0) return;
+      // Beyond the cap a connection is closed at once: running out of
+      // descriptors would leave the listener ready forever.
+      if (fds_.size() >= maxConns_) {
+        close(fd);
+        continue;
+      }
       uid_t uid = static_cast<uid_t>(-1);
       std::string peer;
       if (tcp) {
@@ -223,6 +231,7 @@ class Server {
  private:
   QueueManager &qm_;
   int ep_;
+  size_t maxConns_;
   std::unordered_map<uint32_t, int> fds_;
 };
 
@@ -312,7 +321,15 @@ int main(int argc, char **argv) {
     close(readyFd);
   }
 
-  Server server(qm, ep);
+  // Every descriptor the process may have, less a reserve for the database,
+  // the listeners and the log.
+  rlimit lim{};
+  getrlimit(RLIMIT_NOFILE, &lim);
+  lim.rlim_cur = lim.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &lim);
+  getrlimit(RLIMIT_NOFILE, &lim);
+  size_t maxConns = lim.rlim_cur > 64 ? static_cast<size_t>(lim.rlim_cur) - 32 : 32;
+  Server server(qm, ep, std::min<size_t>(maxConns, 100000));
   bool running = true;
   int timeout = -1;
   epoll_event events[64];
