@@ -222,4 +222,30 @@ TEST(ConnectionFlood, MoreConnectionsThanDescriptorsDoNotStopTheServer) {
   disconnect(h);
 }
 
+TEST(HelloTimeout, SilentPeersAreClosedAndIdleClientsKept) {
+  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+  QueueManagerProcess qm({"Q1"}, {"--hello-timeout", "1"});
+  int32_t h = connect(qm.name());
+  std::string path = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm.name() + "/qm.sock";
+  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un sun{};
+  sun.sun_family = AF_UNIX;
+  std::strncpy(sun.sun_path, path.c_str(), sizeof sun.sun_path - 1);
+  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr *>(&sun), sizeof sun), 0);
+  ASSERT_EQ(send(fd, "JXQP", 4, 0), 4);  // part of a header, then silence
+  timeval tv{10, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  char b;
+  auto t0 = std::chrono::steady_clock::now();
+  EXPECT_EQ(recv(fd, &b, 1, 0), 0) << "closed by the server";
+  EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(8));
+  close(fd);
+  // A connection that said hello may stay idle.
+  int32_t q = openQueue(h, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  ASSERT_EQ(put(h, q, "idle but known"), JXRC_NONE);
+  EXPECT_EQ(get(h, q).data, "idle but known");
+  disconnect(h);
+  EXPECT_EQ(jxqm({"start", qm.name(), "--hello-timeout"}).status, 2);
+}
+
 }  // namespace

@@ -36,7 +36,8 @@ constexpr int kExitNotRunning = 3;
 const char *kUsage =
     "usage: jxqm COMMAND NAME [ARGS]\n"
     "  create NAME                       create a queue manager\n"
-    "  start NAME [--listen HOST:PORT]   start it (TCP only with --listen)\n"
+    "  start NAME [--listen HOST:PORT] [--hello-timeout SECONDS]\n"
+    "                                    start it (TCP only with --listen)\n"
     "  stop NAME                         stop it cleanly\n"
     "  status NAME                       exit 0 running, 3 stopped\n"
     "  delete NAME                       delete a stopped queue manager\n"
@@ -83,10 +84,12 @@ bool parseInt(const char *s, int32_t lo, int32_t hi, int32_t &out) {
 }
 
 int cmdStart(const std::string &name, const std::vector<std::string> &args) {
-  std::string listen;
+  std::string listen, helloTimeout;
   for (size_t i = 0; i < args.size(); ++i) {
     if (args[i] == "--listen" && i + 1 < args.size())
       listen = args[++i];
+    else if (args[i] == "--hello-timeout" && i + 1 < args.size())
+      helloTimeout = args[++i];
     else
       return usage();
   }
@@ -120,6 +123,10 @@ int cmdStart(const std::string &name, const std::vector<std::string> &args) {
     if (!listen.empty()) {
       argv.push_back("--listen");
       argv.push_back(listen.c_str());
+    }
+    if (!helloTimeout.empty()) {
+      argv.push_back("--hello-timeout");
+      argv.push_back(helloTimeout.c_str());
     }
     argv.push_back(nullptr);
     execv(prog.c_str(), const_cast<char *const *>(argv.data()));
