@@ -1,9 +1,10 @@
-// jxqmgr NAME [--listen HOST:PORT] [--ready-fd N]
+// jxqmgr NAME [--listen HOST:PORT] [--hello-timeout SECONDS] [--ready-fd N]
 //
 // Runs one queue manager in the foreground until SIGTERM or SIGINT. The
 // local socket is always served; TCP only when a listen address is given.
 // With --ready-fd, "ready\n" is written to that descriptor once connections
-// are accepted (jxqm start waits for it).
+// are accepted (jxqm start waits for it). A connection that has not sent its
+// hello within the hello timeout (default 10 seconds) is closed.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
@@ -12,12 +13,14 @@
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -88,7 +91,8 @@ int listenTcp(const std::string &addr, std::string &err) {
 
 class Server {
  public:
-  Server(QueueManager &qm, int ep) : qm_(qm), ep_(ep) {}
+  Server(QueueManager &qm, int ep, size_t maxConns, int64_t helloTimeoutMs)
+      : qm_(qm), ep_(ep), maxConns_(maxConns), helloTimeoutMs_(helloTimeoutMs) {}
 
   void accept(int lfd, bool tcp) {
     for (;;) {
@@ -96,6 +100,12 @@ class Server {
       socklen_t len = sizeof sa;
       int fd = accept4(lfd, reinterpret_cast<sockaddr *>(&sa), &len, SOCK_NONBLOCK | SOCK_CLOEXEC);
       if (fd < 0) return;
+      // Beyond the cap a connection is closed at once: running out of
+      // descriptors would leave the listener ready forever.
+      if (fds_.size() >= maxConns_) {
+        close(fd);
+        continue;
+      }
       uid_t uid = static_cast<uid_t>(-1);
       std::string peer;
       if (tcp) {
@@ -116,6 +126,7 @@ class Server {
         peer = "local uid " + std::to_string(cred.uid) + " pid " + std::to_string(cred.pid);
       }
       Conn &c = qm_.addConn(fd, tcp, uid, peer);
+      c.acceptedMs = QueueManager::nowMs();
       epoll_event ev{};
       ev.events = EPOLLIN | EPOLLRDHUP;
       ev.data.u64 = c.id;
@@ -207,7 +218,21 @@ class Server {
         drop(id);
         continue;
       }
-      if (c->closeAfterWrite && c->out.empty()) drop(id);
+      if (c->closeAfterWrite && c->out.empty()) {
+        drop(id);
+        continue;
+      }
+      // A peer that never says who it is must not hold a connection slot.
+      if (!c->hello) {
+        int64_t deadline = c->acceptedMs + helloTimeoutMs_;
+        if (deadline <= now) {
+          std::cerr << "jxqmgr: connection " << id << " (" << c->peer << "): no hello in time"
+                    << std::endl;
+          drop(id);
+          continue;
+        }
+        if (next < 0 || deadline < next) next = deadline;
+      }
     }
     // Dropping a connection can wake another's get after its turn to write
     // has passed: run another turn at once instead of waiting for an event.
@@ -223,6 +248,8 @@ class Server {
  private:
   QueueManager &qm_;
   int ep_;
+  size_t maxConns_;
+  int64_t helloTimeoutMs_;
   std::unordered_map<uint32_t, int> fds_;
 };
 
@@ -231,16 +258,22 @@ class Server {
 int main(int argc, char **argv) {
   std::string name, listenAddr;
   int readyFd = -1;
+  int helloTimeout = 10;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--listen" && i + 1 < argc) {
       listenAddr = argv[++i];
     } else if (a == "--ready-fd" && i + 1 < argc) {
       readyFd = std::atoi(argv[++i]);
+    } else if (a == "--hello-timeout" && i + 1 < argc) {
+      helloTimeout = std::atoi(argv[++i]);
+      if (helloTimeout < 1 || helloTimeout > 3600)
+        return die("--hello-timeout is 1 to 3600 seconds", 2);
     } else if (name.empty() && a[0] != '-') {
       name = a;
     } else {
-      return die("usage: jxqmgr NAME [--listen HOST:PORT] [--ready-fd N]", 2);
+      return die("usage: jxqmgr NAME [--listen HOST:PORT] [--hello-timeout SECONDS] [--ready-fd N]",
+                 2);
     }
   }
   if (!jxqp::validQMgrName(name)) return die("invalid or missing queue manager name", 2);
@@ -312,7 +345,15 @@ int main(int argc, char **argv) {
     close(readyFd);
   }
 
-  Server server(qm, ep);
+  // Every descriptor the process may have, less a reserve for the database,
+  // the listeners and the log.
+  rlimit lim{};
+  getrlimit(RLIMIT_NOFILE, &lim);
+  lim.rlim_cur = lim.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &lim);
+  getrlimit(RLIMIT_NOFILE, &lim);
+  size_t maxConns = lim.rlim_cur > 64 ? static_cast<size_t>(lim.rlim_cur) - 32 : 32;
+  Server server(qm, ep, std::min<size_t>(maxConns, 100000), helloTimeout * 1000LL);
   bool running = true;
   int timeout = -1;
   epoll_event events[64];

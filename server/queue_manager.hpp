@@ -60,6 +60,7 @@ struct Conn {
   int fd = -1;
   bool tcp = false;
   uid_t uid = 0;
+  int64_t acceptedMs = 0;
   std::string peer;  // for the log
   std::string user;
   int32_t authority = kAuthNone;

@@ -210,7 +210,9 @@ XCS_EXPORT const char *xcsLastFailureRecord(void);
 #define XTR_TEXT_SEPARATOR " | "
 
 /* Libraries register their function-name tables (rows of 40 bytes) so trace
- * lines and failure records can name functions. */
+ * lines and failure records can name functions. Called while a library
+ * loads, so it touches nothing else of common services (no signal actions,
+ * no data root); the table is copied. */
 XCS_EXPORT void xtrRegisterNames(uint16_t component, const char (*names)[XCS_FUNC_NAME_LEN],
                                  int32_t count);
 XCS_EXPORT const char *xtrFunctionName(uint32_t functionId);

@@ -54,11 +54,14 @@ size_t dataBlockSize(int64_t capacity, int32_t stride) {
   return static_cast<size_t>(capacity) * (static_cast<size_t>(stride) + sizeof(void *));
 }
 
-// Whether a data block for this many places is addressable at all.
+// Largest data block a vector asks for: far beyond any real bag, and within
+// what every allocator (sanitizers' included) can be asked for.
+constexpr uint64_t kMaxDataBlock = uint64_t{1} << (sizeof(void *) == 8 ? 40 : 31);
+
 bool fits(int64_t capacity, int32_t stride) {
   return capacity <= INT32_MAX &&
          static_cast<uint64_t>(capacity) * (static_cast<uint64_t>(stride) + sizeof(void *)) <=
-             SIZE_MAX / 2;
+             kMaxDataBlock;
 }
 
 }  // namespace

@@ -85,10 +85,10 @@ void computeRoot() {
 // not given). Unknown words are skipped.
 xihTRACEWORDS wordsFromEnvironment() {
   xihTRACEWORDS w = {0, XTR_LEVEL_UNSET, 0, 0};
-  const char *spec = getenv("JX_TRACE");
-  if (!spec || !spec[0]) return w;
+  const char *setting = getenv("JX_TRACE");
+  if (!setting || !setting[0]) return w;
   char copy[256];
-  snprintf(copy, sizeof copy, "%s", spec);
+  snprintf(copy, sizeof copy, "%s", setting);
   uint32_t options = 0;
   int32_t override = 0;
   bool any = false;
@@ -185,10 +185,6 @@ const char *programName() {
 int32_t threadId() {
   if (t_tid == 0) t_tid = (int32_t)syscall(SYS_gettid);
   return t_tid;
-}
-
-void forgetThreadId() {
-  t_tid = 0;
 }
 
 bool dataSubdir(const char *leaf, char *out, size_t outLen) {

@@ -16,16 +16,11 @@
 
 namespace jxcs {
 
-// Component 1 function numbers: probes of the records the services write
-// about themselves.
+// Component 1 function numbers (their names are registered in trace.cpp):
+// probes of the records the services write about themselves.
 enum CommonFunction : uint16_t {
-  kFnInitialize = 1,
-  kFnGetMem = 2,
   kFnFreeMem = 3,
-  kFnCheckPointer = 4,
-  kFnRecordFailure = 5,
   kFnFaultHandler = 6,
-  kFnClearCS = 7,
 };
 
 // ---- anchors.cpp ----
@@ -34,7 +29,6 @@ extern __thread xihTHREADANCHOR *t_anchor JXCS_TLS;
 void ensureProcess();
 const char *programName();
 int32_t threadId();
-void forgetThreadId();
 bool makeDirs(const char *path);  // mkdir -p, mode 0700
 // <data root>/<leaf>, created (mode 0700) if needed; false when impossible.
 bool dataSubdir(const char *leaf, char *out, size_t outLen);

@@ -33,7 +33,14 @@ constexpr size_t kReserve = 256u << 20;
 constexpr size_t kReserve = 64u << 20;
 #endif
 constexpr uintptr_t kLowLimit = 0x80000000u;  // handles are signed 32-bit
-constexpr uint16_t kMagic = 0x5853;           // "SX"
+// Larger requests fail without asking the heap: no machine has that much,
+// and some allocators (the sanitizers') abort instead of returning null.
+#if UINTPTR_MAX > 0xFFFFFFFFu
+constexpr size_t kMaxBlock = (size_t)1 << 39;
+#else
+constexpr size_t kMaxBlock = 0x7FFFF000u;
+#endif
+constexpr uint16_t kMagic = 0x5853;  // "SX"
 constexpr uint8_t kUsed = 'U';
 constexpr uint8_t kFree = 'F';
 constexpr uint32_t kLargeMagic = 0x4C534358;  // "XCSL"
@@ -252,7 +259,7 @@ XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t lengt
   if (length <= XCS_SLAB_MAX) {
     size_t cls = length == 0 ? 0 : (length - 1) / kGranule;
     block = slabGet(cls);
-  } else if (length <= SIZE_MAX - sizeof(LargeHeader)) {
+  } else if (length <= kMaxBlock) {
     void *raw = nullptr;
     if (posix_memalign(&raw, 16, sizeof(LargeHeader) + length) == 0) {
       auto *h = static_cast<LargeHeader *>(raw);

@@ -165,7 +165,6 @@ extern "C" {
 XCS_EXPORT void xtrRegisterNames(uint16_t component, const char (*names)[XCS_FUNC_NAME_LEN],
                                  int32_t count) {
   if (component > 63 || !names || count <= 0 || count > 1024) return;
-  if (xcsCheckPointer(names, (size_t)count * XCS_FUNC_NAME_LEN, XCS_CHECK_READ) != 0) return;
   publishNames(component, names, count);
 }
 

@@ -117,9 +117,14 @@ TEST(Memory, FailEveryAllocationOfOneFunction) {
   xcsFreeMem(XCS_COMP_ADMIN, back);
 }
 
-TEST(Memory, NoPlaceForTheAddress) {
+TEST(Memory, ImpossibleRequestsFail) {
   int64_t before = xcsBlocksInUse();
   EXPECT_EQ(xcsGetMem(XCS_COMP_ADMIN, 1, 16, nullptr), XCS_E_NO_STORAGE);
+  for (size_t n : {SIZE_MAX, SIZE_MAX - 8, SIZE_MAX / 2 + 1}) {
+    void *p = reinterpret_cast<void *>(1);
+    EXPECT_EQ(xcsGetMem(XCS_COMP_ADMIN, 1, n, &p), XCS_E_NO_STORAGE) << n;
+    EXPECT_EQ(p, nullptr);
+  }
   EXPECT_EQ(xcsBlocksInUse(), before);
 }
 

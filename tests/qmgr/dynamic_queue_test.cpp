@@ -161,3 +161,41 @@ TEST_F(DynamicQueues, ABlockedGetLearnsThatItsQueueWasDeleted) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(PermanentDynamicQueues, OutliveTheirConnectionAndTheQueueManager) {
+  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+  QueueManagerProcess qm({"PERM.MODEL --permanent-dynamic --persistent"});
+  int32_t h = connect(qm.name());
+  JXOD od = JXOD_DEFAULT;
+  setName(od.ObjectName, "PERM.MODEL");
+  setName(od.DynamicQName, "KEEP.*");
+  int32_t q, cc, rc;
+  zstJXOPEN(h, &od, JXOO_OUTPUT | JXOO_INQUIRE, &q, &cc, &rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  std::string name(od.ObjectName, strnlen(od.ObjectName, 48));
+  ASSERT_EQ(put(h, q, "kept", nullptr, JXPMO_NO_SYNCPOINT, JXPER_AS_Q_DEF), JXRC_NONE);
+  int32_t sel = JXIA_DEFINITION_TYPE, type = 0;
+  zstJXINQ(h, q, 1, &sel, 1, &type, 0, nullptr, &cc, &rc);
+  EXPECT_EQ(type, JXQDT_PERMANENT_DYNAMIC);
+  disconnect(h);
+  ASSERT_TRUE(qm.stop());
+  ASSERT_TRUE(qm.start());
+  h = connect(qm.name());
+  q = openQueue(h, name, JXOO_INPUT_SHARED);
+  EXPECT_EQ(get(h, q).data, "kept");
+  zstJXCLOSE(h, &q, JXCO_DELETE, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_NONE);
+  disconnect(h);
+  ASSERT_TRUE(qm.stop());
+  ASSERT_TRUE(qm.start());
+  h = connect(qm.name());
+  od = JXOD_DEFAULT;
+  setName(od.ObjectName, name);
+  zstJXOPEN(h, &od, JXOO_OUTPUT, &q, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_UNKNOWN_OBJECT_NAME) << "deleted for good";
+  disconnect(h);
+}
+
+}  // namespace

@@ -59,7 +59,7 @@ std::string uniqueName(const char *prefix) {
 }
 
 QueueManagerProcess::QueueManagerProcess(const std::vector<std::string> &queues,
-                                         const std::vector<std::string> &startArgs)
+                                         const std::vector<std::string> &startArgs, bool startNow)
     : name_(uniqueName("QM")) {
   auto r = jxqm({"create", name_});
   EXPECT_EQ(r.status, 0) << r.out;
@@ -70,7 +70,9 @@ QueueManagerProcess::QueueManagerProcess(const std::vector<std::string> &queues,
     r = jxqm(args);
     EXPECT_EQ(r.status, 0) << r.out;
   }
-  EXPECT_TRUE(start(startArgs));
+  if (startNow) {
+    EXPECT_TRUE(start(startArgs));
+  }
 }
 
 QueueManagerProcess::~QueueManagerProcess() {

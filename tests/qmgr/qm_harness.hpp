@@ -32,7 +32,8 @@ class QueueManagerProcess {
  public:
   // Queues: each "NAME[ options...]" is passed to `jxqm define` before the start.
   explicit QueueManagerProcess(const std::vector<std::string> &queues = {"Q1"},
-                               const std::vector<std::string> &startArgs = {});
+                               const std::vector<std::string> &startArgs = {},
+                               bool startNow = true);
   ~QueueManagerProcess();
   const std::string &name() const { return name_; }
   pid_t pid() const;

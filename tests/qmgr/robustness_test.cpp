@@ -1,11 +1,17 @@
 // Malformed, truncated and oversized frames, and clients that vanish, end
 // their own connection only.
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
 
 #include "qm_harness.hpp"
 #include "qm_protocol.hpp"
@@ -153,6 +159,93 @@ TEST_F(Robustness, ALiveConnectionSeesTheServerGoAsBroken) {
   zstJXCONN(name, &h, &cc, &rc, 0);
   EXPECT_EQ(rc, JXRC_Q_MGR_NOT_AVAILABLE);
   ASSERT_TRUE(qm_->start());
+}
+
+// CPU time (clock ticks) the process has used so far.
+long cpuTicks(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  std::getline(in, line);
+  std::istringstream rest(line.substr(line.rfind(')') + 2));
+  std::string field;
+  long utime = 0, stime = 0;
+  for (int i = 3; i <= 15 && rest >> field; ++i) {
+    if (i == 14) utime = std::stol(field);
+    if (i == 15) stime = std::stol(field);
+  }
+  return utime + stime;
+}
+
+TEST(ConnectionFlood, MoreConnectionsThanDescriptorsDoNotStopTheServer) {
+  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+  QueueManagerProcess qm({"Q1"}, {}, false);
+  pid_t starter = fork();
+  if (starter == 0) {
+    rlimit lim{64, 64};
+    if (setrlimit(RLIMIT_NOFILE, &lim) != 0) _exit(98);
+    std::string prog = binDir() + "/jxqm";
+    execl(prog.c_str(), prog.c_str(), "start", qm.name().c_str(), static_cast<char *>(nullptr));
+    _exit(127);
+  }
+  int status = 0;
+  waitpid(starter, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+
+  std::string path = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm.name() + "/qm.sock";
+  std::vector<int> flood;
+  for (int i = 0; i < 100; ++i) {
+    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un sun{};
+    sun.sun_family = AF_UNIX;
+    std::strncpy(sun.sun_path, path.c_str(), sizeof sun.sun_path - 1);
+    if (::connect(fd, reinterpret_cast<sockaddr *>(&sun), sizeof sun) == 0)
+      flood.push_back(fd);
+    else
+      close(fd);
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  long before = cpuTicks(qm.pid());
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_LT(cpuTicks(qm.pid()) - before, 10) << "the server spins on its listener";
+  for (int fd : flood) close(fd);
+  int32_t rc = JXRC_Q_MGR_NOT_AVAILABLE, h = 0, cc;
+  char name[48] = {};
+  setName(name, qm.name());
+  for (int i = 0; i < 100 && rc != JXRC_NONE; ++i) {
+    zstJXCONN(name, &h, &cc, &rc, 0);
+    if (rc != JXRC_NONE) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_EQ(rc, JXRC_NONE);
+  int32_t q = openQueue(h, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  ASSERT_EQ(put(h, q, "after the flood"), JXRC_NONE);
+  EXPECT_EQ(get(h, q).data, "after the flood");
+  disconnect(h);
+}
+
+TEST(HelloTimeout, SilentPeersAreClosedAndIdleClientsKept) {
+  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+  QueueManagerProcess qm({"Q1"}, {"--hello-timeout", "1"});
+  int32_t h = connect(qm.name());
+  std::string path = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm.name() + "/qm.sock";
+  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un sun{};
+  sun.sun_family = AF_UNIX;
+  std::strncpy(sun.sun_path, path.c_str(), sizeof sun.sun_path - 1);
+  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr *>(&sun), sizeof sun), 0);
+  ASSERT_EQ(send(fd, "JXQP", 4, 0), 4);  // part of a header, then silence
+  timeval tv{10, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  char b;
+  auto t0 = std::chrono::steady_clock::now();
+  EXPECT_EQ(recv(fd, &b, 1, 0), 0) << "closed by the server";
+  EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(8));
+  close(fd);
+  // A connection that said hello may stay idle.
+  int32_t q = openQueue(h, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  ASSERT_EQ(put(h, q, "idle but known"), JXRC_NONE);
+  EXPECT_EQ(get(h, q).data, "idle but known");
+  disconnect(h);
+  EXPECT_EQ(jxqm({"start", qm.name(), "--hello-timeout"}).status, 2);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // jxqm: create, start, stop, inspect and delete queue managers, define
 // queues while one is stopped, and manage its users.
 #include <fcntl.h>
+#include <jx/jxqm.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -35,12 +36,15 @@ constexpr int kExitNotRunning = 3;
 const char *kUsage =
     "usage: jxqm COMMAND NAME [ARGS]\n"
     "  create NAME                       create a queue manager\n"
-    "  start NAME [--listen HOST:PORT]   start it (TCP only with --listen)\n"
+    "  start NAME [--listen HOST:PORT] [--hello-timeout SECONDS]\n"
+    "                                    start it (TCP only with --listen)\n"
     "  stop NAME                         stop it cleanly\n"
     "  status NAME                       exit 0 running, 3 stopped\n"
     "  delete NAME                       delete a stopped queue manager\n"
     "  define NAME QUEUE [--maxdepth N] [--maxmsgl N] [--persistent] [--desc TEXT]\n"
-    "                                    define a local queue (queue manager stopped)\n"
+    "         [--model | --permanent-dynamic]\n"
+    "                                    define a local queue, or a model for temporary\n"
+    "                                    or permanent dynamic queues (queue manager stopped)\n"
     "  adduser NAME USER [--admin]       add or update a user; password read from stdin\n"
     "  authorize NAME USER none|connect|admin\n"
     "                                    set what a user (local or TCP) may do\n"
@@ -80,10 +84,12 @@ bool parseInt(const char *s, int32_t lo, int32_t hi, int32_t &out) {
 }
 
 int cmdStart(const std::string &name, const std::vector<std::string> &args) {
-  std::string listen;
+  std::string listen, helloTimeout;
   for (size_t i = 0; i < args.size(); ++i) {
     if (args[i] == "--listen" && i + 1 < args.size())
       listen = args[++i];
+    else if (args[i] == "--hello-timeout" && i + 1 < args.size())
+      helloTimeout = args[++i];
     else
       return usage();
   }
@@ -117,6 +123,10 @@ int cmdStart(const std::string &name, const std::vector<std::string> &args) {
     if (!listen.empty()) {
       argv.push_back("--listen");
       argv.push_back(listen.c_str());
+    }
+    if (!helloTimeout.empty()) {
+      argv.push_back("--hello-timeout");
+      argv.push_back(helloTimeout.c_str());
     }
     argv.push_back(nullptr);
     execv(prog.c_str(), const_cast<char *const *>(argv.data()));
@@ -174,6 +184,12 @@ int cmdDefine(const std::string &name, const std::vector<std::string> &args) {
         return fail("--maxmsgl must be 0 to 4194304", kExitUsage);
     } else if (a == "--persistent") {
       q.defPersistence = 1;
+    } else if (a == "--model") {
+      q.qtype = JXQT_MODEL;
+      q.defType = JXQDT_TEMPORARY_DYNAMIC;
+    } else if (a == "--permanent-dynamic") {
+      q.qtype = JXQT_MODEL;
+      q.defType = JXQDT_PERMANENT_DYNAMIC;
     } else if (a == "--desc" && more) {
       q.description = args[++i];
       if (q.description.size() > 64) return fail("--desc is at most 64 characters", kExitUsage);
