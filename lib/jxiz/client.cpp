@@ -18,6 +18,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -48,18 +49,19 @@ struct Connection {
   }
 };
 
-std::mutex g_tableMu;
+// Every call looks its connection up; only connect and disconnect change the table.
+std::shared_mutex g_tableMu;
 std::vector<std::shared_ptr<Connection>> g_table;
 
 std::shared_ptr<Connection> lookup(int32_t hconn) {
-  std::lock_guard<std::mutex> lock(g_tableMu);
+  std::shared_lock<std::shared_mutex> lock(g_tableMu);
   int64_t i = static_cast<int64_t>(hconn) - kHconnBase;
   if (i < 0 || i >= static_cast<int64_t>(g_table.size())) return nullptr;
   return g_table[static_cast<size_t>(i)];
 }
 
 int32_t enter(std::shared_ptr<Connection> c) {
-  std::lock_guard<std::mutex> lock(g_tableMu);
+  std::unique_lock<std::shared_mutex> lock(g_tableMu);
   for (size_t i = 0; i < g_table.size(); ++i)
     if (!g_table[i]) {
       g_table[i] = std::move(c);
@@ -71,7 +73,7 @@ int32_t enter(std::shared_ptr<Connection> c) {
 }
 
 void remove(int32_t hconn) {
-  std::lock_guard<std::mutex> lock(g_tableMu);
+  std::unique_lock<std::shared_mutex> lock(g_tableMu);
   size_t i = static_cast<size_t>(hconn - kHconnBase);
   if (i < g_table.size()) g_table[i].reset();
 }

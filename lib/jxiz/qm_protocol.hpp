@@ -60,6 +60,8 @@ using Bytes = std::vector<uint8_t>;
 
 class Writer {
  public:
+  // Room for a descriptor and a small message without regrowing.
+  Writer() { buf_.reserve(640); }
   void u8(uint8_t v) { buf_.push_back(v); }
   void u16(uint16_t v);
   void u32(uint32_t v);
