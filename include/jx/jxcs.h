@@ -101,6 +101,10 @@ static inline void xihPopStack(xihTHREADANCHOR *t) { t->StackDepth--; }
 XCS_EXPORT xihPROCESSANCHOR *xihProcess(void);
 /* The calling thread's anchor, or null before xcsInitialize on this thread. */
 XCS_EXPORT xihTHREADANCHOR *xihThreadAddress(void);
+/* The same anchor, read without a call: the call frame reads it on every
+ * function entry. Null before xcsInitialize and after the thread's end. */
+XCS_EXPORT extern __thread xihTHREADANCHOR *xihCurrentThread
+    __attribute__((tls_model("initial-exec")));
 
 /* Points at the process anchor once common services are up in a process
  * (null before); a forked child still sees its parent's recorded Pid. */

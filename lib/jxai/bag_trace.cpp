@@ -17,7 +17,7 @@ bool bagTraceOn() {
 
 // Where the next line is attributed; null when the line is not to be written.
 xihTHREADANCHOR *lineTarget(uint16_t component, uint16_t function) {
-  xihTHREADANCHOR *t = xihThreadAddress();
+  xihTHREADANCHOR *t = xihCurrentThread;
   if (!t || !t->TraceActive || !jxai::parmTraceOn()) return nullptr;
   t->TraceComponent = component;
   t->TraceFunction = function;

@@ -51,7 +51,9 @@ inline uint32_t exitMark(int32_t result, uint32_t id) {
 // The history index and the stack depth sit side by side: updated together,
 // the compiler reads both with one wide load, which stalls on the two narrow
 // stores the previous frame just made. A compiler barrier keeps them apart.
-inline void keepApart() { asm volatile("" ::: "memory"); }
+inline void keepApart() {
+  asm volatile("" ::: "memory");
+}
 
 inline void recordEntry(xihTHREADANCHOR *t, uint32_t id) {
   const uint32_t mark = entryMark(id);
@@ -73,7 +75,7 @@ inline void recordExit(xihTHREADANCHOR *t, uint32_t id, int32_t result) {
 class Frame {
  public:
   Frame(uint16_t function, const int32_t *result)
-      : thread_(xihThreadAddress()), function_(function), result_(result) {
+      : thread_(xihCurrentThread), function_(function), result_(result) {
     if (thread_) recordEntry(thread_, XCS_FUNC_ID(kComponent, function_));
   }
   ~Frame() {
@@ -135,10 +137,10 @@ class ApiFrame {
  public:
   ApiFrame(uint16_t function, int32_t *compCode, int32_t *reason)
       : function_(function), compCode_(compCode), reason_(reason) {
-    thread_ = xihThreadAddress();
+    thread_ = xihCurrentThread;
     if (!thread_ || !thread_->CSReady) {
       xcsInitialize(kInitArg1, kInitArg2, 0, 0, 0);
-      thread_ = xihThreadAddress();
+      thread_ = xihCurrentThread;
     }
     saved_ = 0;
     xehSaveSigActionsF(&saved_);

@@ -7,7 +7,7 @@
 namespace jxai::pcf {
 
 void traceData(uint16_t function, const char *text, const void *address, uint32_t length) {
-  xihTHREADANCHOR *t = xihThreadAddress();
+  xihTHREADANCHOR *t = xihCurrentThread;
   if (!t || !t->TraceActive || !parmTraceOn()) return;
   t->TraceComponent = kComponent;
   t->TraceFunction = function;

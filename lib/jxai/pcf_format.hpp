@@ -142,7 +142,7 @@ namespace jxai::pcf {
 
 // Internal parameter tracing is on for the calling thread.
 inline bool tracing() {
-  const xihTHREADANCHOR *t = xihThreadAddress();
+  const xihTHREADANCHOR *t = xihCurrentThread;
   return t && t->TraceActive && parmTraceOn();
 }
 

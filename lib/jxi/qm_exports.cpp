@@ -25,7 +25,7 @@ constexpr size_t kLineMax = 160;
 class QmFrame {
  public:
   QmFrame(uint16_t function, const int32_t *reason)
-      : thread_(xihThreadAddress()), id_(XCS_FUNC_ID(kQmComponent, function)), reason_(reason) {
+      : thread_(xihCurrentThread), id_(XCS_FUNC_ID(kQmComponent, function)), reason_(reason) {
     if (thread_) jxai::recordEntry(thread_, id_);
   }
   ~QmFrame() {

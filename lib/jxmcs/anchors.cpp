@@ -21,7 +21,6 @@ namespace jxcs {
 // the trace words before any set-up (the queue-manager re-exports) see
 // tracing off rather than a null pointer.
 xihPROCESSANCHOR g_process = {{0, 0, 0, 0}, 0, &g_process.Private, {0, XTR_LEVEL_UNSET, 0, 0}};
-__thread xihTHREADANCHOR *t_anchor JXCS_TLS = nullptr;
 
 namespace {
 
@@ -126,7 +125,7 @@ xihTRACEWORDS wordsFromEnvironment() {
 }
 
 void freeAnchor(void *p) {
-  if (t_anchor == p) t_anchor = nullptr;
+  if (xihCurrentThread == p) xihCurrentThread = nullptr;
   free(p);
 }
 
@@ -198,23 +197,27 @@ bool dataSubdir(const char *leaf, char *out, size_t outLen) {
 using namespace jxcs;
 
 extern "C" {
+XCS_EXPORT __thread xihTHREADANCHOR *xihCurrentThread JXCS_TLS = nullptr;
+}
+
+extern "C" {
 
 XCS_EXPORT xihPROCESSANCHOR *xihProcess(void) {
   return &g_process;
 }
 
 XCS_EXPORT xihTHREADANCHOR *xihThreadAddress(void) {
-  return t_anchor;
+  return xihCurrentThread;
 }
 
 XCS_EXPORT int32_t xcsInitialize(int32_t, int32_t, int32_t, int32_t, int32_t) {
   ensureProcess();
-  xihTHREADANCHOR *t = t_anchor;
+  xihTHREADANCHOR *t = xihCurrentThread;
   if (!t) {
     t = static_cast<xihTHREADANCHOR *>(calloc(1, sizeof(xihTHREADANCHOR)));
     if (!t) return XCS_E_NO_STORAGE;
     memcpy(t->StrucId, XIH_THREAD_EYE, 4);
-    t_anchor = t;
+    xihCurrentThread = t;
     pthread_setspecific(g_anchorKey, t);
   }
   t->CSReady = 1;
@@ -238,7 +241,7 @@ XCS_EXPORT void xcsClearCS(void) {
   g_process.Trace = slot ? slot : &g_process.Private;
   traceForget();
   pthread_mutex_unlock(&g_initLock);
-  if (xihTHREADANCHOR *t = t_anchor) {
+  if (xihTHREADANCHOR *t = xihCurrentThread) {
     t->HistoryIndex = 0;
     t->StackDepth = 0;
     memset(t->History, 0, sizeof t->History);

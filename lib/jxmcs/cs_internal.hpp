@@ -25,7 +25,6 @@ enum CommonFunction : uint16_t {
 
 // ---- anchors.cpp ----
 extern xihPROCESSANCHOR g_process;
-extern __thread xihTHREADANCHOR *t_anchor JXCS_TLS;
 void ensureProcess();
 const char *programName();
 int32_t threadId();

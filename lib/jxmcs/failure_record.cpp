@@ -143,7 +143,7 @@ int32_t writeFailureRecord(uint16_t component, uint16_t probe, int32_t flags, ui
   }
   w.endLine();
 
-  if (const xihTHREADANCHOR *a = t_anchor) {
+  if (const xihTHREADANCHOR *a = xihCurrentThread) {
     uint32_t depth = a->StackDepth;
     uint32_t kept = depth < XIH_STACK_SIZE ? depth : XIH_STACK_SIZE;
     t.addf("Stack: %u", depth);

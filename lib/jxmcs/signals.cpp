@@ -48,7 +48,7 @@ uintptr_t faultingInstruction(const void *uc) {
 void recordFault(int sig, const siginfo_t *info, const void *uc) {
   uint16_t component = XCS_COMP_COMMON;
   uint16_t probe = kFnFaultHandler;
-  if (const xihTHREADANCHOR *t = t_anchor) {
+  if (const xihTHREADANCHOR *t = xihCurrentThread) {
     uint32_t depth = t->StackDepth;
     if (depth > 0) {
       uint32_t id = t->Stack[(depth < XIH_STACK_SIZE ? depth : XIH_STACK_SIZE) - 1] & 0xFFFFu;
@@ -153,7 +153,7 @@ extern "C" {
 
 XCS_EXPORT void xehSaveSigActionsF(int32_t *saved) {
   bool up = installFaultActions();
-  if (xihTHREADANCHOR *t = t_anchor) t->TraceActive = g_process.Trace->Enabled;
+  if (xihTHREADANCHOR *t = xihCurrentThread) t->TraceActive = g_process.Trace->Enabled;
   if (!saved) return;
   if (!up || t_region) {
     *saved = 0;

@@ -207,7 +207,7 @@ XCS_EXPORT void xtr_FNC_retcode(xihTHREADANCHOR *thread, int32_t reason) {
 
 XCS_EXPORT void xtr_parms(const char *format, ...) {
   if (!format) return;
-  const xihTHREADANCHOR *t = t_anchor;
+  const xihTHREADANCHOR *t = xihCurrentThread;
   int64_t id =
       t ? (int64_t)XCS_FUNC_ID(t->TraceComponent & 63u, t->TraceFunction & 1023u) : kNoFunction;
   char small[512];
@@ -233,11 +233,11 @@ XCS_EXPORT void xtr_parms(const char *format, ...) {
 }
 
 XCS_EXPORT void xtr_text(const char *text) {
-  if (text) emit(currentFunction(t_anchor), text, strlen(text));
+  if (text) emit(currentFunction(xihCurrentThread), text, strlen(text));
 }
 
 XCS_EXPORT void xtr_text_api(const char *text) {
-  if (text) emit(currentFunction(t_anchor), text, strlen(text));
+  if (text) emit(currentFunction(xihCurrentThread), text, strlen(text));
 }
 
 XCS_EXPORT void xtr_data(uint16_t component, uint16_t function, const void *address,
