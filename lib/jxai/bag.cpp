@@ -43,6 +43,20 @@ bool appendItem(zaiBAG *bag, const zaiPROPERTY &item, PJXLONG cc, PJXLONG rc) {
   return true;
 }
 
+bool mayAddType(zaiBAG *bag, JXLONG selector, JXLONG type, PJXLONG cc, PJXLONG rc) {
+  JXLONG position;
+  const zaiPROPERTY *first = zaiFindSelector(bag, 0, selector, 0, &position, cc, rc);
+  if (*cc == JXCC_OK) {
+    if (first->Type == type) return true;
+    setFailure(cc, rc, JXRC_INCONSISTENT_TYPE);
+    return false;
+  }
+  if (*rc != JXRC_SELECTOR_NOT_PRESENT) return false;
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  return true;
+}
+
 bool isNestedSystemBag(JXHBAG handle) {
   const zaiBAG *nested = resolveBag(handle);
   return nested && nested->SystemBag;

@@ -124,6 +124,10 @@ inline zaiPROPERTY newItem(JXLONG selector, JXLONG type) {
   item.Type = type;
   return item;
 }
+// Whether an item of this type may be added under the selector: the first
+// occurrence, if any, must have the same type (else 2313); an absent selector
+// is not a failure. Other lookup failures are left in cc and rc.
+bool mayAddType(zaiBAG *bag, JXLONG selector, JXLONG type, PJXLONG cc, PJXLONG rc);
 // Appends an item and records it in the index; 2071 when storage runs out,
 // with the bag unchanged.
 bool appendItem(zaiBAG *bag, const zaiPROPERTY &item, PJXLONG cc, PJXLONG rc);

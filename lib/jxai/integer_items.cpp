@@ -16,16 +16,7 @@ void zaiAddInteger(zaiBAG *bag, JXLONG selector, JXLONG value, PJXLONG cc, PJXLO
   *rc = JXRC_NONE;
   Frame frame(kFn_zaiAddInteger, rc);
   frame.parms("pBag:%p, selector:%d", static_cast<void *>(bag), selector);
-  JXLONG position;
-  const zaiPROPERTY *first = zaiFindSelector(bag, 0, selector, 0, &position, cc, rc);
-  if (*cc == JXCC_OK && first->Type != JXITEM_INTEGER) {
-    return setFailure(cc, rc, JXRC_INCONSISTENT_TYPE);
-  }
-  if (*cc != JXCC_OK) {
-    if (*rc != JXRC_SELECTOR_NOT_PRESENT) return;
-    *cc = JXCC_OK;
-    *rc = JXRC_NONE;
-  }
+  if (!jxai::mayAddType(bag, selector, JXITEM_INTEGER, cc, rc)) return;
   zaiPROPERTY item = jxai::newItem(selector, JXITEM_INTEGER);
   item.Value.Integer = value;
   jxai::appendItem(bag, item, cc, rc);

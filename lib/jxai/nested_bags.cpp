@@ -17,16 +17,7 @@ void zaiAddBag(zaiBAG *bag, JXLONG selector, JXHBAG nested, PJXLONG cc, PJXLONG 
   *rc = JXRC_NONE;
   Frame frame(kFn_zaiAddBag, rc);
   frame.parms("pBag:%p, selector:%d, hNestedBag:%d", static_cast<void *>(bag), selector, nested);
-  JXLONG position;
-  const zaiPROPERTY *first = zaiFindSelector(bag, 0, selector, 0, &position, cc, rc);
-  if (*cc == JXCC_OK && first->Type != JXITEM_BAG) {
-    return setFailure(cc, rc, JXRC_INCONSISTENT_TYPE);
-  }
-  if (*cc != JXCC_OK) {
-    if (*rc != JXRC_SELECTOR_NOT_PRESENT) return;
-    *cc = JXCC_OK;
-    *rc = JXRC_NONE;
-  }
+  if (!jxai::mayAddType(bag, selector, JXITEM_BAG, cc, rc)) return;
   zaiPROPERTY item = jxai::newItem(selector, JXITEM_BAG);
   item.Value.Bag = nested;
   jxai::appendItem(bag, item, cc, rc);

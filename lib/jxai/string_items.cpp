@@ -82,16 +82,7 @@ void zaiAddString(zaiBAG *bag, JXLONG selector, JXLONG length, const char *bytes
   Frame frame(kFn_zaiAddString, rc);
   frame.parms("pBag:%p, selector:%d, length:%d, ccsid:%d", static_cast<void *>(bag), selector,
               length, ccsid);
-  JXLONG position;
-  const zaiPROPERTY *first = zaiFindSelector(bag, 0, selector, 0, &position, cc, rc);
-  if (*cc == JXCC_OK && first->Type != JXITEM_STRING) {
-    return setFailure(cc, rc, JXRC_INCONSISTENT_TYPE);
-  }
-  if (*cc != JXCC_OK) {
-    if (*rc != JXRC_SELECTOR_NOT_PRESENT) return;
-    *cc = JXCC_OK;
-    *rc = JXRC_NONE;
-  }
+  if (!jxai::mayAddType(bag, selector, JXITEM_STRING, cc, rc)) return;
   zaiPROPERTY item = jxai::newItem(selector, JXITEM_STRING);
   item.StringLength = length;
   item.StringCCSID = ccsid;
