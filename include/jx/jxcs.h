@@ -74,9 +74,12 @@ typedef struct xihTHREADANCHOR {
   uint16_t TraceComponent; /* origin of the next xtr_parms line */
   uint16_t TraceFunction;
   int32_t TraceKind;
+  /* Each counter sits with its own array: side by side, updates of both
+   * would be merged into one wide load that stalls on the narrow stores of
+   * the frame before. */
   uint32_t HistoryIndex;   /* next free history slot (free-running, see below) */
-  uint32_t StackDepth;     /* current function-stack depth */
   uint32_t History[XIH_HISTORY_SIZE];
+  uint32_t StackDepth;     /* current function-stack depth */
   uint32_t Stack[XIH_STACK_SIZE];
 } xihTHREADANCHOR;
 

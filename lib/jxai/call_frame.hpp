@@ -48,24 +48,15 @@ inline uint32_t exitMark(int32_t result, uint32_t id) {
   return (static_cast<uint32_t>(result) << 16) + id;
 }
 
-// The history index and the stack depth sit side by side: updated together,
-// the compiler reads both with one wide load, which stalls on the two narrow
-// stores the previous frame just made. A compiler barrier keeps them apart.
-inline void keepApart() {
-  asm volatile("" ::: "memory");
-}
-
 inline void recordEntry(xihTHREADANCHOR *t, uint32_t id) {
   const uint32_t mark = entryMark(id);
   xihRecordHistory(t, mark);
-  keepApart();
   xihPushStack(t, mark);
   if (t->TraceActive) xtr_FNC_entry(t);
 }
 
 inline void recordExit(xihTHREADANCHOR *t, uint32_t id, int32_t result) {
   xihPopStack(t);
-  keepApart();
   xihRecordHistory(t, exitMark(result, id));
   if (t->TraceActive) xtr_FNC_retcode(t, result);
 }
