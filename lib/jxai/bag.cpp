@@ -43,6 +43,16 @@ bool appendItem(zaiBAG *bag, const zaiPROPERTY &item, PJXLONG cc, PJXLONG rc) {
   return true;
 }
 
+zaiPROPERTY *findItemOfType(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, JXLONG type, PJXLONG cc,
+                            PJXLONG rc) {
+  JXLONG position;
+  zaiPROPERTY *item = zaiFindSelector(bag, 0, selector, itemIndex, &position, cc, rc);
+  if (*cc != JXCC_OK) return nullptr;
+  if (item->Type == type) return item;
+  setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  return nullptr;
+}
+
 bool mayAddType(zaiBAG *bag, JXLONG selector, JXLONG type, PJXLONG cc, PJXLONG rc) {
   JXLONG position;
   const zaiPROPERTY *first = zaiFindSelector(bag, 0, selector, 0, &position, cc, rc);

@@ -124,6 +124,10 @@ inline zaiPROPERTY newItem(JXLONG selector, JXLONG type) {
   item.Type = type;
   return item;
 }
+// The itemIndex-th occurrence of the selector when it has the given type;
+// null with the lookup's failure, or 2312 for another type.
+zaiPROPERTY *findItemOfType(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, JXLONG type, PJXLONG cc,
+                            PJXLONG rc);
 // Whether an item of this type may be added under the selector: the first
 // occurrence, if any, must have the same type (else 2313); an absent selector
 // is not a failure. Other lookup failures are left in cc and rc.

@@ -33,10 +33,8 @@ void zaiSetInteger(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, JXLONG value,
     if (*cc == JXCC_OK) zaiAddInteger(bag, selector, value, cc, rc);
     return;
   }
-  JXLONG position;
-  zaiPROPERTY *item = zaiFindSelector(bag, 0, selector, itemIndex, &position, cc, rc);
-  if (*cc != JXCC_OK) return;
-  if (item->Type != JXITEM_INTEGER) return setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  zaiPROPERTY *item = jxai::findItemOfType(bag, selector, itemIndex, JXITEM_INTEGER, cc, rc);
+  if (!item) return;
   item->Value.Integer = value;
 }
 
@@ -46,10 +44,8 @@ void zaiInquireInteger(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, PJXLONG v
   *rc = JXRC_NONE;
   Frame frame(kFn_zaiInquireInteger, rc);
   frame.parms("pBag:%p, selector:%d, itemIndex:%d", static_cast<void *>(bag), selector, itemIndex);
-  JXLONG position;
-  const zaiPROPERTY *item = zaiFindSelector(bag, 0, selector, itemIndex, &position, cc, rc);
-  if (*cc != JXCC_OK) return;
-  if (item->Type != JXITEM_INTEGER) return setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  const zaiPROPERTY *item = jxai::findItemOfType(bag, selector, itemIndex, JXITEM_INTEGER, cc, rc);
+  if (!item) return;
   *value = item->Value.Integer;
 }
 

@@ -29,10 +29,8 @@ void zaiInquireBag(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, PJXHBAG neste
   *rc = JXRC_NONE;
   Frame frame(kFn_zaiInquireBag, rc);
   frame.parms("pBag:%p, selector:%d, itemIndex:%d", static_cast<void *>(bag), selector, itemIndex);
-  JXLONG position;
-  const zaiPROPERTY *item = zaiFindSelector(bag, 0, selector, itemIndex, &position, cc, rc);
-  if (*cc != JXCC_OK) return;
-  if (item->Type != JXITEM_BAG) return setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  const zaiPROPERTY *item = jxai::findItemOfType(bag, selector, itemIndex, JXITEM_BAG, cc, rc);
+  if (!item) return;
   *nested = item->Value.Bag;
 }
 

@@ -106,10 +106,8 @@ void zaiSetString(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, JXLONG length,
     if (*cc == JXCC_OK) zaiAddString(bag, selector, length, bytes, ccsid, cc, rc);
     return;
   }
-  JXLONG position;
-  zaiPROPERTY *item = zaiFindSelector(bag, 0, selector, itemIndex, &position, cc, rc);
-  if (*cc != JXCC_OK) return;
-  if (item->Type != JXITEM_STRING) return setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  zaiPROPERTY *item = jxai::findItemOfType(bag, selector, itemIndex, JXITEM_STRING, cc, rc);
+  if (!item) return;
   if (length == item->StringLength) {
     if (length > 0) memmove(item->Value.String, bytes, static_cast<size_t>(length));
     item->StringCCSID = ccsid;
@@ -132,10 +130,8 @@ void zaiInquireString(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, JXLONG buf
   Frame frame(kFn_zaiInquireString, rc);
   frame.parms("pBag:%p, selector:%d, itemIndex:%d, bufferLength:%d", static_cast<void *>(bag),
               selector, itemIndex, bufferLength);
-  JXLONG position;
-  const zaiPROPERTY *item = zaiFindSelector(bag, 0, selector, itemIndex, &position, cc, rc);
-  if (*cc != JXCC_OK) return;
-  if (item->Type != JXITEM_STRING) return setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  const zaiPROPERTY *item = jxai::findItemOfType(bag, selector, itemIndex, JXITEM_STRING, cc, rc);
+  if (!item) return;
   const JXLONG length = item->StringLength;
   const JXLONG copied = std::min(length, bufferLength);
   if (copied > 0) memcpy(buffer, item->Value.String, static_cast<size_t>(copied));
