@@ -1,4 +1,4 @@
-// Runs the fuzz target once over every file of the given folders or files,
+// Runs a fuzz target once over every file of the given folders or files,
 // so the seed corpus and every past finding stay regression tests.
 #include <stdint.h>
 #include <stdio.h>
