@@ -176,17 +176,20 @@ long residentBytes() {
 }
 
 // Resident bytes per item of an N-item bag (and of the plain vector), with
-// the heap trimmed before and after, so freed growth steps do not count
-// (before_trim: what the bag's process holds before that second trim).
+// the heap and the kept large blocks trimmed before and after, so freed
+// growth steps do not count (before_trim: what the bag's process holds
+// before that second trim).
 void BM_ResidentPerItem(benchmark::State &state) {
   tracingOff();
   const int32_t n = static_cast<int32_t>(state.range(0));
   double bag = 0, untrimmed = 0, plain = 0;
   for (auto _ : state) {
+    xcsTrimMem();
     malloc_trim(0);
     long before = residentBytes();
     const JXHBAG h = makeBag(n);
     untrimmed = static_cast<double>(residentBytes() - before) / n;
+    xcsTrimMem();
     malloc_trim(0);
     bag = static_cast<double>(residentBytes() - before) / n;
     dropBag(h);

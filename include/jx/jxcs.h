@@ -22,12 +22,12 @@ extern "C" {
 #endif
 
 /* Component numbers used in function identifiers, trace and failure records. */
-#define XCS_COMP_COMMON 1    /* common services themselves */
-#define XCS_COMP_ADMIN 25    /* administration interface (libjxai) */
-#define XCS_COMP_QMCALLS 32  /* queue-manager call re-exports */
+#define XCS_COMP_COMMON 1   /* common services themselves */
+#define XCS_COMP_ADMIN 25   /* administration interface (libjxai) */
+#define XCS_COMP_QMCALLS 32 /* queue-manager call re-exports */
 
 /* Function identifier: component in bits 10-15, function number in bits 0-9. */
-#define XCS_FUNC_ID(comp, func) ((uint32_t)(comp) * 1024u + (uint32_t)(func))
+#define XCS_FUNC_ID(comp, func) ((uint32_t)(comp)*1024u + (uint32_t)(func))
 #define XCS_ENTRY_MARK 0xF0000000u
 #define XCS_FUNC_NAME_LEN 40
 
@@ -41,11 +41,11 @@ extern "C" {
 #define XIH_STACK_SIZE 256
 
 /* Trace option bits of the process anchor's TraceOptions word. */
-#define XTR_OPT_API 0x00000001u        /* API parameter trace */
-#define XTR_OPT_BAG_A 0x00000020u      /* bag contents trace needs 0x20|0x400|0x80000 */
+#define XTR_OPT_API 0x00000001u   /* API parameter trace */
+#define XTR_OPT_BAG_A 0x00000020u /* bag contents trace needs 0x20|0x400|0x80000 */
 #define XTR_OPT_BAG_B 0x00000400u
-#define XTR_OPT_PARMS_A 0x00040000u    /* internal parameter trace: bit 18 */
-#define XTR_OPT_PARMS_B 0x00080000u    /* internal parameter trace: bit 19 */
+#define XTR_OPT_PARMS_A 0x00040000u /* internal parameter trace: bit 18 */
+#define XTR_OPT_PARMS_B 0x00080000u /* internal parameter trace: bit 19 */
 #define XTR_OPT_PARMS (XTR_OPT_PARMS_A | XTR_OPT_PARMS_B)
 #define XTR_OPT_BAG (XTR_OPT_BAG_A | XTR_OPT_BAG_B | XTR_OPT_PARMS_B)
 #define XTR_LEVEL_UNSET (-1)
@@ -61,10 +61,10 @@ typedef struct xihTRACEWORDS {
 } xihTRACEWORDS;
 
 typedef struct xihPROCESSANCHOR {
-  char StrucId[4];        /* "XIH " */
-  int32_t Pid;            /* process that set the anchor up; 0 before */
-  xihTRACEWORDS *Trace;   /* never null once initialised */
-  xihTRACEWORDS Private;  /* fallback trace words */
+  char StrucId[4];       /* "XIH " */
+  int32_t Pid;           /* process that set the anchor up; 0 before */
+  xihTRACEWORDS *Trace;  /* never null once initialised */
+  xihTRACEWORDS Private; /* fallback trace words */
 } xihPROCESSANCHOR;
 
 typedef struct xihTHREADANCHOR {
@@ -77,9 +77,9 @@ typedef struct xihTHREADANCHOR {
   /* Each counter sits with its own array: side by side, updates of both
    * would be merged into one wide load that stalls on the narrow stores of
    * the frame before. */
-  uint32_t HistoryIndex;   /* next free history slot (free-running, see below) */
+  uint32_t HistoryIndex; /* next free history slot (free-running, see below) */
   uint32_t History[XIH_HISTORY_SIZE];
-  uint32_t StackDepth;     /* current function-stack depth */
+  uint32_t StackDepth; /* current function-stack depth */
   uint32_t Stack[XIH_STACK_SIZE];
 } xihTHREADANCHOR;
 
@@ -99,7 +99,9 @@ static inline void xihPushStack(xihTHREADANCHOR *t, uint32_t mark) {
   if (t->StackDepth < XIH_STACK_SIZE) t->Stack[t->StackDepth] = mark;
   t->StackDepth++;
 }
-static inline void xihPopStack(xihTHREADANCHOR *t) { t->StackDepth--; }
+static inline void xihPopStack(xihTHREADANCHOR *t) {
+  t->StackDepth--;
+}
 
 XCS_EXPORT xihPROCESSANCHOR *xihProcess(void);
 /* The calling thread's anchor, or null before xcsInitialize on this thread. */
@@ -139,12 +141,18 @@ XCS_EXPORT const char *xcsDataRoot(void);
 
 /* Blocks of up to XCS_SLAB_MAX bytes come from a slab below 2 GiB, so their
  * addresses fit a signed 32-bit handle; freed slab blocks are reused oldest
- * first. Larger blocks come from the C heap. */
+ * first. Larger blocks come from the C heap; freed ones of 64 KiB and more
+ * are kept (up to 64 MiB in all) for later requests of nearly their size, so that structures that
+ * grow and go away repeatedly do not fault in fresh pages each time. */
 #define XCS_SLAB_MAX 256
 
-XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t length,
-                             void **ppBlock);
+XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t length, void **ppBlock);
+/* The same, cleared to zero bytes. */
+XCS_EXPORT int32_t xcsGetZeroedMem(uint16_t component, uint16_t function, size_t length,
+                                   void **ppBlock);
 XCS_EXPORT void xcsFreeMem(uint16_t component, void *block);
+/* Hands the kept large blocks back to the heap. */
+XCS_EXPORT void xcsTrimMem(void);
 
 /* Test switch: fail the nth allocation from now (1 = the next one), or, with
  * nth 0 and function >= 0, every allocation tagged with that function
@@ -201,8 +209,7 @@ XCS_EXPORT void xcsBuildDumpPtr(xcsDUMPLIST *list, int32_t entry, const char *la
  * the record was written. */
 XCS_EXPORT int32_t xcsRecordFailure(uint16_t component, uint16_t probe, int32_t flags,
                                     uint32_t error, const xcsINSERTS *inserts,
-                                    const xcsDUMPLIST *dumps, int32_t reserved1,
-                                    int32_t reserved2);
+                                    const xcsDUMPLIST *dumps, int32_t reserved1, int32_t reserved2);
 /* Path of the last record this process wrote ("" before any). */
 XCS_EXPORT const char *xcsLastFailureRecord(void);
 

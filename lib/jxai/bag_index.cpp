@@ -1,10 +1,11 @@
 #include "bag_index.hpp"
 
-#include <stdlib.h>
+#include <jx/jxcs.h>
 #include <string.h>
-#include <sys/mman.h>
 
 #include <algorithm>
+
+#include "call_frame.hpp"
 
 namespace jxai {
 namespace {
@@ -13,11 +14,26 @@ constexpr int32_t kFirstLinkCapacity = ZAI_INITIAL_ITEMS;
 constexpr uint32_t kFirstTableSize = 32;
 constexpr int32_t kFirstSystemCapacity = 16;
 constexpr uint32_t kHashMultiplier = 0x9E3779B9u;  // Fibonacci hashing
-constexpr size_t kMappedTableBytes = 64 * 1024;
+// The index's storage is tagged as the lookup's, which it serves.
+constexpr uint16_t kStorageTag = kFn_zaiFindSelector;
 
+void *getStorage(size_t bytes) {
+  void *block = nullptr;
+  return xcsGetMem(kComponent, kStorageTag, bytes, &block) == XCS_OK ? block : nullptr;
+}
+
+void freeStorage(void *block) {
+  xcsFreeMem(kComponent, block);
+}
+
+// Selectors within one table size of zero keep their place modulo the size:
+// user selectors fill the bottom slots, system selectors the top ones, so
+// the two never collide. Others are spread by a multiplication.
 uint32_t home(const BagIndex &ix, int32_t selector) {
   const uint32_t u = static_cast<uint32_t>(selector);
-  return (u ^ ((u >> ix.tableBits) * kHashMultiplier)) & ix.tableMask;
+  const int32_t high = selector >> ix.tableBits;
+  if (high == 0 || high == -1) return u & ix.tableMask;
+  return (u ^ (static_cast<uint32_t>(high) * kHashMultiplier)) & ix.tableMask;
 }
 
 // The slot holding the selector's entry, or the free slot ending its probe
@@ -65,28 +81,13 @@ void erase(BagIndex &ix, SelectorEntry *entry) {
   ix.memoValid = 0;
 }
 
-// Zeroed storage for a table: every slot starts free (count 0). A large
-// table is mapped on its own, so its pages that no selector reaches are never
-// touched (calloc would clear memory the heap reuses).
-size_t tableBytes(uint32_t size) {
-  return size_t{size} * sizeof(SelectorEntry);
-}
-
+// Zeroed storage for a table: every slot starts free (count 0).
 SelectorEntry *newTable(uint32_t size) {
-  if (tableBytes(size) < kMappedTableBytes) {
-    return static_cast<SelectorEntry *>(calloc(size, sizeof(SelectorEntry)));
-  }
-  void *p =
-      mmap(nullptr, tableBytes(size), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  return p == MAP_FAILED ? nullptr : static_cast<SelectorEntry *>(p);
-}
-
-void freeTable(SelectorEntry *table, uint32_t size) {
-  if (tableBytes(size) < kMappedTableBytes) {
-    free(table);
-  } else {
-    munmap(table, tableBytes(size));
-  }
+  void *table = nullptr;
+  return xcsGetZeroedMem(kComponent, kStorageTag, size_t{size} * sizeof(SelectorEntry), &table) ==
+                 XCS_OK
+             ? static_cast<SelectorEntry *>(table)
+             : nullptr;
 }
 
 bool growTable(BagIndex &ix) {
@@ -103,19 +104,23 @@ bool growTable(BagIndex &ix) {
     for (uint32_t i = 0; i <= ix.tableMask; ++i) {
       if (ix.table[i].count != 0) *insertNew(grown, ix.table[i].selector) = ix.table[i];
     }
-    freeTable(ix.table, ix.tableMask + 1);
+    freeStorage(ix.table);
   }
   ix = grown;
   return true;
 }
 
-// Doubles an array; realloc lets a large one grow by remapping, not copying.
+// Doubles an array, keeping its contents.
 template <typename T>
 bool growArray(T *&array, int32_t &capacity, int32_t first) {
   const int64_t wanted = capacity ? int64_t{capacity} * 2 : first;
   if (wanted > INT32_MAX) return false;
-  T *grown = static_cast<T *>(realloc(array, static_cast<size_t>(wanted) * sizeof(T)));
+  T *grown = static_cast<T *>(getStorage(static_cast<size_t>(wanted) * sizeof(T)));
   if (!grown) return false;
+  if (array) {
+    memcpy(grown, array, static_cast<size_t>(capacity) * sizeof(T));
+    freeStorage(array);
+  }
   array = grown;
   capacity = static_cast<int32_t>(wanted);
   return true;
@@ -227,9 +232,9 @@ void indexRemove(BagIndex &ix, const zaiVECTOR *items, int32_t selector, int32_t
 }
 
 void indexRelease(BagIndex &ix) {
-  free(ix.links);
-  if (ix.table) freeTable(ix.table, ix.tableMask + 1);
-  free(ix.system);
+  freeStorage(ix.links);
+  freeStorage(ix.table);
+  freeStorage(ix.system);
   ix = BagIndex{};
 }
 

@@ -5,10 +5,8 @@
 // Where it lives: the bag control block layout is fixed, so the index header
 // sits right after it in the same allocation (BagBlock below): one xcsGetMem
 // per bag, found from the block by address arithmetic, nothing global and no
-// lock. Its arrays come from the C heap, or a mapping of its own for a large
-// table, so that the table's pages no selector reaches stay untouched; the
-// per-item arrays grow by realloc, so large ones are remapped rather than
-// copied. Running out of storage gives 2071 with the bag unchanged.
+// lock. Its arrays come from common services like every other block of the
+// bag. Running out of storage gives 2071 with the bag unchanged.
 //
 // What it holds, for a vector of n items:
 // - links[p], for every position p: the offsets from p to the previous and

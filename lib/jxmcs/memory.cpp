@@ -45,6 +45,21 @@ constexpr uint8_t kUsed = 'U';
 constexpr uint8_t kFree = 'F';
 constexpr uint32_t kLargeMagic = 0x4C534358;  // "XCSL"
 constexpr uint32_t kLargeFreed = 0x46534358;  // "XCSF"
+// Freed large blocks from this size on are kept for reuse rather than handed
+// back to the heap, which would return their pages to the system: a bag that
+// grows to many items and is deleted, again and again, would otherwise fault
+// in fresh pages for every growth step. The cache holds a bounded number of
+// blocks and bytes; a block is reused only for a request that needs nearly
+// all of it (growth steps repeat the same sizes), so that reuse does not
+// turn a small request into a large resident block.
+// The address sanitizer is left to see every large block come and go.
+constexpr size_t kCacheMinBlock = 64u << 10;
+#if defined(__SANITIZE_ADDRESS__)
+constexpr size_t kCacheMaxBytes = 0;
+#else
+constexpr size_t kCacheMaxBytes = 64u << 20;
+#endif
+constexpr size_t kCacheSlots = 32;
 
 struct SlabHeader {
   uint32_t next;  // offset + 1 of the next free header of the class; 0 ends
@@ -57,7 +72,7 @@ static_assert(sizeof(SlabHeader) == kHeader);
 struct LargeHeader {
   uint32_t magic;
   uint32_t component;
-  uint64_t length;
+  uint64_t length;  // bytes usable after the header
 };
 static_assert(sizeof(LargeHeader) == 16);
 
@@ -70,6 +85,13 @@ struct alignas(64) FreeQueue {
 
 FreeQueue g_queue[kClasses];
 pthread_mutex_t g_growLock = PTHREAD_MUTEX_INITIALIZER;
+
+struct LargeCache {
+  pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+  LargeHeader *blocks[kCacheSlots] = {};
+  size_t bytes = 0;
+};
+LargeCache g_cache;
 std::atomic<uintptr_t> g_base{0};    // 0 until reserved
 std::atomic<size_t> g_top{0};        // bytes handed out from the base
 std::atomic<size_t> g_committed{0};  // bytes readable and writable
@@ -214,6 +236,61 @@ bool slabPut(SlabHeader *h) {
   return inUse;
 }
 
+// The smallest cached block that fits `length` without wasting more than an
+// eighth of itself, or null.
+LargeHeader *cacheTake(size_t length) {
+  pthread_mutex_lock(&g_cache.lock);
+  LargeHeader **best = nullptr;
+  for (auto &b : g_cache.blocks) {
+    if (b && b->length >= length && b->length - b->length / 8 <= length &&
+        (!best || b->length < (*best)->length)) {
+      best = &b;
+    }
+  }
+  LargeHeader *h = nullptr;
+  if (best) {
+    h = *best;
+    *best = nullptr;
+    g_cache.bytes -= h->length;
+  }
+  pthread_mutex_unlock(&g_cache.lock);
+  return h;
+}
+
+// Keeps a freed block when there is room; false hands it back to the heap.
+bool cachePut(LargeHeader *h) {
+  if (h->length < kCacheMinBlock) return false;
+  bool kept = false;
+  pthread_mutex_lock(&g_cache.lock);
+  if (g_cache.bytes + h->length <= kCacheMaxBytes) {
+    for (auto &b : g_cache.blocks) {
+      if (!b) {
+        b = h;
+        g_cache.bytes += h->length;
+        kept = true;
+        break;
+      }
+    }
+  }
+  pthread_mutex_unlock(&g_cache.lock);
+  return kept;
+}
+
+// A zeroed block from the heap is cleared by calloc, which skips pages the
+// system hands out cleared: a large table nobody fills stays unresident.
+static_assert(alignof(max_align_t) >= 16, "heap blocks are 16-byte aligned");
+LargeHeader *largeGet(size_t length, bool zeroed) {
+  LargeHeader *h = length >= kCacheMinBlock ? cacheTake(length) : nullptr;
+  if (h) {
+    if (zeroed) memset(h + 1, 0, length);
+    return h;
+  }
+  h = static_cast<LargeHeader *>(zeroed ? calloc(1, sizeof(LargeHeader) + length)
+                                        : malloc(sizeof(LargeHeader) + length));
+  if (h) h->length = length;
+  return h;
+}
+
 void reportBadFree(uint16_t component, const void *block) {
   xcsINSERTS ins = {{'X', 'M', 'S', 'A'},
                     component,
@@ -236,9 +313,11 @@ bool slabContains(uintptr_t start, uintptr_t end) {
 void memoryLockAll() {
   for (auto &q : g_queue) pthread_mutex_lock(&q.lock);
   pthread_mutex_lock(&g_growLock);
+  pthread_mutex_lock(&g_cache.lock);
 }
 
 void memoryUnlockAll() {
+  pthread_mutex_unlock(&g_cache.lock);
   pthread_mutex_unlock(&g_growLock);
   for (auto &q : g_queue) pthread_mutex_unlock(&q.lock);
 }
@@ -249,7 +328,9 @@ using namespace jxcs;
 
 extern "C" {
 
-XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t length, void **ppBlock) {
+namespace {
+
+int32_t getMem(uint16_t component, uint16_t function, size_t length, void **ppBlock, bool zeroed) {
   if (!ppBlock) return XCS_E_NO_STORAGE;
   if (g_failArmed.load(std::memory_order_relaxed) && failThisOne(function)) {
     *ppBlock = nullptr;
@@ -259,13 +340,11 @@ XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t lengt
   if (length <= XCS_SLAB_MAX) {
     size_t cls = length == 0 ? 0 : (length - 1) / kGranule;
     block = slabGet(cls);
+    if (block && zeroed) memset(block, 0, length);
   } else if (length <= kMaxBlock) {
-    void *raw = nullptr;
-    if (posix_memalign(&raw, 16, sizeof(LargeHeader) + length) == 0) {
-      auto *h = static_cast<LargeHeader *>(raw);
+    if (LargeHeader *h = largeGet(length, zeroed)) {
       h->magic = kLargeMagic;
       h->component = component;
-      h->length = length;
       block = h + 1;
     }
   }
@@ -273,6 +352,17 @@ XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t lengt
   if (!block) return XCS_E_NO_STORAGE;
   g_inUse.fetch_add(1, std::memory_order_relaxed);
   return XCS_OK;
+}
+
+}  // namespace
+
+XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t length, void **ppBlock) {
+  return getMem(component, function, length, ppBlock, false);
+}
+
+XCS_EXPORT int32_t xcsGetZeroedMem(uint16_t component, uint16_t function, size_t length,
+                                   void **ppBlock) {
+  return getMem(component, function, length, ppBlock, true);
 }
 
 XCS_EXPORT void xcsFreeMem(uint16_t component, void *block) {
@@ -294,11 +384,21 @@ XCS_EXPORT void xcsFreeMem(uint16_t component, void *block) {
   if (p % 16 == 0 && p > sizeof(LargeHeader) && safeCopy(&copy, h, sizeof copy) &&
       copy.magic == kLargeMagic) {
     h->magic = kLargeFreed;
-    free(h);
+    if (!cachePut(h)) free(h);
     g_inUse.fetch_sub(1, std::memory_order_relaxed);
   } else {
     reportBadFree(component, block);
   }
+}
+
+XCS_EXPORT void xcsTrimMem(void) {
+  pthread_mutex_lock(&g_cache.lock);
+  for (auto &b : g_cache.blocks) {
+    free(b);
+    b = nullptr;
+  }
+  g_cache.bytes = 0;
+  pthread_mutex_unlock(&g_cache.lock);
 }
 
 XCS_EXPORT void xcsSetAllocFailure(int32_t nth, int32_t function) {

@@ -1,5 +1,5 @@
 // Storage: low, aligned slab blocks, late reuse, the failure switch, blocks
-// in use, bad frees, and many threads at once.
+// in use, bad frees, reuse of large blocks, and many threads at once.
 #include <gtest/gtest.h>
 #include <jx/jxcs.h>
 #include <string.h>
@@ -149,6 +149,29 @@ TEST(Memory, BadFreesAreRecordedNotObeyed) {
   EXPECT_NE(last.find("Error: 0x20806003\n"), std::string::npos);
   EXPECT_NE(last.find("Probe: 3 xcsFreeMem\n"), std::string::npos);
   xcsFreeMem(XCS_COMP_ADMIN, large);
+  EXPECT_EQ(xcsBlocksInUse(), before);
+}
+
+TEST(Memory, LargeFreedBlocksAreReusedWhenTheyFit) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "large blocks go straight back to the sanitizer's heap";
+#endif
+  const int64_t before = xcsBlocksInUse();
+  char *big = static_cast<char *>(get(1u << 20));
+  memset(big, 'x', 1u << 20);
+  xcsFreeMem(XCS_COMP_ADMIN, big);
+  EXPECT_EQ(xcsBlocksInUse(), before);
+  // Well below its size: a fresh block, the cached one stays for later.
+  char *small = static_cast<char *>(get(800u << 10));
+  EXPECT_NE(small, big);
+  char *again = static_cast<char *>(get((1u << 20) - 4096));
+  EXPECT_EQ(again, big);
+  EXPECT_EQ(xcsBlocksInUse(), before + 2);
+  xcsFreeMem(XCS_COMP_ADMIN, again);
+  const size_t recordsBefore = listDir(errorsDir()).size();
+  xcsFreeMem(XCS_COMP_ADMIN, again);  // a cached block freed twice
+  EXPECT_EQ(listDir(errorsDir()).size(), recordsBefore + 1);
+  xcsFreeMem(XCS_COMP_ADMIN, small);
   EXPECT_EQ(xcsBlocksInUse(), before);
 }
 
