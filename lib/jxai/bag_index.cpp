@@ -12,6 +12,8 @@ namespace {
 
 constexpr int32_t kFirstLinkCapacity = ZAI_INITIAL_ITEMS;
 constexpr uint32_t kFirstTableSize = 32;
+constexpr int32_t kFirstDenseCapacity = 64;
+constexpr int64_t kDenseSlotsPerItem = 4;
 constexpr int32_t kFirstSystemCapacity = 16;
 constexpr uint32_t kHashMultiplier = 0x9E3779B9u;  // Fibonacci hashing
 // The index's storage is tagged as the lookup's, which it serves.
@@ -22,13 +24,27 @@ void *getStorage(size_t bytes) {
   return xcsGetMem(kComponent, kStorageTag, bytes, &block) == XCS_OK ? block : nullptr;
 }
 
+// Every slot of a zeroed table or array starts absent (count 0).
+template <typename T>
+T *getZeroedStorage(size_t count) {
+  void *block = nullptr;
+  return xcsGetZeroedMem(kComponent, kStorageTag, count * sizeof(T), &block) == XCS_OK
+             ? static_cast<T *>(block)
+             : nullptr;
+}
+
 void freeStorage(void *block) {
   xcsFreeMem(kComponent, block);
 }
 
+bool isDense(const BagIndex &ix, int32_t selector) {
+  return static_cast<uint32_t>(selector) < static_cast<uint32_t>(ix.denseCapacity);
+}
+
 // Selectors within one table size of zero keep their place modulo the size:
-// user selectors fill the bottom slots, system selectors the top ones, so
-// the two never collide. Others are spread by a multiplication.
+// system selectors fill the top slots and small user selectors that the
+// array does not cover the bottom ones. Others are spread by a
+// multiplication.
 uint32_t home(const BagIndex &ix, int32_t selector) {
   const uint32_t u = static_cast<uint32_t>(selector);
   const int32_t high = selector >> ix.tableBits;
@@ -36,78 +52,151 @@ uint32_t home(const BagIndex &ix, int32_t selector) {
   return (u ^ (static_cast<uint32_t>(high) * kHashMultiplier)) & ix.tableMask;
 }
 
-// The slot holding the selector's entry, or the free slot ending its probe
-// run.
+// The table slot holding the selector's entry, or the free slot ending its
+// probe run.
 uint32_t probe(const BagIndex &ix, int32_t selector) {
   if (ix.memoValid && ix.memoSelector == selector) return ix.memoSlot;
   uint32_t i = home(ix, selector);
-  while (ix.table[i].count != 0 && ix.table[i].selector != selector) i = (i + 1) & ix.tableMask;
+  while (ix.table[i].occ.count != 0 && ix.table[i].selector != selector) {
+    i = (i + 1) & ix.tableMask;
+  }
   ix.memoSelector = selector;
   ix.memoSlot = i;
   ix.memoValid = 1;
   return i;
 }
 
-SelectorEntry *lookup(const BagIndex &ix, int32_t selector) {
+Occurrences *lookup(const BagIndex &ix, int32_t selector) {
+  if (isDense(ix, selector)) {
+    Occurrences &o = ix.dense[selector];
+    return o.count != 0 ? &o : nullptr;
+  }
   if (!ix.table) return nullptr;
   SelectorEntry &e = ix.table[probe(ix, selector)];
-  return e.count != 0 ? &e : nullptr;
+  return e.occ.count != 0 ? &e.occ : nullptr;
 }
 
-// Takes the free slot of an absent selector; the caller sets the count.
-SelectorEntry *insertNew(BagIndex &ix, int32_t selector) {
+// Takes the place of an absent selector; the caller sets the count.
+Occurrences *insertNew(BagIndex &ix, int32_t selector) {
+  if (isDense(ix, selector)) return &ix.dense[selector];
   SelectorEntry &e = ix.table[probe(ix, selector)];
   ix.tableUsed++;
   e.selector = selector;
   // Other selectors' free slots may be taken now; this one's entry stays.
   ix.memoSelector = selector;
-  return &e;
+  return &e.occ;
 }
 
-// Backward-shift deletion keeps every entry reachable from its home slot
-// without tombstones.
-void erase(BagIndex &ix, SelectorEntry *entry) {
+// Backward-shift deletion keeps every table entry reachable from its home
+// slot without tombstones.
+void erase(BagIndex &ix, int32_t selector, Occurrences *occ) {
+  if (isDense(ix, selector)) {
+    occ->count = 0;
+    return;
+  }
   const uint32_t mask = ix.tableMask;
-  uint32_t hole = static_cast<uint32_t>(entry - ix.table);
-  for (uint32_t j = (hole + 1) & mask; ix.table[j].count != 0; j = (j + 1) & mask) {
+  uint32_t hole = static_cast<uint32_t>(probe(ix, selector));
+  for (uint32_t j = (hole + 1) & mask; ix.table[j].occ.count != 0; j = (j + 1) & mask) {
     const uint32_t h = home(ix, ix.table[j].selector);
     if (((j - h) & mask) >= ((j - hole) & mask)) {
       ix.table[hole] = ix.table[j];
       hole = j;
     }
   }
-  ix.table[hole].count = 0;
+  ix.table[hole].occ.count = 0;
   ix.tableUsed--;
   ix.memoValid = 0;
 }
 
-// Zeroed storage for a table: every slot starts free (count 0).
-SelectorEntry *newTable(uint32_t size) {
-  void *table = nullptr;
-  return xcsGetZeroedMem(kComponent, kStorageTag, size_t{size} * sizeof(SelectorEntry), &table) ==
-                 XCS_OK
-             ? static_cast<SelectorEntry *>(table)
-             : nullptr;
+// A table of `size` slots holding the entries of the current one that
+// `keep` accepts; null when storage is not obtained.
+template <typename Keep>
+SelectorEntry *rebuiltTable(const BagIndex &ix, uint32_t size, BagIndex &into, Keep keep) {
+  SelectorEntry *table = getZeroedStorage<SelectorEntry>(size);
+  if (!table) return nullptr;
+  into = ix;
+  into.table = table;
+  into.tableMask = size - 1;
+  into.tableBits = static_cast<uint32_t>(__builtin_ctz(size));
+  into.tableUsed = 0;
+  into.memoValid = 0;      // it named a slot of the old table
+  into.denseCapacity = 0;  // every entry goes to the table
+  if (ix.table) {
+    for (uint32_t i = 0; i <= ix.tableMask; ++i) {
+      const SelectorEntry &e = ix.table[i];
+      if (e.occ.count != 0 && keep(e.selector)) *insertNew(into, e.selector) = e.occ;
+    }
+  }
+  into.denseCapacity = ix.denseCapacity;
+  return table;
 }
 
 bool growTable(BagIndex &ix) {
   const uint32_t size = ix.table ? (ix.tableMask + 1) * 2 : kFirstTableSize;
-  SelectorEntry *table = newTable(size);
-  if (!table) return false;
-  BagIndex grown = ix;
-  grown.table = table;
-  grown.tableMask = size - 1;
-  grown.tableBits = static_cast<uint32_t>(__builtin_ctz(size));
-  grown.tableUsed = 0;
-  grown.memoValid = 0;  // it named a slot of the old table
+  BagIndex grown;
+  if (!rebuiltTable(ix, size, grown, [](int32_t) { return true; })) return false;
+  freeStorage(ix.table);
+  ix = grown;
+  return true;
+}
+
+// Whether the array may grow to cover this selector: at most a fixed number
+// of slots per item.
+int64_t denseCapacityFor(int32_t selector) {
+  int64_t capacity = kFirstDenseCapacity;
+  while (capacity <= selector) capacity *= 2;
+  return capacity;
+}
+
+// Grows the array to cover the selector and moves the table entries it now
+// covers into it. False, with the index unchanged, when storage is not
+// obtained.
+bool growDense(BagIndex &ix, int64_t capacity) {
+  auto *dense = getZeroedStorage<Occurrences>(static_cast<size_t>(capacity));
+  if (!dense) return false;
+  const auto covered = [&](int32_t s) { return s >= 0 && s < capacity; };
+  int32_t moving = 0;
   if (ix.table) {
     for (uint32_t i = 0; i <= ix.tableMask; ++i) {
-      if (ix.table[i].count != 0) *insertNew(grown, ix.table[i].selector) = ix.table[i];
+      if (ix.table[i].occ.count != 0 && covered(ix.table[i].selector)) moving++;
+    }
+  }
+  BagIndex grown = ix;
+  if (moving > 0) {
+    if (!rebuiltTable(ix, ix.tableMask + 1, grown, [&](int32_t s) { return !covered(s); })) {
+      freeStorage(dense);
+      return false;
+    }
+    for (uint32_t i = 0; i <= ix.tableMask; ++i) {
+      const SelectorEntry &e = ix.table[i];
+      if (e.occ.count != 0 && covered(e.selector)) dense[e.selector] = e.occ;
     }
     freeStorage(ix.table);
   }
+  if (ix.dense) {
+    memcpy(dense, ix.dense, static_cast<size_t>(ix.denseCapacity) * sizeof(Occurrences));
+    freeStorage(ix.dense);
+  }
+  grown.dense = dense;
+  grown.denseCapacity = static_cast<int32_t>(capacity);
+  grown.memoValid = 0;
   ix = grown;
   return true;
+}
+
+// Makes a place for an absent selector: in the array when it may cover it,
+// else in the table.
+bool reservePlace(BagIndex &ix, int32_t itemCount, int32_t selector) {
+  if (isDense(ix, selector)) return true;
+  if (selector >= 0) {
+    const int64_t capacity = denseCapacityFor(selector);
+    if (capacity <= kFirstDenseCapacity ||
+        capacity <= kDenseSlotsPerItem * (int64_t{itemCount} + 1)) {
+      return growDense(ix, capacity);
+    }
+  }
+  if (ix.table && (int64_t{ix.tableUsed} + 1) * 4 <= (int64_t{ix.tableMask} + 1) * 3) return true;
+  return growTable(ix);
 }
 
 // Doubles an array, keeping its contents.
@@ -131,7 +220,7 @@ int32_t systemFrom(const BagIndex &ix, int32_t start) {
                               ix.system);
 }
 
-int32_t last(const BagIndex &ix, const SelectorEntry &e) {
+int32_t last(const BagIndex &ix, const Occurrences &e) {
   return e.first + ix.links[e.first].prev;
 }
 
@@ -143,7 +232,7 @@ int32_t walk(const BagIndex &ix, int32_t p, int32_t steps, bool forward) {
 
 // Earliest occurrence at or after start (from the last one backwards), and
 // how many occurrences lie there.
-IndexMatch fromStart(const BagIndex &ix, const SelectorEntry &e, int32_t start) {
+IndexMatch fromStart(const BagIndex &ix, const Occurrences &e, int32_t start) {
   IndexMatch m{-1, 0};
   int32_t p = last(ix, e);
   while (m.candidates < e.count && p >= start) {
@@ -160,10 +249,7 @@ bool indexReserve(BagIndex &ix, int32_t itemCount, int32_t selector) {
   if (itemCount >= ix.linkCapacity && !growArray(ix.links, ix.linkCapacity, kFirstLinkCapacity)) {
     return false;
   }
-  if (!lookup(ix, selector) &&
-      (!ix.table || (int64_t{ix.tableUsed} + 1) * 4 > (int64_t{ix.tableMask} + 1) * 3)) {
-    if (!growTable(ix)) return false;
-  }
+  if (!lookup(ix, selector) && !reservePlace(ix, itemCount, selector)) return false;
   if (selector < 0 && ix.systemCount == ix.systemCapacity &&
       !growArray(ix.system, ix.systemCapacity, kFirstSystemCapacity)) {
     return false;
@@ -172,7 +258,7 @@ bool indexReserve(BagIndex &ix, int32_t itemCount, int32_t selector) {
 }
 
 void indexAppend(BagIndex &ix, int32_t selector, int32_t position) {
-  SelectorEntry *e = lookup(ix, selector);
+  Occurrences *e = lookup(ix, selector);
   if (!e) {
     e = insertNew(ix, selector);
     e->count = 1;
@@ -191,9 +277,9 @@ void indexAppend(BagIndex &ix, int32_t selector, int32_t position) {
 
 void indexRemove(BagIndex &ix, const zaiVECTOR *items, int32_t selector, int32_t k) {
   const int32_t oldCount = items->Count + 1;
-  SelectorEntry *e = lookup(ix, selector);
+  Occurrences *e = lookup(ix, selector);
   if (e->count == 1) {
-    erase(ix, e);
+    erase(ix, selector, e);
   } else {
     const int32_t p = k + ix.links[k].prev;
     const int32_t n = k + ix.links[k].next;
@@ -233,6 +319,7 @@ void indexRemove(BagIndex &ix, const zaiVECTOR *items, int32_t selector, int32_t
 
 void indexRelease(BagIndex &ix) {
   freeStorage(ix.links);
+  freeStorage(ix.dense);
   freeStorage(ix.table);
   freeStorage(ix.system);
   ix = BagIndex{};
@@ -264,7 +351,7 @@ IndexMatch indexFind(const BagIndex &ix, int32_t itemCount, int32_t start, int32
     default:
       break;
   }
-  const SelectorEntry *e = lookup(ix, selector);
+  const Occurrences *e = lookup(ix, selector);
   if (!e) return {-1, 0};
   if (start == 0) {
     if (index >= e->count) return {-1, e->count};
@@ -292,7 +379,7 @@ int32_t indexCount(const BagIndex &ix, int32_t itemCount, int32_t start, int32_t
     default:
       break;
   }
-  const SelectorEntry *e = lookup(ix, selector);
+  const Occurrences *e = lookup(ix, selector);
   if (!e) return 0;
   return start == 0 ? e->count : fromStart(ix, *e, start).candidates;
 }

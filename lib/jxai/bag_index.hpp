@@ -14,10 +14,15 @@
 //   occurrence's previous is the last). Offsets rather than positions, so a
 //   removal at k changes only the links that cross k and costs O(n - k), like
 //   the vector's own move; removing the last item is O(1).
-// - an open-addressing table selector -> (occurrence count, first position),
-//   linear probing with backward-shift deletion, at most 3/4 full. Selectors
-//   below the table size hash to themselves (bags mostly use small, close
-//   selectors, which then sit side by side); higher bits are mixed in by a
+// - for the selectors from 0 up to a power of two, an array indexed by the
+//   selector: its occurrence count and first position. It covers a new
+//   selector when at most four slots per item result, so bags of close
+//   selectors (the usual case) need no hashing at all, and a bag of a few
+//   far-apart selectors does not get a large array.
+// - for every other selector, an open-addressing table selector -> (count,
+//   first position), linear probing with backward-shift deletion, at most 3/4
+//   full. Selectors within the table size of zero keep their own slot (the
+//   eight system ones sit at the top); higher bits are mixed in by a
 //   multiplication, so spaced-out selectors spread too.
 // - the sorted positions of the items with negative selectors, from which
 //   the n-th system item, the n-th user item and both counts follow.
@@ -37,17 +42,26 @@ struct ItemLink {
   int32_t next;  // offset to the next occurrence on the ring
 };
 
+// Where a selector's items are: how many, and the position of the first.
+struct Occurrences {
+  int32_t count;  // 0: the selector is absent (a free table slot)
+  int32_t first;
+};
+
 struct SelectorEntry {
   int32_t selector;
-  int32_t count;  // 0: the table slot is free
-  int32_t first;  // position of the first occurrence
+  Occurrences occ;
 };
 
 struct BagIndex {
   ItemLink *links;
   int32_t linkCapacity;
+  // Selectors 0 to denseCapacity - 1, by selector.
+  Occurrences *dense;
+  int32_t denseCapacity;
+  // Every other selector.
   SelectorEntry *table;
-  uint32_t tableMask;  // table size - 1 (a power of two), 0 before the first item
+  uint32_t tableMask;  // table size - 1 (a power of two), 0 before the first entry
   uint32_t tableBits;  // log2 of the table size
   int32_t tableUsed;
   // The slot of the selector probed last (its entry, or the free slot where

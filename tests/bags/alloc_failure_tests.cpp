@@ -71,6 +71,30 @@ TEST(AllocFailure, AddsGrowingTheVectorAndTheIndex) {
   dropBag(bag);
 }
 
+TEST(AllocFailure, AddsMovingSelectorsFromTheTableToTheArray) {
+  zaiBAG *bag = newBag(0);
+  const JXHBAG h = jxai::handleOf(bag);
+  Outcome o;
+  jxAddInteger(h, 1000, 1, &o.cc, &o.rc);
+  jxAddInteger(h, 300, 2, &o.cc, &o.rc);
+  int failures = 0;
+  for (int32_t i = 1; i <= 260; ++i) {
+    failures += failUntilSuccess(bag, [&] {
+      Outcome r;
+      jxAddInteger(h, i, i, &r.cc, &r.rc);
+      return r;
+    });
+  }
+  EXPECT_GE(failures, 4) << "the array's growth steps met failures";
+  int32_t v = 0;
+  jxInquireInteger(h, 1000, JXIDX_ONLY, &v, &o.cc, &o.rc);
+  EXPECT_EQ(v, 1);
+  jxInquireInteger(h, 300, JXIDX_ONLY, &v, &o.cc, &o.rc);
+  EXPECT_EQ(v, 2);
+  EXPECT_EQ(zaiCountItems(bag, 0, JXSEL_USER), 262);
+  dropBag(bag);
+}
+
 TEST(AllocFailure, AddBagLeavesTheNestedBagToItsCaller) {
   zaiBAG *bag = newBag(0);
   Outcome o;

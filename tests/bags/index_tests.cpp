@@ -144,6 +144,33 @@ TEST(SelectorIndex, ManyOccurrencesOfOneSelectorRemovedFromTheFront) {
   dropBag(bag);
 }
 
+TEST(SelectorIndex, SelectorsMoveFromTheTableToTheArrayAsTheBagFills) {
+  // 1000 and 700 start in the table (too far for a small bag's array) and
+  // are taken over by the array when it grows to 1024 selectors at 512.
+  std::mt19937 gen(5);
+  zaiBAG *bag = newBag(0);
+  Outcome o;
+  zaiAddInteger(bag, 1000, -1, &o.cc, &o.rc);
+  zaiAddString(bag, 700, 2, "ab", 0, &o.cc, &o.rc);
+  zaiAddInteger(bag, 1000, -2, &o.cc, &o.rc);
+  for (int32_t i = 1; i <= 600; ++i) {
+    zaiAddInteger(bag, i, i, &o.cc, &o.rc);
+    ASSERT_EQ(o, kOk) << i;
+    if (i % 100 == 0 || i == 511 || i == 512) expectIndexMatchesScan(bag, gen);
+  }
+  EXPECT_EQ(zaiCountItems(bag, 0, 1000), 2);
+  int32_t value = 0;
+  zaiInquireInteger(bag, 1000, 1, &value, &o.cc, &o.rc);
+  EXPECT_EQ(value, -2);
+  zaiAddString(bag, 700, 1, "c", 0, &o.cc, &o.rc);
+  zaiAddInteger(bag, 700, 0, &o.cc, &o.rc);
+  EXPECT_EQ(o, failed(JXRC_INCONSISTENT_TYPE)) << "the type check still finds the first 700";
+  zaiDeleteItem(bag, 1000, JXIDX_ALL, 1, &o.cc, &o.rc);
+  EXPECT_EQ(zaiCountItems(bag, 0, 1000), 0);
+  expectIndexMatchesScan(bag, gen);
+  dropBag(bag);
+}
+
 TEST(SelectorIndex, LargeBagsOfDistinctAndSpacedSelectors) {
   // Enough distinct selectors for the table to outgrow the heap, some of
   // them spaced by powers of two so they share low bits.
