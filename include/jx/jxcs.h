@@ -84,10 +84,14 @@ typedef struct xihTHREADANCHOR {
 } xihTHREADANCHOR;
 
 /* The history is a ring owned by common services: callers write at the
- * current index and advance it; the ring keeps it inside the array. */
+ * current index and advance it; the ring keeps it inside the array. The
+ * "At" forms take the index (or depth) the caller already holds. */
+static inline void xihRecordHistoryAt(xihTHREADANCHOR *t, uint32_t index, uint32_t mark) {
+  t->History[index % XIH_HISTORY_SIZE] = mark;
+  t->HistoryIndex = index + 1;
+}
 static inline void xihRecordHistory(xihTHREADANCHOR *t, uint32_t mark) {
-  t->History[t->HistoryIndex % XIH_HISTORY_SIZE] = mark;
-  t->HistoryIndex++;
+  xihRecordHistoryAt(t, t->HistoryIndex, mark);
 }
 /* Mark i steps back from the newest (0 = newest). */
 static inline uint32_t xihHistoryAt(const xihTHREADANCHOR *t, uint32_t back) {
@@ -95,9 +99,12 @@ static inline uint32_t xihHistoryAt(const xihTHREADANCHOR *t, uint32_t back) {
 }
 /* Frames deeper than the stack array still count depth, only the mark is
  * not kept, so depth always returns to its value on entry. */
+static inline void xihPushStackAt(xihTHREADANCHOR *t, uint32_t depth, uint32_t mark) {
+  if (depth < XIH_STACK_SIZE) t->Stack[depth] = mark;
+  t->StackDepth = depth + 1;
+}
 static inline void xihPushStack(xihTHREADANCHOR *t, uint32_t mark) {
-  if (t->StackDepth < XIH_STACK_SIZE) t->Stack[t->StackDepth] = mark;
-  t->StackDepth++;
+  xihPushStackAt(t, t->StackDepth, mark);
 }
 static inline void xihPopStack(xihTHREADANCHOR *t) {
   t->StackDepth--;

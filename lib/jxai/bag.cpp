@@ -14,6 +14,7 @@ using jxai::ApiTrace;
 using jxai::Frame;
 using jxai::indexOf;
 using jxai::kComponent;
+using jxai::LeafFrame;
 using jxai::setFailure;
 
 namespace jxai {
@@ -159,7 +160,7 @@ void zaiAddDefaultSystemItems(zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
 void zaiCheckSelector(zaiBAG *bag, JXLONG selector, JXLONG type, PJXLONG cc, PJXLONG rc) {
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
-  Frame frame(kFn_zaiCheckSelector, rc);
+  LeafFrame frame(kFn_zaiCheckSelector, rc);
   frame.parms("pBag:%p, selector:%d, type: %d", static_cast<void *>(bag), selector, type);
   if (selector >= 0) {
     if (!bag->CheckSelectors) return;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int32_t kFirstLinkCapacity = ZAI_INITIAL_ITEMS;
 constexpr uint32_t kFirstTableSize = 32;
-constexpr int32_t kFirstDenseCapacity = 64;
+constexpr int32_t kFirstDenseCapacity = 32;
 constexpr int64_t kDenseSlotsPerItem = 4;
 constexpr int32_t kFirstSystemCapacity = 16;
 constexpr uint32_t kHashMultiplier = 0x9E3779B9u;  // Fibonacci hashing
@@ -249,6 +249,9 @@ bool indexReserve(BagIndex &ix, int32_t itemCount, int32_t selector) {
   if (itemCount >= ix.linkCapacity && !growArray(ix.links, ix.linkCapacity, kFirstLinkCapacity)) {
     return false;
   }
+  // The first item (a system item of a new bag) brings the array for the
+  // first user selectors, as the vector comes with its first places.
+  if (!ix.dense && !growDense(ix, kFirstDenseCapacity)) return false;
   if (!lookup(ix, selector) && !reservePlace(ix, itemCount, selector)) return false;
   if (selector < 0 && ix.systemCount == ix.systemCapacity &&
       !growArray(ix.system, ix.systemCapacity, kFirstSystemCapacity)) {

@@ -9,6 +9,8 @@
 
 #include <jx/jxai.h>
 #include <jx/jxcs.h>
+#include <stdio.h>
+#include <stdlib.h>
 
 #include "zuzt_funcs_ids.hpp"
 
@@ -63,17 +65,43 @@ inline void recordExit(xihTHREADANCHOR *t, uint32_t id, int32_t result) {
 
 // Frame of an internal function. `result` is read when the frame closes, so
 // it names the reason (or result code) the function leaves behind.
-class Frame {
+//
+// A leaf frame is for a function that calls no other framed function: its
+// exit mark lands right after its entry mark, so the exit writes the
+// history index and stack depth from what the entry read instead of
+// reading them back, which would wait for the entry's own stores. Builds
+// with JXAI_CHECK_LEAF_FRAMES stop on a leaf frame that met other marks.
+template <bool Leaf>
+class BasicFrame {
  public:
-  Frame(uint16_t function, const int32_t *result)
+  BasicFrame(uint16_t function, const int32_t *result)
       : thread_(xihCurrentThread), function_(function), result_(result) {
-    if (thread_) recordEntry(thread_, XCS_FUNC_ID(kComponent, function_));
+    if (!thread_) return;
+    const uint32_t mark = entryMark(XCS_FUNC_ID(kComponent, function_));
+    if (Leaf) {
+      index_ = thread_->HistoryIndex;
+      depth_ = thread_->StackDepth;
+      xihRecordHistoryAt(thread_, index_, mark);
+      xihPushStackAt(thread_, depth_, mark);
+      if (thread_->TraceActive) xtr_FNC_entry(thread_);
+    } else {
+      recordEntry(thread_, XCS_FUNC_ID(kComponent, function_));
+    }
   }
-  ~Frame() {
-    if (thread_) recordExit(thread_, XCS_FUNC_ID(kComponent, function_), *result_);
+  ~BasicFrame() {
+    if (!thread_) return;
+    if (Leaf) {
+      checkLeaf();
+      thread_->StackDepth = depth_;
+      xihRecordHistoryAt(thread_, index_ + 1,
+                         exitMark(*result_, XCS_FUNC_ID(kComponent, function_)));
+      if (thread_->TraceActive) xtr_FNC_retcode(thread_, *result_);
+    } else {
+      recordExit(thread_, XCS_FUNC_ID(kComponent, function_), *result_);
+    }
   }
-  Frame(const Frame &) = delete;
-  Frame &operator=(const Frame &) = delete;
+  BasicFrame(const BasicFrame &) = delete;
+  BasicFrame &operator=(const BasicFrame &) = delete;
 
   // One parameter line, when internal parameter tracing is on for this thread.
   template <typename... Args>
@@ -87,10 +115,24 @@ class Frame {
   }
 
  private:
+  void checkLeaf() const {
+#if defined(JXAI_CHECK_LEAF_FRAMES)
+    if (thread_->HistoryIndex != index_ + 1 || thread_->StackDepth != depth_ + 1) {
+      fprintf(stderr, "leaf frame of function %u met other marks\n", function_);
+      abort();
+    }
+#endif
+  }
+
   xihTHREADANCHOR *thread_;
   uint16_t function_;
   const int32_t *result_;
+  uint32_t index_ = 0;
+  uint32_t depth_ = 0;
 };
+
+using Frame = BasicFrame<false>;
+using LeafFrame = BasicFrame<true>;
 
 // Lines of an API trace block, all attributed to one zaiJX<Op>.
 class ApiTrace {

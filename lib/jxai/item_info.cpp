@@ -9,6 +9,7 @@
 using jxai::ApiFrame;
 using jxai::ApiTrace;
 using jxai::Frame;
+using jxai::LeafFrame;
 using jxai::setFailure;
 
 namespace {
@@ -48,7 +49,7 @@ void zaiInquireItemInfo(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, PJXLONG 
 
 JXLONG zaiCountItems(zaiBAG *bag, JXLONG start, JXLONG selector) {
   JXLONG count = 0;
-  Frame frame(kFn_zaiCountItems, &count);
+  LeafFrame frame(kFn_zaiCountItems, &count);
   frame.parms("pBag:%p, startIndex:%d, selector:%d", static_cast<void *>(bag), start, selector);
   count = jxai::indexCount(jxai::indexOf(bag), bag->Items->Count, start, selector);
   return count;

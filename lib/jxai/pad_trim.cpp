@@ -8,7 +8,7 @@
 
 using jxai::ApiFrame;
 using jxai::ApiTrace;
-using jxai::Frame;
+using jxai::LeafFrame;
 
 namespace {
 constexpr char kBlank = ' ';
@@ -24,7 +24,7 @@ extern "C" {
 
 char *zaiPadString(const char *string, char *buffer, int32_t length) {
   int32_t rc = 0;
-  Frame frame(kFn_zaiPadString, &rc);
+  LeafFrame frame(kFn_zaiPadString, &rc);
   frame.parms("pString:%p, pBuffer:%p, length:%d", static_cast<const void *>(string),
               static_cast<void *>(buffer), length);
   const size_t n = string ? strlen(string) : 0;
@@ -36,7 +36,7 @@ char *zaiPadString(const char *string, char *buffer, int32_t length) {
 
 char *zaiTrimBuffer(const char *buffer, int32_t length, char *string) {
   int32_t rc = 0;
-  Frame frame(kFn_zaiTrimBuffer, &rc);
+  LeafFrame frame(kFn_zaiTrimBuffer, &rc);
   frame.parms("pBuffer:%p, length:%d, pString:%p", static_cast<const void *>(buffer), length,
               static_cast<void *>(string));
   if (string != buffer && length > 0) memcpy(string, buffer, static_cast<size_t>(length));

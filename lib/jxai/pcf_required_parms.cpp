@@ -6,6 +6,7 @@
 #include "pcf_format.hpp"
 
 using jxai::Frame;
+using jxai::LeafFrame;
 using jxai::setFailure;
 
 namespace {
@@ -158,7 +159,7 @@ void writeParm(zaiBAG *bag, zaiPCFBUFCTL *area, int32_t selector, int32_t type, 
 extern "C" {
 
 void zaiMapInquiryFromCommand(JXLONG command, PJXLONG selector, PJXLONG cc, PJXLONG rc) {
-  Frame frame(kFn_zaiMapInquiryFromCommand, rc);
+  LeafFrame frame(kFn_zaiMapInquiryFromCommand, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
   for (const Mapping &m : kInquiryLists) {

@@ -12,6 +12,7 @@
 using jxai::Frame;
 using jxai::itemAt;
 using jxai::kComponent;
+using jxai::LeafFrame;
 using jxai::setFailure;
 using namespace jxai::pcf;
 
@@ -164,7 +165,7 @@ void writeHeader(zaiPCFBUFCTL *area, zaiBAG *bag, PJXLONG cc, PJXLONG rc, bool t
 }
 
 void writeSingle(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc, bool trace) {
-  Frame frame(kFn_zaiWriteSinglePCFParm, rc);
+  LeafFrame frame(kFn_zaiWriteSinglePCFParm, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
   if (item->Type == JXITEM_INTEGER) {
@@ -201,7 +202,7 @@ void writeSingle(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc, 
 
 void writeListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, JXLONG listSelector, PJXLONG cc,
                      PJXLONG rc, bool trace) {
-  Frame frame(kFn_zaiWritePCFListHeader, rc);
+  LeafFrame frame(kFn_zaiWritePCFListHeader, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
   if (item->Type == JXITEM_INTEGER) {
@@ -237,7 +238,7 @@ void writeListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, JXLONG listSelector,
 }
 
 void writeListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc, bool trace) {
-  Frame frame(kFn_zaiWritePCFListValue, rc);
+  LeafFrame frame(kFn_zaiWritePCFListValue, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
   if (item->Type == JXITEM_INTEGER) {
@@ -360,7 +361,7 @@ extern "C" {
 
 JXLONG zaiFindLargestString(zaiBAG *bag, zaiPCFBUFCTL *area, zaiPROPERTY *item, JXLONG start) {
   int32_t largest = -1;
-  Frame frame(kFn_zaiFindLargestString, &largest);
+  LeafFrame frame(kFn_zaiFindLargestString, &largest);
   const int32_t count = bag->Items->Count;
   if (start < 0 || start >= count) return largest;
   for (int32_t j = start; j < count; ++j) {

@@ -7,8 +7,8 @@
 
 namespace {
 
-using jxai::Frame;
 using jxai::kComponent;
+using jxai::LeafFrame;
 
 // Dumps of a block that failed its eye-catcher test cover this many bytes.
 constexpr uint32_t kBadBlockDumpLength = 64;
@@ -70,7 +70,7 @@ extern "C" {
 
 int32_t zaiVectorCreate(int32_t initialSpace, int32_t elementSize, zaiVECTOR **ppVector) {
   int32_t rc = ZAI_VEC_OK;
-  Frame frame(kFn_zaiVectorCreate, &rc);
+  LeafFrame frame(kFn_zaiVectorCreate, &rc);
   frame.parms("InitialSpace:%d, ElementSize:%d", initialSpace, elementSize);
 
   if (initialSpace < 0 || elementSize < 0 || elementSize > INT32_MAX - 3) {
@@ -103,7 +103,7 @@ int32_t zaiVectorCreate(int32_t initialSpace, int32_t elementSize, zaiVECTOR **p
 
 int32_t zaiVectorDestroy(zaiVECTOR *pVector) {
   int32_t rc = ZAI_VEC_OK;
-  Frame frame(kFn_zaiVectorDestroy, &rc);
+  LeafFrame frame(kFn_zaiVectorDestroy, &rc);
   frame.parms("pVector:%.8lX", reinterpret_cast<unsigned long>(pVector));
   if (!eyeOk(kFn_zaiVectorDestroy, pVector)) return rc = ZAI_VEC_BAD_BLOCK;
   xcsFreeMem(kComponent, pVector->Slots);
@@ -113,7 +113,7 @@ int32_t zaiVectorDestroy(zaiVECTOR *pVector) {
 
 int32_t zaiVectorAdd(zaiVECTOR *pVector, const void *pElement) {
   int32_t rc = ZAI_VEC_OK;
-  Frame frame(kFn_zaiVectorAdd, &rc);
+  LeafFrame frame(kFn_zaiVectorAdd, &rc);
   frame.parms("pVector:%.8lX, pElement:%.8lX", reinterpret_cast<unsigned long>(pVector),
               reinterpret_cast<unsigned long>(pElement));
   if (!eyeOk(kFn_zaiVectorAdd, pVector)) return rc = ZAI_VEC_BAD_BLOCK;
@@ -144,7 +144,7 @@ int32_t zaiVectorAdd(zaiVECTOR *pVector, const void *pElement) {
 
 int32_t zaiVectorRemoveAt(zaiVECTOR *pVector, int32_t index) {
   int32_t rc = ZAI_VEC_OK;
-  Frame frame(kFn_zaiVectorRemoveAt, &rc);
+  LeafFrame frame(kFn_zaiVectorRemoveAt, &rc);
   frame.parms("pVector:%.8lX, index:%d", reinterpret_cast<unsigned long>(pVector), index);
   if (!eyeOk(kFn_zaiVectorRemoveAt, pVector)) rc = ZAI_VEC_BAD_BLOCK;
   if (!indexOk(kFn_zaiVectorRemoveAt, pVector, index)) rc = ZAI_VEC_BAD_INDEX;
@@ -161,7 +161,7 @@ int32_t zaiVectorRemoveAt(zaiVECTOR *pVector, int32_t index) {
 
 int32_t zaiVectorSetAt(zaiVECTOR *pVector, const void *pElement, int32_t index) {
   int32_t rc = ZAI_VEC_OK;
-  Frame frame(kFn_zaiVectorSetAt, &rc);
+  LeafFrame frame(kFn_zaiVectorSetAt, &rc);
   frame.parms("pVector:%.8lX, pElement:%.8lX, index:%d", reinterpret_cast<unsigned long>(pVector),
               reinterpret_cast<unsigned long>(pElement), index);
   if (!eyeOk(kFn_zaiVectorSetAt, pVector)) rc = ZAI_VEC_BAD_BLOCK;
