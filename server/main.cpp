@@ -25,6 +25,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -132,6 +133,7 @@ class Server {
       ev.data.u64 = c.id;
       epoll_ctl(ep_, EPOLL_CTL_ADD, fd, &ev);
       fds_[c.id] = fd;
+      helloDeadlines_.emplace_back(c.acceptedMs + helloTimeoutMs_, c.id);
     }
   }
 
@@ -195,62 +197,61 @@ class Server {
   // One turn: handle ready input, expire waits, commit, write replies.
   // Returns the epoll timeout for the next turn.
   int finishTurn() {
-    bool again = true;
-    while (again) {
-      again = false;
-      for (uint32_t id : qm_.connIds()) {
+    for (std::vector<uint32_t> work = qm_.takeRunnable(); !work.empty();
+         work = qm_.takeRunnable()) {
+      for (uint32_t id : work) {
         Conn *c = qm_.conn(id);
         if (!c || !qm_.hasRunnableInput(*c)) continue;
-        if (!qm_.processInput(*c) || c->dead) {
-          drop(id);
-          continue;
-        }
-        again = again || qm_.hasRunnableInput(*c);
+        if (!qm_.processInput(*c) || c->dead) drop(id);
       }
     }
     int64_t now = QueueManager::nowMs();
     int64_t next = qm_.expireWaits(now);
+    int64_t hello = expireHellos(now);
+    if (hello >= 0 && (next < 0 || hello < next)) next = hello;
     qm_.endTurn();
-    for (uint32_t id : qm_.connIds()) {
+    // Replies queued from here on (a drop below can answer another
+    // connection's get) belong to the next turn's commit.
+    std::vector<uint32_t> &touched = qm_.touched();
+    size_t count = touched.size();
+    for (size_t i = 0; i < count; ++i) {
+      uint32_t id = touched[i];
       Conn *c = qm_.conn(id);
       if (!c) continue;
-      if (!c->out.empty() && !writeTo(*c)) {
-        drop(id);
-        continue;
-      }
-      if (c->closeAfterWrite && c->out.empty()) {
-        drop(id);
-        continue;
-      }
-      // A peer that never says who it is must not hold a connection slot.
-      if (!c->hello) {
-        int64_t deadline = c->acceptedMs + helloTimeoutMs_;
-        if (deadline <= now) {
-          std::cerr << "jxqmgr: connection " << id << " (" << c->peer << "): no hello in time"
-                    << std::endl;
-          drop(id);
-          continue;
-        }
-        if (next < 0 || deadline < next) next = deadline;
-      }
+      c->touched = false;
+      if ((!c->out.empty() && !writeTo(*c)) || (c->closeAfterWrite && c->out.empty())) drop(id);
     }
-    // Dropping a connection can wake another's get after its turn to write
-    // has passed: run another turn at once instead of waiting for an event.
-    for (uint32_t id : qm_.connIds()) {
-      Conn *c = qm_.conn(id);
-      if ((!c->out.empty() && !c->watchingOut) || qm_.hasRunnableInput(*c)) return 0;
-    }
+    touched.erase(touched.begin(), touched.begin() + static_cast<std::ptrdiff_t>(count));
+    if (!touched.empty() || qm_.anyRunnable()) return 0;
     if (next < 0) return -1;
     int64_t wait = next - QueueManager::nowMs();
     return wait < 0 ? 0 : wait > 60000 ? 60000 : static_cast<int>(wait);
   }
 
  private:
+  // A peer that never says who it is must not hold a connection slot.
+  // Returns the next deadline (-1 when none).
+  int64_t expireHellos(int64_t now) {
+    while (!helloDeadlines_.empty()) {
+      auto [deadline, id] = helloDeadlines_.front();
+      Conn *c = qm_.conn(id);
+      if (c && !c->hello) {
+        if (deadline > now) return deadline;
+        std::cerr << "jxqmgr: connection " << id << " (" << c->peer << "): no hello in time"
+                  << std::endl;
+        drop(id);
+      }
+      helloDeadlines_.pop_front();
+    }
+    return -1;
+  }
+
   QueueManager &qm_;
   int ep_;
   size_t maxConns_;
   int64_t helloTimeoutMs_;
   std::unordered_map<uint32_t, int> fds_;
+  std::deque<std::pair<int64_t, uint32_t>> helloDeadlines_;  // in accept order
 };
 
 }  // namespace
@@ -376,7 +377,12 @@ int main(int argc, char **argv) {
         if (events[i].events & EPOLLOUT) alive = server.writeTo(*c);
         if (alive && (events[i].events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)))
           alive = server.readFrom(*c);
-        if (!alive) server.drop(id);
+        if (!alive) {
+          server.drop(id);
+          continue;
+        }
+        qm.touch(*c);
+        qm.markRunnable(id);
       }
     }
     timeout = server.finishTurn();

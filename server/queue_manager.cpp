@@ -179,6 +179,26 @@ std::vector<uint32_t> QueueManager::connIds() const {
   return ids;
 }
 
+void QueueManager::touch(Conn &c) {
+  if (c.touched) return;
+  c.touched = true;
+  touched_.push_back(c.id);
+}
+
+std::vector<uint32_t> QueueManager::takeRunnable() {
+  std::vector<uint32_t> ids;
+  ids.swap(runnable_);
+  return ids;
+}
+
+bool QueueManager::anyRunnable() {
+  std::erase_if(runnable_, [this](uint32_t id) {
+    Conn *c = conn(id);
+    return !c || !hasRunnableInput(*c);
+  });
+  return !runnable_.empty();
+}
+
 bool QueueManager::dbWork() {
   if (!txnOpen_) {
     if (!store_.begin()) {
@@ -204,6 +224,7 @@ void QueueManager::endTurn() {
 void QueueManager::send(Conn &c, uint8_t op, Writer &w) {
   jxqp::Bytes f = jxqp::frame(op, w);
   c.out.insert(c.out.end(), f.begin(), f.end());
+  touch(c);
 }
 
 void QueueManager::reply(Conn &c, uint8_t op, Writer &w) {
@@ -365,6 +386,7 @@ void QueueManager::dropConn(uint32_t id) {
   if (c.pendingGet) {
     auto h = c.handles.find(c.pendingGet->hobj);
     if (h != c.handles.end()) h->second.q->waiters.remove(c.id);
+    timedWaits_.erase({c.pendingGet->deadlineMs, c.id});
     c.pendingGet.reset();
   }
   backoutUow(c);
@@ -483,7 +505,7 @@ void QueueManager::deleteQueue(const QueuePtr &q) {
   for (uint32_t id : std::list<uint32_t>(q->waiters)) {
     Conn *w = conn(id);
     if (!w || !w->pendingGet) continue;
-    w->pendingGet.reset();
+    unblock(*w);
     Writer out;
     out.i32(JXCC_FAILED);
     out.i32(JXRC_Q_DELETED);
@@ -736,7 +758,15 @@ void QueueManager::doGet(Conn &c, const Request &r) {
   if (tryGet(c, a, w)) return reply(c, replyOp(Op::Get), w);
   a.deadlineMs = a.waitInterval == JXWI_UNLIMITED ? -1 : nowMs() + a.waitInterval;
   c.pendingGet = a;
+  if (a.deadlineMs >= 0) timedWaits_.emplace(a.deadlineMs, c.id);
   h->second.q->waiters.push_back(c.id);
+}
+
+void QueueManager::unblock(Conn &c) {
+  timedWaits_.erase({c.pendingGet->deadlineMs, c.id});
+  c.pendingGet.reset();
+  // Frames that came behind the get can be handled now.
+  markRunnable(c.id);
 }
 
 void QueueManager::serveWaiters(const QueuePtr &q) {
@@ -753,33 +783,28 @@ void QueueManager::serveWaiters(const QueuePtr &q) {
       ++it;
       continue;
     }
-    w->pendingGet.reset();
+    unblock(*w);
     it = q->waiters.erase(it);
     reply(*w, replyOp(Op::Get), out);
   }
 }
 
 int64_t QueueManager::expireWaits(int64_t now) {
-  int64_t next = -1;
-  for (auto &[id, c] : conns_) {
-    if (!c->pendingGet || c->pendingGet->deadlineMs < 0) continue;
-    if (c->pendingGet->deadlineMs <= now) {
-      auto h = c->handles.find(c->pendingGet->hobj);
-      if (h != c->handles.end()) h->second.q->waiters.remove(id);
-      c->pendingGet.reset();
-      Writer w;
-      w.i32(JXCC_FAILED);
-      w.i32(JXRC_NO_MSG_AVAILABLE);
-      w.i32(0);
-      writeEmptyMd(w);
-      w.fixed(kBlank48, 48);
-      w.blob(nullptr, 0);
-      reply(*c, replyOp(Op::Get), w);
-    } else if (next < 0 || c->pendingGet->deadlineMs < next) {
-      next = c->pendingGet->deadlineMs;
-    }
+  while (!timedWaits_.empty() && timedWaits_.begin()->first <= now) {
+    Conn &c = *conn(timedWaits_.begin()->second);
+    auto h = c.handles.find(c.pendingGet->hobj);
+    if (h != c.handles.end()) h->second.q->waiters.remove(c.id);
+    unblock(c);
+    Writer w;
+    w.i32(JXCC_FAILED);
+    w.i32(JXRC_NO_MSG_AVAILABLE);
+    w.i32(0);
+    writeEmptyMd(w);
+    w.fixed(kBlank48, 48);
+    w.blob(nullptr, 0);
+    reply(c, replyOp(Op::Get), w);
   }
-  return next;
+  return timedWaits_.empty() ? -1 : timedWaits_.begin()->first;
 }
 
 // ---- inquire and set ----

@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -67,7 +68,7 @@ struct Conn {
   bool hello = false;
   bool closeAfterWrite = false;
   bool dead = false;
-  bool awaitingCommit = false;  // reply held until the turn's commit
+  bool touched = false;  // listed in QueueManager::touched()
   jxqp::Bytes in;
   jxqp::Bytes out;
   size_t outOff = 0;
@@ -90,6 +91,19 @@ class QueueManager {
   Conn &addConn(int fd, bool tcp, uid_t uid, std::string peer);
   Conn *conn(uint32_t id);
   std::vector<uint32_t> connIds() const;
+
+  // A turn looks only at the connections that had events or were given
+  // replies, never at every connection: most of them are idle.
+  // touch() lists a connection for the write phase; touched() is that list,
+  // which grows when a reply is queued.
+  void touch(Conn &c);
+  std::vector<uint32_t> &touched() { return touched_; }
+  // Connections that received input or whose blocked get was answered, so
+  // that frames may wait in their input; taking the list empties it.
+  void markRunnable(uint32_t id) { runnable_.push_back(id); }
+  std::vector<uint32_t> takeRunnable();
+  // Whether a listed connection can go on at once; drops the other entries.
+  bool anyRunnable();
 
   // Handles every complete frame in the connection's input that it may
   // handle now. False when the connection must be dropped.
@@ -138,6 +152,8 @@ class QueueManager {
   // One attempt at a get; false when the caller must wait.
   bool tryGet(Conn &c, const GetArgs &a, Writer &w);
   void serveWaiters(const QueuePtr &q);
+  // Ends a blocked get that is being answered.
+  void unblock(Conn &c);
   void removeMessage(Queue &q, std::map<uint64_t, Message>::iterator it);
 
   void commitUow(Conn &c);
@@ -153,9 +169,10 @@ class QueueManager {
   char name48_[48] = {};
   Store &store_;
   bool txnOpen_ = false;
-  std::vector<uint32_t> heldReplies_;
   std::unordered_map<std::string, QueuePtr> queues_;
-  std::map<uint32_t, std::unique_ptr<Conn>> conns_;
+  std::unordered_map<uint32_t, std::unique_ptr<Conn>> conns_;
+  std::vector<uint32_t> touched_, runnable_;
+  std::set<std::pair<int64_t, uint32_t>> timedWaits_;  // blocked gets by deadline
   uint32_t nextConnId_ = 1;
   uint64_t nextSeq_ = 1;
   uint64_t idCounter_ = 0;

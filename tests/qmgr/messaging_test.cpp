@@ -96,6 +96,37 @@ TEST_F(Messaging, GetWaitEndsWithNoMessageAfterTheInterval) {
   EXPECT_EQ(g.rc, JXRC_WAIT_INTERVAL_ERROR);
 }
 
+TEST_F(Messaging, EachWaitEndsAtItsOwnDeadlineAndAServedWaitLeavesNoneBehind) {
+  using Clock = std::chrono::steady_clock;
+  int32_t other = connect(qm_->name());
+  int32_t mine = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
+  int32_t theirs = openQueue(other, "Q1", JXOO_INPUT_SHARED);
+  auto start = Clock::now();
+  Got first, late;
+  std::thread longWait([&] { first = get(hconn_, mine, JXGMO_WAIT, 800); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  // The shorter wait, begun later, ends first and alone.
+  late = get(other, theirs, JXGMO_WAIT, 100);
+  EXPECT_EQ(late.rc, JXRC_NO_MSG_AVAILABLE);
+  EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(700));
+  int32_t out = openQueue(other, "Q1", JXOO_OUTPUT);
+  ASSERT_EQ(put(other, out, "first"), JXRC_NONE);
+  longWait.join();
+  EXPECT_EQ(first.rc, JXRC_NONE);
+  EXPECT_EQ(first.data, "first");
+
+  // The answered wait's deadline passes during the next one, which must
+  // still get the next message.
+  Got second;
+  std::thread nextWait([&] { second = get(hconn_, mine, JXGMO_WAIT, 5000); });
+  std::this_thread::sleep_until(start + std::chrono::milliseconds(1200));
+  ASSERT_EQ(put(other, out, "second"), JXRC_NONE);
+  nextWait.join();
+  EXPECT_EQ(second.rc, JXRC_NONE);
+  EXPECT_EQ(second.data, "second");
+  disconnect(other);
+}
+
 TEST_F(Messaging, GetByCorrelationIdentifierAmongMany) {
   int32_t out = openQueue(hconn_, "Q1", JXOO_OUTPUT);
   int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
