@@ -28,8 +28,10 @@ bool ok(const int32_t *cc) {
 
 // Whether tracing is on is decided once a message: the steps of one
 // message trace all or nothing.
-void traceArea(bool trace, uint16_t function, const zaiPCFBUFCTL *area) {
-  if (trace) traceData(function, kAreaLine, area, static_cast<uint32_t>(area->AreaSize));
+inline void traceArea(bool trace, uint16_t function, const zaiPCFBUFCTL *area) {
+  if (__builtin_expect(trace, 0)) {
+    traceData(function, kAreaLine, area, static_cast<uint32_t>(area->AreaSize));
+  }
 }
 
 // Where a structure of `size` bytes goes: the place at the running length, or
@@ -52,9 +54,6 @@ int32_t markCount(const zaiPCFBUFCTL *area) {
 }
 bool marked(const zaiPCFBUFCTL *area, int32_t position) {
   return position < markCount(area) && area->Written[position];
-}
-void mark(zaiPCFBUFCTL *area, int32_t position) {
-  if (position < markCount(area)) area->Written[position] = 1;
 }
 
 // Selectors of the attribute lists: their items always go out as lists.
@@ -164,20 +163,10 @@ void writeHeader(zaiPCFBUFCTL *area, zaiBAG *bag, PJXLONG cc, PJXLONG rc, bool t
   traceArea(trace, kFn_zaiWritePCFHeader, area);
 }
 
-void writeSingle(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc, bool trace) {
-  LeafFrame frame(kFn_zaiWriteSinglePCFParm, rc);
-  *cc = JXCC_OK;
-  *rc = JXRC_NONE;
-  if (item->Type == JXITEM_INTEGER) {
-    char *at = reserve(area, JXPCF_INTEGER_LENGTH);
-    if (at) {
-      put32(at, kParmType, JXPCF_TYPE_INTEGER);
-      put32(at, kParmStrucLength, JXPCF_INTEGER_LENGTH);
-      put32(at, kParmParameter, item->Selector);
-      put32(at, kIntValue, item->Value.Integer);
-    }
-    countParameter(area, at);
-  } else if (item->Type == JXITEM_STRING) {
+// The string and fault cases of a single parameter, out of the integers' way.
+__attribute__((noinline)) void writeSingleOther(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc,
+                                                PJXLONG rc) {
+  if (item->Type == JXITEM_STRING) {
     const int64_t length = JXPCF_STRING_FIXED + roundUp4(item->StringLength);
     char *at = reserve(area, length);
     if (at) {
@@ -196,6 +185,26 @@ void writeSingle(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc, 
     recordItemFault(kFn_zaiWriteSinglePCFParm, ZAI_PCF_BAD_ITEM, static_cast<uint32_t>(item->Type),
                     kBadItemLabel, item);
     setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
+  }
+}
+
+// Written once for every parameter of a message: kept inline.
+inline __attribute__((always_inline)) void writeSingle(zaiPROPERTY *item, zaiPCFBUFCTL *area,
+                                                       PJXLONG cc, PJXLONG rc, bool trace) {
+  LeafFrame frame(kFn_zaiWriteSinglePCFParm, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  if (item->Type == JXITEM_INTEGER) {
+    char *at = reserve(area, JXPCF_INTEGER_LENGTH);
+    if (at) {
+      put32(at, kParmType, JXPCF_TYPE_INTEGER);
+      put32(at, kParmStrucLength, JXPCF_INTEGER_LENGTH);
+      put32(at, kParmParameter, item->Selector);
+      put32(at, kIntValue, item->Value.Integer);
+    }
+    countParameter(area, at);
+  } else {
+    writeSingleOther(item, area, cc, rc);
   }
   traceArea(trace, kFn_zaiWriteSinglePCFParm, area);
 }
@@ -237,18 +246,10 @@ void writeListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, JXLONG listSelector,
   traceArea(trace, kFn_zaiWritePCFListHeader, area);
 }
 
-void writeListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc, bool trace) {
-  LeafFrame frame(kFn_zaiWritePCFListValue, rc);
-  *cc = JXCC_OK;
-  *rc = JXRC_NONE;
-  if (item->Type == JXITEM_INTEGER) {
-    char *at = reserve(area, kIntListValueSize);
-    if (at) put32(at, 0, item->Value.Integer);
-    if (area->IntList) {
-      add32(area->IntList, kParmStrucLength, kIntListValueSize);
-      add32(area->IntList, kIntListCount, 1);
-    }
-  } else if (item->Type == JXITEM_STRING) {
+// The string and fault cases of a list value, out of the integers' way.
+__attribute__((noinline)) void writeListValueOther(zaiPROPERTY *item, zaiPCFBUFCTL *area,
+                                                   PJXLONG cc, PJXLONG rc) {
+  if (item->Type == JXITEM_STRING) {
     if (item->Selector == JXSEL_INQUIRE) {
       setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
     } else {
@@ -270,7 +271,91 @@ void writeListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG r
                     kBadItemLabel, item);
     setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
   }
-  traceArea(trace, kFn_zaiWritePCFListValue, area);
+}
+
+// Integer values of a list in progress: the running length and the values
+// added are kept here and reach the control area and the list header when
+// the list ends, or before anything else reads them (a trace of the area, a
+// string value).
+class ListRun {
+ public:
+  explicit ListRun(zaiPCFBUFCTL *area)
+      : area_(area),
+        buffer_(area->Buffer),
+        bufferLength_(area->BufferLength),
+        running_(area->RunningLength) {}
+  zaiPCFBUFCTL *area() const { return area_; }
+  // As reserve(), on the running length kept here.
+  char *reserve(int32_t size) {
+    const int64_t end = running_ + size;
+    char *at = end <= bufferLength_ ? buffer_ + running_ : nullptr;
+    running_ = std::min<int64_t>(end, INT32_MAX);
+    return at;
+  }
+  // An integer value of the list.
+  void putInteger(int32_t value) {
+    char *at = reserve(kIntListValueSize);
+    if (at) put32(at, 0, value);
+    values_++;
+  }
+  void flush() {
+    area_->RunningLength = static_cast<int32_t>(running_);
+    if (values_ > 0 && area_->IntList) {
+      add32(area_->IntList, kParmStrucLength, values_ * kIntListValueSize);
+      add32(area_->IntList, kIntListCount, values_);
+    }
+    values_ = 0;
+  }
+  void reload() { running_ = area_->RunningLength; }
+
+ private:
+  zaiPCFBUFCTL *area_;
+  char *buffer_;
+  int64_t bufferLength_;
+  int64_t running_;
+  int32_t values_ = 0;
+};
+
+// Written once for every value of a list: kept inline.
+inline __attribute__((always_inline)) void writeListValue(zaiPROPERTY *item, ListRun &run,
+                                                          PJXLONG cc, PJXLONG rc, bool trace) {
+  LeafFrame frame(kFn_zaiWritePCFListValue, rc);
+  *cc = JXCC_OK;
+  *rc = JXRC_NONE;
+  if (item->Type == JXITEM_INTEGER) {
+    run.putInteger(item->Value.Integer);
+  } else {
+    run.flush();
+    writeListValueOther(item, run.area(), cc, rc);
+    run.reload();
+  }
+  if (__builtin_expect(trace, 0)) {
+    run.flush();
+    traceArea(trace, kFn_zaiWritePCFListValue, run.area());
+  }
+}
+
+// Writes the integer items of the list's selector from position j on, while
+// tracing is off and the completion code is still 0: the common case, kept
+// in a small function so that its state stays in registers. Each value is
+// written as writeListValue writes it, with its frame; the completion code
+// and reason it would clear are already 0. Returns the first position it
+// did not take, for the general loop.
+__attribute__((noinline)) int32_t writeIntegerRun(void *const *places, int32_t j, int32_t count,
+                                                  int32_t listSelector, uint8_t *written,
+                                                  int32_t marks, ListRun &run) {
+  const int32_t noReason = JXRC_NONE;
+  for (; j < count; ++j) {
+    const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[j]);
+    if (other->Selector != listSelector || other->Type != JXITEM_INTEGER) break;
+    if (j < marks && written[j]) continue;
+    {
+      LeafFrame frame(kFn_zaiWritePCFListValue, &noReason);
+      run.putInteger(other->Value.Integer);
+    }
+    if (j < marks) written[j] = 1;
+  }
+  return j;
 }
 
 void writeSingleOrList(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag, JXLONG position,
@@ -319,9 +404,18 @@ void writeSingleOrList(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag, JXLON
   }
 
   writeListHeader(item, area, listSelector, cc, rc, trace);
-  // Writing leaves the bag as it is, so its item places stay where they are.
+  ListRun run(area);
+  // Writing leaves the bag as it is, so its item places stay where they are,
+  // and the control area its size.
   void *const *places = bag->Items->Slots;
+  const int32_t marks = markCount(area);
+  uint8_t *const written = area->Written;
+  const bool integerRuns = !trace && item->Type == JXITEM_INTEGER;
   for (int32_t j = position; j < count && ok(cc); ++j) {
+    if (integerRuns) {
+      j = writeIntegerRun(places, j, count, listSelector, written, marks, run);
+      if (j == count) break;
+    }
     zaiPROPERTY *other = static_cast<zaiPROPERTY *>(places[j]);
     int32_t selector = other->Selector;
     if (selector == JXSEL_INQUIRE) {
@@ -343,9 +437,14 @@ void writeSingleOrList(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag, JXLON
       setFailure(cc, rc, JXRC_WRONG_ITEM_TYPE);
       break;
     }
-    if (!marked(area, j)) writeListValue(other, area, cc, rc, trace);
-    mark(area, j);
+    if (j >= marks) {
+      writeListValue(other, run, cc, rc, trace);
+    } else if (!written[j]) {
+      writeListValue(other, run, cc, rc, trace);
+      written[j] = 1;
+    }
   }
+  run.flush();
   if (ok(cc) && item->Type == JXITEM_STRING) {
     const int32_t padding =
         static_cast<int32_t>(roundUp4(area->StringListLength) - area->StringListLength);
@@ -390,7 +489,9 @@ void zaiWritePCFListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG * /*bag
 }
 
 void zaiWritePCFListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc) {
-  writeListValue(item, area, cc, rc, tracing());
+  ListRun run(area);
+  writeListValue(item, run, cc, rc, tracing());
+  run.flush();
 }
 
 void zaiWriteSingleOrListPCFParm(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag,
@@ -426,14 +527,18 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
     }
   }
   const bool grouped = bag->ListForm || bag->Reorder;
+  // Writing leaves the bag and the size of the control area as they are.
+  void *const *places = bag->Items->Slots;
+  const int32_t marks = markCount(area);
+  const uint8_t *const written = area->Written;
   for (int32_t i = 0; i < count && ok(cc); ++i) {
-    zaiPROPERTY *item = itemAt(bag, i);
+    zaiPROPERTY *item = static_cast<zaiPROPERTY *>(places[i]);
     if (item->Type == JXITEM_BAG) {
       setFailure(cc, rc, JXRC_NESTED_BAG_IN_MSG);
       break;
     }
     if (item->Selector < 0) continue;
-    if (grouped && marked(area, i)) continue;
+    if (grouped && i < marks && written[i]) continue;
     if (bag->ListForm) {
       writeSingleOrList(item, area, bag, i, cc, rc, trace);
     } else {
