@@ -1,5 +1,7 @@
 // Malformed, truncated and oversized frames, and clients that vanish, end
 // their own connection only.
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -246,6 +248,52 @@ TEST(HelloTimeout, SilentPeersAreClosedAndIdleClientsKept) {
   EXPECT_EQ(get(h, q).data, "idle but known");
   disconnect(h);
   EXPECT_EQ(jxqm({"start", qm.name(), "--hello-timeout"}).status, 2);
+}
+
+// Runs jxqmgr itself; returns its exit status once it ends, or -1 when it
+// is still running after `waitMs`, leaving `pid` set.
+int runServer(const std::vector<std::string> &args, pid_t &pid, int waitMs) {
+  std::string prog = binDir() + "/jxqmgr";
+  pid = fork();
+  if (pid == 0) {
+    std::vector<char *> argv{const_cast<char *>(prog.c_str())};
+    for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    int devnull = open("/dev/null", O_WRONLY);
+    dup2(devnull, 2);
+    execv(prog.c_str(), argv.data());
+    _exit(127);
+  }
+  int status = 0;
+  for (int i = 0; i < waitMs / 10; ++i) {
+    if (waitpid(pid, &status, WNOHANG) == pid) return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return -1;
+}
+
+TEST(Polling, OutOfRangeValuesAreRefusedAndPollingOffStillServes) {
+  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+  QueueManagerProcess qm({"Q1"}, {}, false);
+  pid_t pid;
+  for (const char *bad : {"-1", "10001", "fast", ""})
+    EXPECT_EQ(runServer({qm.name(), "--poll-us", bad}, pid, 5000), 2) << bad;
+  ASSERT_EQ(runServer({qm.name(), "--poll-us", "0"}, pid, 300), -1);
+  for (int i = 0; i < 100 && jxqm({"status", qm.name()}).status != 0; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  int32_t h = connect(qm.name());
+  int32_t q = openQueue(h, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_EQ(put(h, q, "unpolled " + std::to_string(i)), JXRC_NONE);
+    EXPECT_EQ(get(h, q).data, "unpolled " + std::to_string(i));
+  }
+  Got g = get(h, q, JXGMO_WAIT, 100);
+  EXPECT_EQ(g.rc, JXRC_NO_MSG_AVAILABLE);
+  disconnect(h);
+  kill(pid, SIGTERM);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
 }  // namespace
