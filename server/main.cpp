@@ -49,6 +49,7 @@ constexpr uint64_t kListenLocal = 1ull << 62;
 constexpr uint64_t kListenTcp = 2ull << 62;
 constexpr uint64_t kSignal = 3ull << 62;
 constexpr int kMaxEvents = 64;
+constexpr auto kGatherLimit = std::chrono::microseconds(200);
 
 int die(const std::string &msg, int code = 1) {
   std::cerr << "jxqmgr: " << msg << std::endl;
@@ -116,8 +117,42 @@ int waitForEvents(int ep, epoll_event *events, int timeout, int pollUs, bool bus
 
 class Server {
  public:
-  Server(QueueManager &qm, int ep, size_t maxConns, int64_t helloTimeoutMs)
-      : qm_(qm), ep_(ep), maxConns_(maxConns), helloTimeoutMs_(helloTimeoutMs) {}
+  Server(QueueManager &qm, int ep, int localFd, int tcpFd, size_t maxConns, int64_t helloTimeoutMs)
+      : qm_(qm),
+        ep_(ep),
+        localFd_(localFd),
+        tcpFd_(tcpFd),
+        maxConns_(maxConns),
+        helloTimeoutMs_(helloTimeoutMs) {}
+
+  bool stopping() const { return stopping_; }
+
+  void handleEvents(const epoll_event *events, int n) {
+    for (int i = 0; i < n; ++i) {
+      uint64_t tag = events[i].data.u64;
+      if (tag == kListenLocal) {
+        accept(localFd_, false);
+      } else if (tag == kListenTcp) {
+        accept(tcpFd_, true);
+      } else if (tag == kSignal) {
+        stopping_ = true;
+      } else {
+        uint32_t id = static_cast<uint32_t>(tag);
+        Conn *c = qm_.conn(id);
+        if (!c) continue;
+        bool alive = true;
+        if (events[i].events & EPOLLOUT) alive = writeTo(*c);
+        if (alive && (events[i].events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)))
+          alive = readFrom(*c);
+        if (!alive) {
+          drop(id);
+          continue;
+        }
+        qm_.touch(*c);
+        qm_.markRunnable(id);
+      }
+    }
+  }
 
   void accept(int lfd, bool tcp) {
     for (;;) {
@@ -221,18 +256,13 @@ class Server {
   // One turn: handle ready input, expire waits, commit, write replies.
   // Returns the epoll timeout for the next turn.
   int finishTurn() {
-    for (std::vector<uint32_t> work = qm_.takeRunnable(); !work.empty();
-         work = qm_.takeRunnable()) {
-      for (uint32_t id : work) {
-        Conn *c = qm_.conn(id);
-        if (!c || !qm_.hasRunnableInput(*c)) continue;
-        if (!qm_.processInput(*c) || c->dead) drop(id);
-      }
-    }
+    runInput();
+    gather();
     int64_t now = QueueManager::nowMs();
     int64_t next = qm_.expireWaits(now);
     int64_t hello = expireHellos(now);
     if (hello >= 0 && (next < 0 || hello < next)) next = hello;
+    if (qm_.commitPending()) lastGroup_ = qm_.touched().size();
     qm_.endTurn();
     // Replies queued from here on (a drop below can answer another
     // connection's get) belong to the next turn's commit.
@@ -253,6 +283,39 @@ class Server {
   }
 
  private:
+  void runInput() {
+    for (std::vector<uint32_t> work = qm_.takeRunnable(); !work.empty();
+         work = qm_.takeRunnable()) {
+      for (uint32_t id : work) {
+        Conn *c = qm_.conn(id);
+        if (!c || !qm_.hasRunnableInput(*c)) continue;
+        if (!qm_.processInput(*c) || c->dead) drop(id);
+      }
+    }
+  }
+
+  // Durable work shares one commit per turn. When the last commit answered
+  // several connections, their next requests come back within tens of
+  // microseconds of each other, and committing at the first would split
+  // the group: a turn holding durable work waits, polling, until as many
+  // connections have spoken or kGatherLimit has passed. A lone client never
+  // waits.
+  void gather() {
+    if (!qm_.commitPending() || lastGroup_ < 2) return;
+    auto until = std::chrono::steady_clock::now() + kGatherLimit;
+    epoll_event events[kMaxEvents];
+    while (!stopping_ && qm_.touched().size() < lastGroup_ &&
+           std::chrono::steady_clock::now() < until) {
+      int n = epoll_wait(ep_, events, kMaxEvents, 0);
+      if (n > 0) {
+        handleEvents(events, n);
+        runInput();
+      } else {
+        sched_yield();
+      }
+    }
+  }
+
   // A peer that never says who it is must not hold a connection slot.
   // Returns the next deadline (-1 when none).
   int64_t expireHellos(int64_t now) {
@@ -271,7 +334,9 @@ class Server {
   }
 
   QueueManager &qm_;
-  int ep_;
+  int ep_, localFd_, tcpFd_;
+  bool stopping_ = false;
+  size_t lastGroup_ = 0;  // connections answered by the last commit
   size_t maxConns_;
   int64_t helloTimeoutMs_;
   std::unordered_map<uint32_t, int> fds_;
@@ -387,39 +452,15 @@ int main(int argc, char **argv) {
   setrlimit(RLIMIT_NOFILE, &lim);
   getrlimit(RLIMIT_NOFILE, &lim);
   size_t maxConns = lim.rlim_cur > 64 ? static_cast<size_t>(lim.rlim_cur) - 32 : 32;
-  Server server(qm, ep, std::min<size_t>(maxConns, 100000), helloTimeout * 1000LL);
-  bool running = true;
+  Server server(qm, ep, lfd, tfd, std::min<size_t>(maxConns, 100000), helloTimeout * 1000LL);
   int timeout = -1;
   bool busy = false;
   epoll_event events[kMaxEvents];
-  while (running) {
+  while (!server.stopping()) {
     int n = waitForEvents(ep, events, timeout, pollUs, busy);
     if (n < 0 && errno != EINTR) return die(std::string("epoll: ") + std::strerror(errno));
     busy = n > 0;
-    for (int i = 0; i < n; ++i) {
-      uint64_t tag = events[i].data.u64;
-      if (tag == kListenLocal) {
-        server.accept(lfd, false);
-      } else if (tag == kListenTcp) {
-        server.accept(tfd, true);
-      } else if (tag == kSignal) {
-        running = false;
-      } else {
-        uint32_t id = static_cast<uint32_t>(tag);
-        Conn *c = qm.conn(id);
-        if (!c) continue;
-        bool alive = true;
-        if (events[i].events & EPOLLOUT) alive = server.writeTo(*c);
-        if (alive && (events[i].events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)))
-          alive = server.readFrom(*c);
-        if (!alive) {
-          server.drop(id);
-          continue;
-        }
-        qm.touch(*c);
-        qm.markRunnable(id);
-      }
-    }
+    server.handleEvents(events, n);
     timeout = server.finishTurn();
   }
   server.dropAll();

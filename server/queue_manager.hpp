@@ -118,6 +118,8 @@ class QueueManager {
   int64_t expireWaits(int64_t nowMs);
   // Commits the turn's transaction and releases the replies held for it.
   void endTurn();
+  // Whether the turn has durable work waiting for endTurn's commit.
+  bool commitPending() const { return txnOpen_; }
 
   // Replies are queued on the connection; the loop writes them.
   void send(Conn &c, uint8_t op, jxqp::Writer &w);
