@@ -258,6 +258,9 @@ bool setUp() {
   std::strncpy(sun.sun_path, g_echoSocket.c_str(), sizeof sun.sun_path - 1);
   if (bind(lfd, reinterpret_cast<sockaddr *>(&sun), sizeof sun) != 0 || listen(lfd, 16) != 0)
     return false;
+  // The echo threads stay in the clients' session: in a session of its own
+  // the floor measured slower here (8 clients: 10.9 us against 7.5 us a round
+  // trip), and a floor must not be made easier to meet.
   g_echo = fork();
   if (g_echo == 0) echoServer(lfd);
   close(lfd);
@@ -267,6 +270,10 @@ bool setUp() {
     g_redisSocket = g_root + "/redis.sock";
     g_redis = fork();
     if (g_redis == 0) {
+      // In a session of its own, as jxqm start runs jxqmgr: the scheduler
+      // then shares the CPUs between the server and the group of client
+      // threads, not between the server and each client thread.
+      setsid();
       execl(redis.c_str(), redis.c_str(), "--port", "0", "--unixsocket", g_redisSocket.c_str(),
             "--save", "", "--appendonly", "no", "--dir", g_root.c_str(), "--logfile",
             (g_root + "/redis.log").c_str(), static_cast<char *>(nullptr));
