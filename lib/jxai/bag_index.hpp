@@ -21,9 +21,8 @@
 //   far-apart selectors does not get a large array.
 // - for every other selector, an open-addressing table selector -> (count,
 //   first position), linear probing with backward-shift deletion, at most 3/4
-//   full. Selectors within the table size of zero keep their own slot (the
-//   eight system ones sit at the top); higher bits are mixed in by a
-//   multiplication, so spaced-out selectors spread too.
+//   full. System selectors keep their own slots at the top; the others are
+//   spread by Fibonacci hashing, so runs of selectors do not form clusters.
 // - the sorted positions of the items with negative selectors, from which
 //   the n-th system item, the n-th user item and both counts follow.
 // The index never records the entry and exit marks: the functions that use
