@@ -188,6 +188,61 @@ __attribute__((noinline)) void writeSingleOther(zaiPROPERTY *item, zaiPCFBUFCTL 
   }
 }
 
+// Integer parameters and list values in progress: the running length, the
+// parameters and the list values written are kept here and reach the control
+// area, the message header and the list header when the run ends, or before
+// anything else reads them (a trace of the area, a string value).
+class WriteRun {
+ public:
+  explicit WriteRun(zaiPCFBUFCTL *area)
+      : area_(area),
+        buffer_(area->Buffer),
+        bufferLength_(area->BufferLength),
+        running_(area->RunningLength) {}
+  zaiPCFBUFCTL *area() const { return area_; }
+  // As reserve(), on the running length kept here.
+  char *reserve(int32_t size) {
+    const int64_t end = running_ + size;
+    char *at = end <= bufferLength_ ? buffer_ + running_ : nullptr;
+    running_ = std::min<int64_t>(end, INT32_MAX);
+    return at;
+  }
+  // An integer parameter structure.
+  void putIntegerParameter(int32_t selector, int32_t value) {
+    char *at = reserve(JXPCF_INTEGER_LENGTH);
+    if (!at) return;
+    put32(at, kParmType, JXPCF_TYPE_INTEGER);
+    put32(at, kParmStrucLength, JXPCF_INTEGER_LENGTH);
+    put32(at, kParmParameter, selector);
+    put32(at, kIntValue, value);
+    parameters_++;
+  }
+  // An integer value of the current list.
+  void putInteger(int32_t value) {
+    char *at = reserve(kIntListValueSize);
+    if (at) put32(at, 0, value);
+    values_++;
+  }
+  void flush() {
+    area_->RunningLength = static_cast<int32_t>(running_);
+    if (parameters_ > 0 && area_->Header) add32(area_->Header, kHdrParameterCount, parameters_);
+    if (values_ > 0 && area_->IntList) {
+      add32(area_->IntList, kParmStrucLength, values_ * kIntListValueSize);
+      add32(area_->IntList, kIntListCount, values_);
+    }
+    parameters_ = values_ = 0;
+  }
+  void reload() { running_ = area_->RunningLength; }
+
+ private:
+  zaiPCFBUFCTL *area_;
+  char *buffer_;
+  int64_t bufferLength_;
+  int64_t running_;
+  int32_t parameters_ = 0;
+  int32_t values_ = 0;
+};
+
 // Written once for every parameter of a message: kept inline.
 inline __attribute__((always_inline)) void writeSingle(zaiPROPERTY *item, zaiPCFBUFCTL *area,
                                                        PJXLONG cc, PJXLONG rc, bool trace) {
@@ -195,18 +250,32 @@ inline __attribute__((always_inline)) void writeSingle(zaiPROPERTY *item, zaiPCF
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
   if (item->Type == JXITEM_INTEGER) {
-    char *at = reserve(area, JXPCF_INTEGER_LENGTH);
-    if (at) {
-      put32(at, kParmType, JXPCF_TYPE_INTEGER);
-      put32(at, kParmStrucLength, JXPCF_INTEGER_LENGTH);
-      put32(at, kParmParameter, item->Selector);
-      put32(at, kIntValue, item->Value.Integer);
-    }
-    countParameter(area, at);
+    WriteRun run(area);
+    run.putIntegerParameter(item->Selector, item->Value.Integer);
+    run.flush();
   } else {
     writeSingleOther(item, area, cc, rc);
   }
   traceArea(trace, kFn_zaiWriteSinglePCFParm, area);
+}
+
+// Writes the integer items from position i on as single parameters, while
+// tracing is off and nothing is grouped: the common case, kept in a small
+// function so that its state stays in registers. Each parameter is written
+// as writeSingle writes it, with its frame; the completion code and reason
+// it would clear are already 0. Returns the first position it did not take.
+__attribute__((noinline)) int32_t writeIntegerSingles(void *const *places, int32_t i, int32_t count,
+                                                      zaiPCFBUFCTL *area) {
+  const int32_t noReason = JXRC_NONE;
+  WriteRun run(area);
+  for (; i < count; ++i) {
+    const zaiPROPERTY *item = static_cast<const zaiPROPERTY *>(places[i]);
+    if (item->Type != JXITEM_INTEGER || item->Selector < 0) break;
+    LeafFrame frame(kFn_zaiWriteSinglePCFParm, &noReason);
+    run.putIntegerParameter(item->Selector, item->Value.Integer);
+  }
+  run.flush();
+  return i;
 }
 
 void writeListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, JXLONG listSelector, PJXLONG cc,
@@ -273,51 +342,8 @@ __attribute__((noinline)) void writeListValueOther(zaiPROPERTY *item, zaiPCFBUFC
   }
 }
 
-// Integer values of a list in progress: the running length and the values
-// added are kept here and reach the control area and the list header when
-// the list ends, or before anything else reads them (a trace of the area, a
-// string value).
-class ListRun {
- public:
-  explicit ListRun(zaiPCFBUFCTL *area)
-      : area_(area),
-        buffer_(area->Buffer),
-        bufferLength_(area->BufferLength),
-        running_(area->RunningLength) {}
-  zaiPCFBUFCTL *area() const { return area_; }
-  // As reserve(), on the running length kept here.
-  char *reserve(int32_t size) {
-    const int64_t end = running_ + size;
-    char *at = end <= bufferLength_ ? buffer_ + running_ : nullptr;
-    running_ = std::min<int64_t>(end, INT32_MAX);
-    return at;
-  }
-  // An integer value of the list.
-  void putInteger(int32_t value) {
-    char *at = reserve(kIntListValueSize);
-    if (at) put32(at, 0, value);
-    values_++;
-  }
-  void flush() {
-    area_->RunningLength = static_cast<int32_t>(running_);
-    if (values_ > 0 && area_->IntList) {
-      add32(area_->IntList, kParmStrucLength, values_ * kIntListValueSize);
-      add32(area_->IntList, kIntListCount, values_);
-    }
-    values_ = 0;
-  }
-  void reload() { running_ = area_->RunningLength; }
-
- private:
-  zaiPCFBUFCTL *area_;
-  char *buffer_;
-  int64_t bufferLength_;
-  int64_t running_;
-  int32_t values_ = 0;
-};
-
 // Written once for every value of a list: kept inline.
-inline __attribute__((always_inline)) void writeListValue(zaiPROPERTY *item, ListRun &run,
+inline __attribute__((always_inline)) void writeListValue(zaiPROPERTY *item, WriteRun &run,
                                                           PJXLONG cc, PJXLONG rc, bool trace) {
   LeafFrame frame(kFn_zaiWritePCFListValue, rc);
   *cc = JXCC_OK;
@@ -343,7 +369,7 @@ inline __attribute__((always_inline)) void writeListValue(zaiPROPERTY *item, Lis
 // did not take, for the general loop.
 __attribute__((noinline)) int32_t writeIntegerRun(void *const *places, int32_t j, int32_t count,
                                                   int32_t listSelector, uint8_t *written,
-                                                  int32_t marks, ListRun &run) {
+                                                  int32_t marks, WriteRun &run) {
   const int32_t noReason = JXRC_NONE;
   for (; j < count; ++j) {
     const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[j]);
@@ -404,7 +430,7 @@ void writeSingleOrList(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag, JXLON
   }
 
   writeListHeader(item, area, listSelector, cc, rc, trace);
-  ListRun run(area);
+  WriteRun run(area);
   // Writing leaves the bag as it is, so its item places stay where they are,
   // and the control area its size.
   void *const *places = bag->Items->Slots;
@@ -489,7 +515,7 @@ void zaiWritePCFListHeader(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG * /*bag
 }
 
 void zaiWritePCFListValue(zaiPROPERTY *item, zaiPCFBUFCTL *area, PJXLONG cc, PJXLONG rc) {
-  ListRun run(area);
+  WriteRun run(area);
   writeListValue(item, run, cc, rc, tracing());
   run.flush();
 }
@@ -531,14 +557,24 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
   void *const *places = bag->Items->Slots;
   const int32_t marks = markCount(area);
   const uint8_t *const written = area->Written;
+  const bool integerSingles = !trace && !grouped;
   for (int32_t i = 0; i < count && ok(cc); ++i) {
+    if (integerSingles) {
+      i = writeIntegerSingles(places, i, count, area);
+      if (i == count) break;
+    }
+    // Items already written (marked) are only ever user items of an
+    // integer or string type, so a run of them is skipped at once.
+    if (grouped) {
+      while (i < count && i < marks && written[i]) ++i;
+      if (i == count) break;
+    }
     zaiPROPERTY *item = static_cast<zaiPROPERTY *>(places[i]);
     if (item->Type == JXITEM_BAG) {
       setFailure(cc, rc, JXRC_NESTED_BAG_IN_MSG);
       break;
     }
     if (item->Selector < 0) continue;
-    if (grouped && i < marks && written[i]) continue;
     if (bag->ListForm) {
       writeSingleOrList(item, area, bag, i, cc, rc, trace);
     } else {
