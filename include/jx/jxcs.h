@@ -110,7 +110,12 @@ static inline void xihPopStack(xihTHREADANCHOR *t) {
   t->StackDepth--;
 }
 
-XCS_EXPORT xihPROCESSANCHOR *xihProcess(void);
+/* The process anchor, read without a call: the call frame tests its trace
+ * words on every API entry and exit. */
+XCS_EXPORT extern xihPROCESSANCHOR xihProcessAnchor;
+static inline xihPROCESSANCHOR *xihProcess(void) {
+  return &xihProcessAnchor;
+}
 /* The calling thread's anchor, or null before xcsInitialize on this thread. */
 XCS_EXPORT xihTHREADANCHOR *xihThreadAddress(void);
 /* The same anchor, read without a call: the call frame reads it on every

@@ -13,14 +13,14 @@
 
 extern "C" {
 XCS_EXPORT void *CSCtrl = nullptr;
-}
-
-namespace jxcs {
-
 // Trace points at the fallback words from the start, so callers that read
 // the trace words before any set-up (the queue-manager re-exports) see
 // tracing off rather than a null pointer.
-xihPROCESSANCHOR g_process = {{0, 0, 0, 0}, 0, &g_process.Private, {0, XTR_LEVEL_UNSET, 0, 0}};
+XCS_EXPORT xihPROCESSANCHOR xihProcessAnchor = {
+    {0, 0, 0, 0}, 0, &xihProcessAnchor.Private, {0, XTR_LEVEL_UNSET, 0, 0}};
+}
+
+namespace jxcs {
 
 namespace {
 
@@ -165,12 +165,12 @@ void ensureProcess() {
     xcsDataRoot();
     pthread_key_create(&g_anchorKey, freeAnchor);
     xihTRACEWORDS w = wordsFromEnvironment();
-    copyWords(g_process.Private, w);
-    memcpy(g_process.StrucId, XIH_PROCESS_EYE, 4);
-    g_process.Pid = (int32_t)getpid();
+    copyWords(xihProcessAnchor.Private, w);
+    memcpy(xihProcessAnchor.StrucId, XIH_PROCESS_EYE, 4);
+    xihProcessAnchor.Pid = (int32_t)getpid();
     xihTRACEWORDS *slot = claimTraceSlot(w);
-    g_process.Trace = slot ? slot : &g_process.Private;
-    CSCtrl = &g_process;
+    xihProcessAnchor.Trace = slot ? slot : &xihProcessAnchor.Private;
+    CSCtrl = &xihProcessAnchor;
     g_ready.store(true, std::memory_order_release);
   }
   pthread_mutex_unlock(&g_initLock);
@@ -202,10 +202,6 @@ XCS_EXPORT __thread xihTHREADANCHOR *xihCurrentThread JXCS_TLS = nullptr;
 
 extern "C" {
 
-XCS_EXPORT xihPROCESSANCHOR *xihProcess(void) {
-  return &g_process;
-}
-
 XCS_EXPORT xihTHREADANCHOR *xihThreadAddress(void) {
   return xihCurrentThread;
 }
@@ -221,7 +217,7 @@ XCS_EXPORT int32_t xcsInitialize(int32_t, int32_t, int32_t, int32_t, int32_t) {
     pthread_setspecific(g_anchorKey, t);
   }
   t->CSReady = 1;
-  t->TraceActive = g_process.Trace->Enabled;
+  t->TraceActive = xihProcessAnchor.Trace->Enabled;
   return XCS_OK;
 }
 
@@ -232,13 +228,13 @@ XCS_EXPORT int32_t xcsGetPid(void) {
 XCS_EXPORT void xcsClearCS(void) {
   ensureProcess();
   pthread_mutex_lock(&g_initLock);
-  g_process.Pid = (int32_t)getpid();
+  xihProcessAnchor.Pid = (int32_t)getpid();
   t_tid = 0;
   xihTRACEWORDS now;
-  copyWords(now, *g_process.Trace);
-  copyWords(g_process.Private, now);
+  copyWords(now, *xihProcessAnchor.Trace);
+  copyWords(xihProcessAnchor.Private, now);
   xihTRACEWORDS *slot = claimTraceSlot(now);
-  g_process.Trace = slot ? slot : &g_process.Private;
+  xihProcessAnchor.Trace = slot ? slot : &xihProcessAnchor.Private;
   traceForget();
   pthread_mutex_unlock(&g_initLock);
   if (xihTHREADANCHOR *t = xihCurrentThread) {
@@ -246,7 +242,7 @@ XCS_EXPORT void xcsClearCS(void) {
     t->StackDepth = 0;
     memset(t->History, 0, sizeof t->History);
     memset(t->Stack, 0, sizeof t->Stack);
-    t->TraceActive = g_process.Trace->Enabled;
+    t->TraceActive = xihProcessAnchor.Trace->Enabled;
   }
 }
 

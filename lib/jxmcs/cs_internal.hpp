@@ -24,7 +24,6 @@ enum CommonFunction : uint16_t {
 };
 
 // ---- anchors.cpp ----
-extern xihPROCESSANCHOR g_process;
 void ensureProcess();
 const char *programName();
 int32_t threadId();

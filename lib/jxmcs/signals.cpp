@@ -153,7 +153,7 @@ extern "C" {
 
 XCS_EXPORT void xehSaveSigActionsF(int32_t *saved) {
   bool up = installFaultActions();
-  if (xihTHREADANCHOR *t = xihCurrentThread) t->TraceActive = g_process.Trace->Enabled;
+  if (xihTHREADANCHOR *t = xihCurrentThread) t->TraceActive = xihProcessAnchor.Trace->Enabled;
   if (!saved) return;
   if (!up || t_region) {
     *saved = 0;
