@@ -141,4 +141,38 @@ TEST_F(PcfTrace, WriterShowsTheControlAreaAfterEachStep) {
       << "the dump starts with the eye-catcher";
 }
 
+// The writer takes its fast loops only while tracing is off; traced, it
+// takes the general ones. Both must write the same bytes and record the same
+// marks, whether the message fits or not.
+TEST_F(PcfTrace, TracingChangesNeitherTheMessageNorTheMarks) {
+  const auto writeWithMarks = [&](const Bag &bag, int32_t length) {
+    const uint32_t from = thread->HistoryIndex;
+    Written w = write(bag, 0, length);
+    std::vector<uint32_t> marks;
+    for (uint32_t i = from; i != thread->HistoryIndex; ++i) {
+      marks.push_back(thread->History[i % XIH_HISTORY_SIZE]);
+    }
+    return std::make_pair(w, marks);
+  };
+  for (int32_t options : {0, JXBAG_LIST_FORM, JXBAG_ADMIN}) {
+    Bag bag(options);
+    for (int32_t i = 1; i <= 4; ++i) bag.add(i, i * 10);
+    bag.add(7, 70).add(7, 71).add(7, 72).add(9, 90).add(7, 73).add(8, 80);
+    bag.add(3001, "A").add(3002, "B").add(3002, "CC").add(5, 50);
+    for (int32_t length : {8192, 100}) {
+      set(0, 0, 0);
+      const auto [plain, plainMarks] = writeWithMarks(bag, length);
+      set(1, XTR_OPT_PARMS, 1);
+      const auto [traced, tracedMarks] = writeWithMarks(bag, length);
+      SCOPED_TRACE(testing::Message() << "options " << options << ", buffer " << length);
+      EXPECT_EQ(plain.cc, traced.cc);
+      EXPECT_EQ(plain.rc, traced.rc);
+      EXPECT_EQ(plain.dataLength, traced.dataLength);
+      EXPECT_EQ(plain.bytes, traced.bytes);
+      ASSERT_LT(plainMarks.size(), size_t{XIH_HISTORY_SIZE});
+      EXPECT_EQ(plainMarks, tracedMarks);
+    }
+  }
+}
+
 }  // namespace

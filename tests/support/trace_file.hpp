@@ -83,10 +83,12 @@ inline std::vector<std::string> apiLines(const std::vector<std::string> &lines) 
   return out;
 }
 
-// Sets the process trace words for a test and puts the old ones back.
+// Sets the process trace words for a test and puts the old ones back. Common
+// services come up first: setting up moves the trace words from the anchor's
+// fallback copy to the shared ones, which a guard made earlier would miss.
 class TraceWordsGuard {
  public:
-  TraceWordsGuard() : words_(xihProcess()->Trace), saved_(copy(words_)) {}
+  TraceWordsGuard() : words_(upAndTraceWords()), saved_(copy(words_)) {}
   ~TraceWordsGuard() { set(saved_.Enabled, saved_.Level, saved_.Options, saved_.Override); }
   void set(int32_t enabled, int32_t level, uint32_t options, int32_t override) {
     words_->Enabled = enabled;
@@ -96,6 +98,10 @@ class TraceWordsGuard {
   }
 
  private:
+  static xihTRACEWORDS *upAndTraceWords() {
+    xcsInitialize(48, 1030, 0, 0, 0);
+    return xihProcess()->Trace;
+  }
   static xihTRACEWORDS copy(const xihTRACEWORDS *w) {
     xihTRACEWORDS c;
     c.Enabled = w->Enabled;
