@@ -222,8 +222,7 @@ void QueueManager::endTurn() {
 }
 
 void QueueManager::send(Conn &c, uint8_t op, Writer &w) {
-  jxqp::Bytes f = jxqp::frame(op, w);
-  c.out.insert(c.out.end(), f.begin(), f.end());
+  jxqp::appendFrame(c.out, op, w);
   touch(c);
 }
 

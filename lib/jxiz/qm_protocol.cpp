@@ -30,7 +30,9 @@ void Writer::u16(uint16_t v) {
 }
 
 void Writer::u32(uint32_t v) {
-  for (int i = 0; i < 4; ++i) buf_.push_back(static_cast<uint8_t>(v >> (8 * i)));
+  const uint8_t b[4] = {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8),
+                        static_cast<uint8_t>(v >> 16), static_cast<uint8_t>(v >> 24)};
+  buf_.insert(buf_.end(), b, b + 4);
 }
 
 void Writer::fixed(const void *p, size_t n) {
@@ -154,18 +156,20 @@ void Reader::md(JXMD &m) {
   m.OriginalLength = i32();
 }
 
-Bytes frame(uint8_t op, Writer &w) {
+void appendFrame(Bytes &out, uint8_t op, Writer &w) {
   Bytes &payload = w.bytes();
-  Bytes out;
-  out.reserve(kHeaderSize + payload.size());
-  out.insert(out.end(), kMagic, kMagic + 4);
-  out.push_back(kProtocolVersion);
-  out.push_back(op);
-  out.push_back(0);
-  out.push_back(0);
   uint32_t n = static_cast<uint32_t>(payload.size());
-  for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(n >> (8 * i)));
+  uint8_t header[kHeaderSize] = {0, 0, 0, 0, kProtocolVersion, op, 0, 0};
+  std::memcpy(header, kMagic, 4);
+  for (int i = 0; i < 4; ++i) header[8 + i] = static_cast<uint8_t>(n >> (8 * i));
+  out.insert(out.end(), header, header + kHeaderSize);
   out.insert(out.end(), payload.begin(), payload.end());
+}
+
+Bytes frame(uint8_t op, Writer &w) {
+  Bytes out;
+  out.reserve(kHeaderSize + w.bytes().size());
+  appendFrame(out, op, w);
   return out;
 }
 

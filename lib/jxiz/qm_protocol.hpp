@@ -100,6 +100,8 @@ class Reader {
 
 // Builds a whole frame: header plus the payload of `w`.
 Bytes frame(uint8_t op, Writer &w);
+// Appends the same frame to `out`, such as the replies waiting on a connection.
+void appendFrame(Bytes &out, uint8_t op, Writer &w);
 
 // ---- decoded requests (server side) ----
 
