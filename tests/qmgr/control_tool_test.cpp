@@ -74,7 +74,11 @@ TEST_F(ControlTool, RefusesBadArguments) {
   auto r = jxqm({"users", qm});
   EXPECT_EQ(r.out, "bob connect\n");
   EXPECT_EQ(jxqm({"start", qm, "--listen", "not-an-address"}).status, 1);
+  EXPECT_EQ(jxqm({"start", qm, "--poll-us", "lots"}).status, 1) << "the server refuses it";
+  EXPECT_EQ(jxqm({"start", qm, "--poll-us"}).status, 2) << "no value";
   EXPECT_EQ(jxqm({"status", qm}).status, 3) << "a failed start leaves it stopped";
+  ASSERT_EQ(jxqm({"start", qm, "--poll-us", "0"}).status, 0);
+  EXPECT_EQ(jxqm({"stop", qm}).status, 0);
   EXPECT_EQ(jxqm({"delete", qm}).status, 0);
 }
 

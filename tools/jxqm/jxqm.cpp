@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -36,7 +37,7 @@ constexpr int kExitNotRunning = 3;
 const char *kUsage =
     "usage: jxqm COMMAND NAME [ARGS]\n"
     "  create NAME                       create a queue manager\n"
-    "  start NAME [--listen HOST:PORT] [--hello-timeout SECONDS]\n"
+    "  start NAME [--listen HOST:PORT] [--hello-timeout SECONDS] [--poll-us MICROSECONDS]\n"
     "                                    start it (TCP only with --listen)\n"
     "  stop NAME                         stop it cleanly\n"
     "  status NAME                       exit 0 running, 3 stopped\n"
@@ -83,15 +84,17 @@ bool parseInt(const char *s, int32_t lo, int32_t hi, int32_t &out) {
   return true;
 }
 
+// Options of start that go to the server as they are; it checks their values.
+const char *const kServerOptions[] = {"--listen", "--hello-timeout", "--poll-us"};
+
 int cmdStart(const std::string &name, const std::vector<std::string> &args) {
-  std::string listen, helloTimeout;
+  std::vector<std::string> passOn;
   for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--listen" && i + 1 < args.size())
-      listen = args[++i];
-    else if (args[i] == "--hello-timeout" && i + 1 < args.size())
-      helloTimeout = args[++i];
-    else
-      return usage();
+    const bool known = std::find(std::begin(kServerOptions), std::end(kServerOptions), args[i]) !=
+                       std::end(kServerOptions);
+    if (!known || i + 1 >= args.size()) return usage();
+    passOn.push_back(args[i]);
+    passOn.push_back(args[++i]);
   }
   std::string dir = jxqp::qmgrDir(name);
   long pid = 0;
@@ -120,14 +123,7 @@ int cmdStart(const std::string &name, const std::vector<std::string> &args) {
     if (logFd > 3) close(logFd);
     std::string fd = std::to_string(ready[1]);
     std::vector<const char *> argv = {prog.c_str(), name.c_str(), "--ready-fd", fd.c_str()};
-    if (!listen.empty()) {
-      argv.push_back("--listen");
-      argv.push_back(listen.c_str());
-    }
-    if (!helloTimeout.empty()) {
-      argv.push_back("--hello-timeout");
-      argv.push_back(helloTimeout.c_str());
-    }
+    for (const std::string &a : passOn) argv.push_back(a.c_str());
     argv.push_back(nullptr);
     execv(prog.c_str(), const_cast<char *const *>(argv.data()));
     _exit(127);
