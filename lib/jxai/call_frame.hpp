@@ -134,6 +134,54 @@ class BasicFrame {
 using Frame = BasicFrame<false>;
 using LeafFrame = BasicFrame<true>;
 
+// Leaf frames of one function run back to back, with no other marks in
+// between (a writer's loop over list values): the history index and stack
+// depth stay in registers from one frame to the next, so no frame waits for
+// the stores of the one before.
+class LeafFrameRun {
+ public:
+  explicit LeafFrameRun(uint16_t function)
+      : thread_(xihCurrentThread), id_(XCS_FUNC_ID(kComponent, function)) {
+    if (thread_) {
+      index_ = thread_->HistoryIndex;
+      depth_ = thread_->StackDepth;
+    }
+  }
+  LeafFrameRun(const LeafFrameRun &) = delete;
+  LeafFrameRun &operator=(const LeafFrameRun &) = delete;
+
+  // Runs `body` inside one frame whose result is `result`.
+  template <typename Body>
+  void frame(int32_t result, Body body) {
+    if (!thread_) return body();
+    checkRun();
+    const uint32_t mark = entryMark(id_);
+    xihRecordHistoryAt(thread_, index_, mark);
+    xihPushStackAt(thread_, depth_, mark);
+    if (thread_->TraceActive) xtr_FNC_entry(thread_);
+    body();
+    thread_->StackDepth = depth_;
+    xihRecordHistoryAt(thread_, index_ + 1, exitMark(result, id_));
+    if (thread_->TraceActive) xtr_FNC_retcode(thread_, result);
+    index_ += 2;
+  }
+
+ private:
+  void checkRun() const {
+#if defined(JXAI_CHECK_LEAF_FRAMES)
+    if (thread_->HistoryIndex != index_ || thread_->StackDepth != depth_) {
+      fprintf(stderr, "leaf frame run of function %u met other marks\n", id_ & 0x3FFu);
+      abort();
+    }
+#endif
+  }
+
+  xihTHREADANCHOR *thread_;
+  uint32_t id_;
+  uint32_t index_ = 0;
+  uint32_t depth_ = 0;
+};
+
 // Lines of an API trace block, all attributed to one zaiJX<Op>.
 class ApiTrace {
  public:

@@ -13,6 +13,7 @@ using jxai::Frame;
 using jxai::itemAt;
 using jxai::kComponent;
 using jxai::LeafFrame;
+using jxai::LeafFrameRun;
 using jxai::setFailure;
 using namespace jxai::pcf;
 
@@ -266,13 +267,12 @@ inline __attribute__((always_inline)) void writeSingle(zaiPROPERTY *item, zaiPCF
 // it would clear are already 0. Returns the first position it did not take.
 __attribute__((noinline)) int32_t writeIntegerSingles(void *const *places, int32_t i, int32_t count,
                                                       zaiPCFBUFCTL *area) {
-  const int32_t noReason = JXRC_NONE;
   WriteRun run(area);
+  LeafFrameRun frames(kFn_zaiWriteSinglePCFParm);
   for (; i < count; ++i) {
     const zaiPROPERTY *item = static_cast<const zaiPROPERTY *>(places[i]);
     if (item->Type != JXITEM_INTEGER || item->Selector < 0) break;
-    LeafFrame frame(kFn_zaiWriteSinglePCFParm, &noReason);
-    run.putIntegerParameter(item->Selector, item->Value.Integer);
+    frames.frame(JXRC_NONE, [&] { run.putIntegerParameter(item->Selector, item->Value.Integer); });
   }
   run.flush();
   return i;
@@ -370,17 +370,17 @@ inline __attribute__((always_inline)) void writeListValue(zaiPROPERTY *item, Wri
 __attribute__((noinline)) int32_t writeIntegerRun(void *const *places, int32_t j, int32_t count,
                                                   int32_t listSelector, uint8_t *written,
                                                   int32_t marks, WriteRun &run) {
-  const int32_t noReason = JXRC_NONE;
+  // A copy whose address nothing else knows stays in registers.
+  WriteRun local = run;
+  LeafFrameRun frames(kFn_zaiWritePCFListValue);
   for (; j < count; ++j) {
     const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[j]);
     if (other->Selector != listSelector || other->Type != JXITEM_INTEGER) break;
     if (j < marks && written[j]) continue;
-    {
-      LeafFrame frame(kFn_zaiWritePCFListValue, &noReason);
-      run.putInteger(other->Value.Integer);
-    }
+    frames.frame(JXRC_NONE, [&] { local.putInteger(other->Value.Integer); });
     if (j < marks) written[j] = 1;
   }
+  run = local;
   return j;
 }
 
