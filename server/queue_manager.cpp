@@ -50,6 +50,16 @@ void writeEmptyMd(Writer &w) {
 
 const char kBlank48[48] = {};
 
+// The reply body of a get that failed: no descriptor, no message.
+void writeFailedGet(Writer &w, int32_t reason) {
+  w.i32(JXCC_FAILED);
+  w.i32(reason);
+  w.i32(0);
+  writeEmptyMd(w);
+  w.fixed(kBlank48, 48);
+  w.blob(nullptr, 0);
+}
+
 struct IntAttr {
   int32_t selector;
   bool settable;
@@ -506,12 +516,7 @@ void QueueManager::deleteQueue(const QueuePtr &q) {
     if (!w || !w->pendingGet) continue;
     unblock(*w);
     Writer out;
-    out.i32(JXCC_FAILED);
-    out.i32(JXRC_Q_DELETED);
-    out.i32(0);
-    writeEmptyMd(out);
-    out.fixed(kBlank48, 48);
-    out.blob(nullptr, 0);
+    writeFailedGet(out, JXRC_Q_DELETED);
     reply(*w, replyOp(Op::Get), out);
   }
   q->waiters.clear();
@@ -650,12 +655,7 @@ void QueueManager::removeMessage(Queue &q, std::map<uint64_t, Message>::iterator
 
 bool QueueManager::tryGet(Conn &c, const GetArgs &a, Writer &w) {
   auto fail = [&](int32_t rc) {
-    w.i32(JXCC_FAILED);
-    w.i32(rc);
-    w.i32(0);
-    writeEmptyMd(w);
-    w.fixed(kBlank48, 48);
-    w.blob(nullptr, 0);
+    writeFailedGet(w, rc);
     return true;
   };
   auto h = c.handles.find(a.hobj);
@@ -746,12 +746,7 @@ void QueueManager::doGet(Conn &c, const Request &r) {
   else if ((r.options & JXGMO_SYNCPOINT) && c.uowPuts.size() + c.uowGets.size() >= kMaxUowOps)
     rc = JXRC_SYNCPOINT_LIMIT_REACHED;
   if (rc) {
-    w.i32(JXCC_FAILED);
-    w.i32(rc);
-    w.i32(0);
-    writeEmptyMd(w);
-    w.fixed(kBlank48, 48);
-    w.blob(nullptr, 0);
+    writeFailedGet(w, rc);
     return reply(c, replyOp(Op::Get), w);
   }
   if (tryGet(c, a, w)) return reply(c, replyOp(Op::Get), w);
@@ -795,12 +790,7 @@ int64_t QueueManager::expireWaits(int64_t now) {
     if (h != c.handles.end()) h->second.q->waiters.remove(c.id);
     unblock(c);
     Writer w;
-    w.i32(JXCC_FAILED);
-    w.i32(JXRC_NO_MSG_AVAILABLE);
-    w.i32(0);
-    writeEmptyMd(w);
-    w.fixed(kBlank48, 48);
-    w.blob(nullptr, 0);
+    writeFailedGet(w, JXRC_NO_MSG_AVAILABLE);
     reply(c, replyOp(Op::Get), w);
   }
   return timedWaits_.empty() ? -1 : timedWaits_.begin()->first;

@@ -18,6 +18,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "tracing_off.hpp"
+
 namespace {
 
 struct Record {  // the item record's shape: six 32-bit fields
@@ -27,15 +29,6 @@ struct Record {  // the item record's shape: six 32-bit fields
 static_assert(sizeof(Record) == 24);
 
 constexpr int32_t kFirstSelector = 1;
-
-void tracingOff() {
-  xcsInitialize(48, 1030, 0, 0, 0);
-  xihTRACEWORDS *w = xihProcess()->Trace;
-  w->Enabled = 0;
-  w->Level = XTR_LEVEL_UNSET;
-  w->Options = 0;
-  w->Override = 0;
-}
 
 JXHBAG makeBag(int32_t n) {
   JXHBAG h;

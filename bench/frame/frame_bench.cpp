@@ -6,6 +6,7 @@
 #include <jx/jxcs.h>
 
 #include "call_frame.hpp"
+#include "tracing_off.hpp"
 
 namespace {
 
@@ -26,15 +27,6 @@ __attribute__((noinline)) int32_t emptyInternalFrame() {
   jxai::Frame f(kFn_zaiPadString, &rc);
   f.parms("length:%d", 0);
   return rc;
-}
-
-void tracingOff() {
-  xcsInitialize(48, 1030, 0, 0, 0);
-  xihTRACEWORDS *w = xihProcess()->Trace;
-  w->Enabled = 0;
-  w->Level = XTR_LEVEL_UNSET;
-  w->Options = 0;
-  w->Override = 0;
 }
 
 void BM_PlainCall(benchmark::State &state) {

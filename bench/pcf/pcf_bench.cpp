@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "tracing_off.hpp"
+
 namespace {
 
 enum Shape { kIntegers, kStrings, kLists };
@@ -23,15 +25,6 @@ struct Item {
   int32_t value;
   std::string text;
 };
-
-void tracingOff() {
-  xcsInitialize(48, 1030, 0, 0, 0);
-  xihTRACEWORDS *w = xihProcess()->Trace;
-  w->Enabled = 0;
-  w->Level = XTR_LEVEL_UNSET;
-  w->Options = 0;
-  w->Override = 0;
-}
 
 std::vector<Item> makeItems(Shape shape, int32_t n) {
   std::vector<Item> items;

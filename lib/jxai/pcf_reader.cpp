@@ -40,82 +40,87 @@ int32_t fixedLength(int32_t type) {
   }
 }
 
-// The four structure readers: called directly by the walk, exported below.
-void readInt(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
-  Frame frame(kFn_zaiReadPCFIntParm, rc);
+// The frame every structure reader shares: outputs cleared, the structure
+// checked by `valid`, the identifier checked, the items added by `add`, and
+// the structure's first bytes traced when anything failed.
+template <typename Valid, typename Add>
+void readStructure(uint16_t function, uint32_t traceBytes, int32_t itemType, const void *parm,
+                   zaiBAG *bag, PJXLONG cc, PJXLONG rc, Valid valid, Add add) {
+  Frame frame(function, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
   const int32_t identifier = get32(parm, kParmParameter);
-  if (get32(parm, kParmType) != JXPCF_TYPE_INTEGER ||
-      get32(parm, kParmStrucLength) != JXPCF_INTEGER_LENGTH) {
+  if (!valid()) {
     setFailure(cc, rc, JXRC_BAD_PCF);
   } else {
-    checkIdentifier(bag, identifier, JXITEM_INTEGER, cc, rc);
-    if (ok(cc)) zaiAddInteger(bag, identifier, get32(parm, kIntValue), cc, rc);
+    checkIdentifier(bag, identifier, itemType, cc, rc);
+    if (ok(cc)) add(identifier);
   }
-  if (!ok(cc)) traceData(kFn_zaiReadPCFIntParm, nullptr, parm, kIntTraceBytes);
+  if (!ok(cc)) traceData(function, nullptr, parm, traceBytes);
+}
+
+// The four structure readers: called directly by the walk, exported below.
+void readInt(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
+  readStructure(
+      kFn_zaiReadPCFIntParm, kIntTraceBytes, JXITEM_INTEGER, parm, bag, cc, rc,
+      [&] {
+        return get32(parm, kParmType) == JXPCF_TYPE_INTEGER &&
+               get32(parm, kParmStrucLength) == JXPCF_INTEGER_LENGTH;
+      },
+      [&](int32_t identifier) { zaiAddInteger(bag, identifier, get32(parm, kIntValue), cc, rc); });
 }
 
 void readString(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
-  Frame frame(kFn_zaiReadPCFStringParm, rc);
-  *cc = JXCC_OK;
-  *rc = JXRC_NONE;
   const int32_t length = get32(parm, kParmStrucLength);
-  const int32_t identifier = get32(parm, kParmParameter);
   const int32_t stringLength = get32(parm, kStrLength);
-  if (get32(parm, kParmType) != JXPCF_TYPE_STRING || length % 4 != 0 || stringLength < 0 ||
-      length < int64_t{stringLength} + JXPCF_STRING_FIXED) {
-    setFailure(cc, rc, JXRC_BAD_PCF);
-  } else {
-    checkIdentifier(bag, identifier, JXITEM_STRING, cc, rc);
-    if (ok(cc)) {
-      zaiAddString(bag, identifier, stringLength, static_cast<const char *>(parm) + kStrBytes,
-                   get32(parm, kStrCCSID), cc, rc);
-    }
-  }
-  if (!ok(cc)) traceData(kFn_zaiReadPCFStringParm, nullptr, parm, kStrTraceBytes);
+  readStructure(
+      kFn_zaiReadPCFStringParm, kStrTraceBytes, JXITEM_STRING, parm, bag, cc, rc,
+      [&] {
+        return get32(parm, kParmType) == JXPCF_TYPE_STRING && length % 4 == 0 &&
+               stringLength >= 0 && length >= int64_t{stringLength} + JXPCF_STRING_FIXED;
+      },
+      [&](int32_t identifier) {
+        zaiAddString(bag, identifier, stringLength, static_cast<const char *>(parm) + kStrBytes,
+                     get32(parm, kStrCCSID), cc, rc);
+      });
 }
 
 void readIntList(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
-  Frame frame(kFn_zaiReadPCFIntListParm, rc);
-  *cc = JXCC_OK;
-  *rc = JXRC_NONE;
   const int32_t length = get32(parm, kParmStrucLength);
-  const int32_t identifier = get32(parm, kParmParameter);
   const int32_t count = get32(parm, kIntListCount);
-  if (get32(parm, kParmType) != JXPCF_TYPE_INTEGER_LIST || length % 4 != 0 || count < 0 ||
-      length < JXPCF_INTEGER_LIST_FIXED + int64_t{kIntListValueSize} * count) {
-    setFailure(cc, rc, JXRC_BAD_PCF);
-  } else {
-    checkIdentifier(bag, identifier, JXITEM_INTEGER, cc, rc);
-    for (int32_t k = 0; k < count && ok(cc); ++k) {
-      zaiAddInteger(bag, identifier, get32(parm, kIntListValues + kIntListValueSize * k), cc, rc);
-    }
-  }
-  if (!ok(cc)) traceData(kFn_zaiReadPCFIntListParm, nullptr, parm, kIntListTraceBytes);
+  readStructure(
+      kFn_zaiReadPCFIntListParm, kIntListTraceBytes, JXITEM_INTEGER, parm, bag, cc, rc,
+      [&] {
+        return get32(parm, kParmType) == JXPCF_TYPE_INTEGER_LIST && length % 4 == 0 && count >= 0 &&
+               length >= JXPCF_INTEGER_LIST_FIXED + int64_t{kIntListValueSize} * count;
+      },
+      [&](int32_t identifier) {
+        for (int32_t k = 0; k < count && ok(cc); ++k) {
+          zaiAddInteger(bag, identifier, get32(parm, kIntListValues + kIntListValueSize * k), cc,
+                        rc);
+        }
+      });
 }
 
 void readStringList(const void *parm, zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
-  Frame frame(kFn_zaiReadPCFStringListParm, rc);
-  *cc = JXCC_OK;
-  *rc = JXRC_NONE;
   const int32_t length = get32(parm, kParmStrucLength);
-  const int32_t identifier = get32(parm, kParmParameter);
   const int32_t count = get32(parm, kStrListCount);
   const int32_t stringLength = get32(parm, kStrListLength);
-  if (get32(parm, kParmType) != JXPCF_TYPE_STRING_LIST || length % 4 != 0 || count < 0 ||
-      stringLength < 0 || length < JXPCF_STRING_LIST_FIXED + int64_t{count} * stringLength) {
-    setFailure(cc, rc, JXRC_BAD_PCF);
-  } else {
-    checkIdentifier(bag, identifier, JXITEM_STRING, cc, rc);
-    const char *strings = static_cast<const char *>(parm) + kStrListStrings;
-    const int32_t ccsid = get32(parm, kStrListCCSID);
-    for (int32_t k = 0; k < count && ok(cc); ++k) {
-      zaiAddString(bag, identifier, stringLength, strings + static_cast<size_t>(k) * stringLength,
-                   ccsid, cc, rc);
-    }
-  }
-  if (!ok(cc)) traceData(kFn_zaiReadPCFStringListParm, nullptr, parm, kStrListTraceBytes);
+  readStructure(
+      kFn_zaiReadPCFStringListParm, kStrListTraceBytes, JXITEM_STRING, parm, bag, cc, rc,
+      [&] {
+        return get32(parm, kParmType) == JXPCF_TYPE_STRING_LIST && length % 4 == 0 && count >= 0 &&
+               stringLength >= 0 &&
+               length >= JXPCF_STRING_LIST_FIXED + int64_t{count} * stringLength;
+      },
+      [&](int32_t identifier) {
+        const char *strings = static_cast<const char *>(parm) + kStrListStrings;
+        const int32_t ccsid = get32(parm, kStrListCCSID);
+        for (int32_t k = 0; k < count && ok(cc); ++k) {
+          zaiAddString(bag, identifier, stringLength,
+                       strings + static_cast<size_t>(k) * stringLength, ccsid, cc, rc);
+        }
+      });
 }
 
 }  // namespace

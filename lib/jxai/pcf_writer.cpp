@@ -38,10 +38,17 @@ inline void traceArea(bool trace, uint16_t function, const zaiPCFBUFCTL *area) {
 // Where a structure of `size` bytes goes: the place at the running length, or
 // null when it does not fit. The running length grows either way; it stops
 // at the largest length a message can report.
+inline char *reserveAt(char *buffer, int64_t bufferLength, int64_t &running, int64_t size) {
+  const int64_t end = running + size;
+  char *at = end <= bufferLength ? buffer + running : nullptr;
+  running = std::min<int64_t>(end, INT32_MAX);
+  return at;
+}
+
 char *reserve(zaiPCFBUFCTL *area, int64_t size) {
-  const int64_t end = int64_t{area->RunningLength} + size;
-  char *at = end <= area->BufferLength ? area->Buffer + area->RunningLength : nullptr;
-  area->RunningLength = static_cast<int32_t>(std::min<int64_t>(end, INT32_MAX));
+  int64_t running = area->RunningLength;
+  char *at = reserveAt(area->Buffer, area->BufferLength, running, size);
+  area->RunningLength = static_cast<int32_t>(running);
   return at;
 }
 
@@ -202,12 +209,7 @@ class WriteRun {
         running_(area->RunningLength) {}
   zaiPCFBUFCTL *area() const { return area_; }
   // As reserve(), on the running length kept here.
-  char *reserve(int32_t size) {
-    const int64_t end = running_ + size;
-    char *at = end <= bufferLength_ ? buffer_ + running_ : nullptr;
-    running_ = std::min<int64_t>(end, INT32_MAX);
-    return at;
-  }
+  char *reserve(int32_t size) { return reserveAt(buffer_, bufferLength_, running_, size); }
   // An integer parameter structure.
   void putIntegerParameter(int32_t selector, int32_t value) {
     char *at = reserve(JXPCF_INTEGER_LENGTH);
