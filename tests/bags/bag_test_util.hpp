@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bag.hpp"
+#include "trace_file.hpp"
 #include "zuzt_funcs_ids.hpp"
 
 struct Outcome {
@@ -44,14 +45,6 @@ inline uint32_t exitMark(uint16_t fn, int32_t result = 0) {
   return (static_cast<uint32_t>(result) << 16) + XCS_FUNC_ID(XCS_COMP_ADMIN, fn);
 }
 
-// The marks the calling thread's history gained since `start`.
-inline std::vector<uint32_t> marksSince(uint32_t start) {
-  const xihTHREADANCHOR *t = xihThreadAddress();
-  std::vector<uint32_t> out;
-  for (uint32_t i = start; i != t->HistoryIndex; ++i)
-    out.push_back(t->History[i % XIH_HISTORY_SIZE]);
-  return out;
-}
 inline uint32_t historyNow() {
   xcsInitialize(48, 1030, 0, 0, 0);
   return xihThreadAddress()->HistoryIndex;

@@ -67,15 +67,6 @@ constexpr uint32_t exitOf(uint16_t fn, int32_t reason) {
   return (static_cast<uint32_t>(reason) << 16) + id(fn);
 }
 
-// Marks the calling thread's history gained since `start`.
-std::vector<uint32_t> marksSince(uint32_t start) {
-  xihTHREADANCHOR *t = xihThreadAddress();
-  std::vector<uint32_t> out;
-  for (uint32_t i = start; i != t->HistoryIndex; ++i)
-    out.push_back(t->History[i % XIH_HISTORY_SIZE]);
-  return out;
-}
-
 void pad(const char *s, int32_t len, char *buf, int32_t *cc, int32_t *rc) {
   jxPad(s, len, buf, cc, rc);
 }

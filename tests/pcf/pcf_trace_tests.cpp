@@ -148,11 +148,7 @@ TEST_F(PcfTrace, TracingChangesNeitherTheMessageNorTheMarks) {
   const auto writeWithMarks = [&](const Bag &bag, int32_t length) {
     const uint32_t from = thread->HistoryIndex;
     Written w = write(bag, 0, length);
-    std::vector<uint32_t> marks;
-    for (uint32_t i = from; i != thread->HistoryIndex; ++i) {
-      marks.push_back(thread->History[i % XIH_HISTORY_SIZE]);
-    }
-    return std::make_pair(w, marks);
+    return std::make_pair(w, marksSince(from));
   };
   for (int32_t options : {0, JXBAG_LIST_FORM, JXBAG_ADMIN}) {
     Bag bag(options);

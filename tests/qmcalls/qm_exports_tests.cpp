@@ -19,14 +19,6 @@ constexpr uint32_t id(uint32_t fn) {
   return 32u * 1024u + fn;
 }
 
-std::vector<uint32_t> marksSince(uint32_t start) {
-  xihTHREADANCHOR *t = xihThreadAddress();
-  std::vector<uint32_t> out;
-  for (uint32_t i = start; i != t->HistoryIndex; ++i)
-    out.push_back(t->History[i % XIH_HISTORY_SIZE]);
-  return out;
-}
-
 class QmExports : public ::testing::Test {
  protected:
   void SetUp() override { xcsInitialize(48, 1030, 0, 0, 0); }

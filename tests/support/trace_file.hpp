@@ -10,6 +10,15 @@
 #include <string>
 #include <vector>
 
+// The marks the calling thread's history gained since `start`.
+inline std::vector<uint32_t> marksSince(uint32_t start) {
+  const xihTHREADANCHOR *t = xihThreadAddress();
+  std::vector<uint32_t> out;
+  for (uint32_t i = start; i != t->HistoryIndex; ++i)
+    out.push_back(t->History[i % XIH_HISTORY_SIZE]);
+  return out;
+}
+
 inline std::vector<std::string> traceTexts() {
   std::vector<std::string> out;
   xtrFlush();
