@@ -13,6 +13,9 @@ namespace {
 constexpr int32_t kFirstLinkCapacity = ZAI_INITIAL_ITEMS;
 constexpr uint32_t kFirstTableSize = 32;
 constexpr int32_t kFirstDenseCapacity = 32;
+// The array starts at the first system selector, so that the system items of
+// every bag need no table.
+constexpr int32_t kDenseBase = JXSYS_FIRST;
 constexpr int64_t kDenseSlotsPerItem = 4;
 constexpr int32_t kFirstSystemCapacity = 16;
 constexpr uint32_t kHashMultiplier = 0x9E3779B9u;  // Fibonacci hashing
@@ -37,18 +40,21 @@ void freeStorage(void *block) {
   xcsFreeMem(kComponent, block);
 }
 
-bool isDense(const BagIndex &ix, int32_t selector) {
-  return static_cast<uint32_t>(selector) < static_cast<uint32_t>(ix.denseCapacity);
+// The array slot of a selector; selectors below the base wrap to slots far
+// beyond any capacity.
+uint32_t denseSlot(int32_t selector) {
+  return static_cast<uint32_t>(selector) - static_cast<uint32_t>(kDenseBase);
 }
 
-// System selectors keep their place modulo the table size, at the top of the
-// table. Every other selector is spread by Fibonacci hashing: selectors the
-// array does not cover are often runs (2001, 2002, ...), and runs placed side
-// by side would make one long cluster that every removal walks to its end.
+bool isDense(const BagIndex &ix, int32_t selector) {
+  return denseSlot(selector) < static_cast<uint32_t>(ix.denseCapacity);
+}
+
+// Selectors the array does not cover are often runs (2001, 2002, ...), and
+// runs placed side by side would make one long cluster that every removal
+// walks to its end: Fibonacci hashing spreads them.
 uint32_t home(const BagIndex &ix, int32_t selector) {
-  const uint32_t u = static_cast<uint32_t>(selector);
-  if (selector < 0 && (selector >> ix.tableBits) == -1) return u & ix.tableMask;
-  return (u * kHashMultiplier) >> (32 - ix.tableBits);
+  return (static_cast<uint32_t>(selector) * kHashMultiplier) >> (32 - ix.tableBits);
 }
 
 // The table slot holding the selector's entry, or the free slot ending its
@@ -67,7 +73,7 @@ uint32_t probe(const BagIndex &ix, int32_t selector) {
 
 Occurrences *lookup(const BagIndex &ix, int32_t selector) {
   if (isDense(ix, selector)) {
-    Occurrences &o = ix.dense[selector];
+    Occurrences &o = ix.dense[denseSlot(selector)];
     return o.count != 0 ? &o : nullptr;
   }
   if (!ix.table) return nullptr;
@@ -77,7 +83,7 @@ Occurrences *lookup(const BagIndex &ix, int32_t selector) {
 
 // Takes the place of an absent selector; the caller sets the count.
 Occurrences *insertNew(BagIndex &ix, int32_t selector) {
-  if (isDense(ix, selector)) return &ix.dense[selector];
+  if (isDense(ix, selector)) return &ix.dense[denseSlot(selector)];
   SelectorEntry &e = ix.table[probe(ix, selector)];
   ix.tableUsed++;
   e.selector = selector;
@@ -143,7 +149,7 @@ bool growTable(BagIndex &ix) {
 // of slots per item.
 int64_t denseCapacityFor(int32_t selector) {
   int64_t capacity = kFirstDenseCapacity;
-  while (capacity <= selector) capacity *= 2;
+  while (capacity <= denseSlot(selector)) capacity *= 2;
   return capacity;
 }
 
@@ -153,7 +159,7 @@ int64_t denseCapacityFor(int32_t selector) {
 bool growDense(BagIndex &ix, int64_t capacity) {
   auto *dense = getZeroedStorage<Occurrences>(static_cast<size_t>(capacity));
   if (!dense) return false;
-  const auto covered = [&](int32_t s) { return s >= 0 && s < capacity; };
+  const auto covered = [&](int32_t s) { return denseSlot(s) < capacity; };
   int32_t moving = 0;
   if (ix.table) {
     for (uint32_t i = 0; i <= ix.tableMask; ++i) {
@@ -168,7 +174,7 @@ bool growDense(BagIndex &ix, int64_t capacity) {
     }
     for (uint32_t i = 0; i <= ix.tableMask; ++i) {
       const SelectorEntry &e = ix.table[i];
-      if (e.occ.count != 0 && covered(e.selector)) dense[e.selector] = e.occ;
+      if (e.occ.count != 0 && covered(e.selector)) dense[denseSlot(e.selector)] = e.occ;
     }
     freeStorage(ix.table);
   }
@@ -187,7 +193,7 @@ bool growDense(BagIndex &ix, int64_t capacity) {
 // else in the table.
 bool reservePlace(BagIndex &ix, int32_t itemCount, int32_t selector) {
   if (isDense(ix, selector)) return true;
-  if (selector >= 0) {
+  if (selector >= kDenseBase) {
     const int64_t capacity = denseCapacityFor(selector);
     if (capacity <= kFirstDenseCapacity ||
         capacity <= kDenseSlotsPerItem * (int64_t{itemCount} + 1)) {
@@ -249,7 +255,8 @@ bool indexReserve(BagIndex &ix, int32_t itemCount, int32_t selector) {
     return false;
   }
   // The first item (a system item of a new bag) brings the array for the
-  // first user selectors, as the vector comes with its first places.
+  // system and the first user selectors, as the vector comes with its first
+  // places.
   if (!ix.dense && !growDense(ix, kFirstDenseCapacity)) return false;
   if (!lookup(ix, selector) && !reservePlace(ix, itemCount, selector)) return false;
   if (selector < 0 && ix.systemCount == ix.systemCapacity &&

@@ -14,15 +14,16 @@
 //   occurrence's previous is the last). Offsets rather than positions, so a
 //   removal at k changes only the links that cross k and costs O(n - k), like
 //   the vector's own move; removing the last item is O(1).
-// - for the selectors from 0 up to a power of two, an array indexed by the
-//   selector: its occurrence count and first position. It covers a new
-//   selector when at most four slots per item result, so bags of close
-//   selectors (the usual case) need no hashing at all, and a bag of a few
-//   far-apart selectors does not get a large array.
+// - for the selectors from the first system selector up, an array indexed by
+//   the selector: its occurrence count and first position. Its first 32
+//   slots come with a bag's system items. It covers a new selector when at
+//   most four slots per item result, so bags of close selectors (the usual
+//   case) need no hashing at all, and a bag of a few far-apart selectors does
+//   not get a large array.
 // - for every other selector, an open-addressing table selector -> (count,
 //   first position), linear probing with backward-shift deletion, at most 3/4
-//   full. System selectors keep their own slots at the top; the others are
-//   spread by Fibonacci hashing, so runs of selectors do not form clusters.
+//   full, spread by Fibonacci hashing so that runs of selectors do not form
+//   clusters. Most bags never need it.
 // - the sorted positions of the items with negative selectors, from which
 //   the n-th system item, the n-th user item and both counts follow.
 // The index never records the entry and exit marks: the functions that use
