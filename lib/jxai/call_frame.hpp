@@ -145,6 +145,7 @@ class LeafFrameRun {
     if (thread_) {
       index_ = thread_->HistoryIndex;
       depth_ = thread_->StackDepth;
+      traceActive_ = thread_->TraceActive;
     }
   }
   LeafFrameRun(const LeafFrameRun &) = delete;
@@ -158,18 +159,19 @@ class LeafFrameRun {
     const uint32_t mark = entryMark(id_);
     xihRecordHistoryAt(thread_, index_, mark);
     xihPushStackAt(thread_, depth_, mark);
-    if (thread_->TraceActive) xtr_FNC_entry(thread_);
+    if (traceActive_) xtr_FNC_entry(thread_);
     body();
     thread_->StackDepth = depth_;
     xihRecordHistoryAt(thread_, index_ + 1, exitMark(result, id_));
-    if (thread_->TraceActive) xtr_FNC_retcode(thread_, result);
+    if (traceActive_) xtr_FNC_retcode(thread_, result);
     index_ += 2;
   }
 
  private:
   void checkRun() const {
 #if defined(JXAI_CHECK_LEAF_FRAMES)
-    if (thread_->HistoryIndex != index_ || thread_->StackDepth != depth_) {
+    if (thread_->HistoryIndex != index_ || thread_->StackDepth != depth_ ||
+        (thread_->TraceActive != 0) != traceActive_) {
       fprintf(stderr, "leaf frame run of function %u met other marks\n", id_ & 0x3FFu);
       abort();
     }
@@ -180,6 +182,9 @@ class LeafFrameRun {
   uint32_t id_;
   uint32_t index_ = 0;
   uint32_t depth_ = 0;
+  // Only the thread's own API entry switches its tracing, never a frame of
+  // the run: read once.
+  bool traceActive_ = false;
 };
 
 // Lines of an API trace block, all attributed to one zaiJX<Op>.

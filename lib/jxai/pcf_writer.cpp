@@ -262,18 +262,24 @@ inline __attribute__((always_inline)) void writeSingle(zaiPROPERTY *item, zaiPCF
   traceArea(trace, kFn_zaiWriteSinglePCFParm, area);
 }
 
+// A user item that writeIntegerSingles takes.
+inline bool takesIntegerSingle(const void *place) {
+  const zaiPROPERTY *item = static_cast<const zaiPROPERTY *>(place);
+  return item->Type == JXITEM_INTEGER && item->Selector >= 0;
+}
+
 // Writes the integer items from position i on as single parameters, while
 // tracing is off and nothing is grouped: the common case, kept in a small
 // function so that its state stays in registers. Each parameter is written
 // as writeSingle writes it, with its frame; the completion code and reason
 // it would clear are already 0. Returns the first position it did not take.
+
 __attribute__((noinline)) int32_t writeIntegerSingles(void *const *places, int32_t i, int32_t count,
                                                       zaiPCFBUFCTL *area) {
   WriteRun run(area);
   LeafFrameRun frames(kFn_zaiWriteSinglePCFParm);
-  for (; i < count; ++i) {
+  for (; i < count && takesIntegerSingle(places[i]); ++i) {
     const zaiPROPERTY *item = static_cast<const zaiPROPERTY *>(places[i]);
-    if (item->Type != JXITEM_INTEGER || item->Selector < 0) break;
     frames.frame(JXRC_NONE, [&] { run.putIntegerParameter(item->Selector, item->Value.Integer); });
   }
   run.flush();
@@ -375,12 +381,23 @@ __attribute__((noinline)) int32_t writeIntegerRun(void *const *places, int32_t j
   // A copy whose address nothing else knows stays in registers.
   WriteRun local = run;
   LeafFrameRun frames(kFn_zaiWritePCFListValue);
-  for (; j < count; ++j) {
-    const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[j]);
-    if (other->Selector != listSelector || other->Type != JXITEM_INTEGER) break;
-    if (j < marks && written[j]) continue;
+  const auto takes = [&](int32_t at) {
+    const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[at]);
+    return other->Selector == listSelector && other->Type == JXITEM_INTEGER;
+  };
+  const auto put = [&](int32_t at) {
+    const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[at]);
     frames.frame(JXRC_NONE, [&] { local.putInteger(other->Value.Integer); });
-    if (j < marks) written[j] = 1;
+  };
+  // Items with a mark are written once; a larger bag's area has a mark for
+  // every item, so the second loop is for small bags only.
+  for (const int32_t end = std::min(count, marks); j < end && takes(j); ++j) {
+    if (written[j]) continue;
+    put(j);
+    written[j] = 1;
+  }
+  if (j >= marks) {
+    for (; j < count && takes(j); ++j) put(j);
   }
   run = local;
   return j;
@@ -561,7 +578,7 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
   const uint8_t *const written = area->Written;
   const bool integerSingles = !trace && !grouped;
   for (int32_t i = 0; i < count && ok(cc); ++i) {
-    if (integerSingles) {
+    if (integerSingles && takesIntegerSingle(places[i])) {
       i = writeIntegerSingles(places, i, count, area);
       if (i == count) break;
     }
