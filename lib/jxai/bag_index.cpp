@@ -148,9 +148,9 @@ bool growTable(BagIndex &ix) {
 // Whether the array may grow to cover this selector: at most a fixed number
 // of slots per item.
 int64_t denseCapacityFor(int32_t selector) {
-  int64_t capacity = kFirstDenseCapacity;
-  while (capacity <= denseSlot(selector)) capacity *= 2;
-  return capacity;
+  const uint32_t slot = denseSlot(selector);
+  if (slot < static_cast<uint32_t>(kFirstDenseCapacity)) return kFirstDenseCapacity;
+  return int64_t{2} << (31 - __builtin_clz(slot));  // the power of two above slot
 }
 
 // Grows the array to cover the selector and moves the table entries it now
@@ -317,6 +317,8 @@ void indexRemove(BagIndex &ix, const zaiVECTOR *items, int32_t selector, int32_t
   }
   memmove(ix.links + k, ix.links + k + 1, static_cast<size_t>(oldCount - k - 1) * sizeof(ItemLink));
 
+  // Most removals come after every system item: nothing there to move.
+  if (selector >= 0 && (ix.systemCount == 0 || ix.system[ix.systemCount - 1] < k)) return;
   int32_t i = systemFrom(ix, k);
   if (selector < 0) {
     memmove(ix.system + i, ix.system + i + 1,
