@@ -8,6 +8,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -103,10 +104,24 @@ bool sendAll(int fd, const uint8_t *p, size_t n) {
   return true;
 }
 
+// Waits in poll, not in a blocking receive: each time the queue manager
+// reads a request, the socket layer wakes whoever sleeps on this socket to
+// say there is room to send again, and a receive sleeping there would be
+// woken for nothing, once per call. poll sleeps only for input.
+ssize_t recvSome(int fd, uint8_t *p, size_t n) {
+  for (;;) {
+    ssize_t r = recv(fd, p, n, MSG_DONTWAIT);
+    if (r >= 0) return r;
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
+    pollfd pfd{fd, POLLIN, 0};
+    if (poll(&pfd, 1, -1) < 0 && errno != EINTR) return -1;
+  }
+}
+
 bool recvAll(int fd, uint8_t *p, size_t n) {
   while (n) {
-    ssize_t r = recv(fd, p, n, 0);
-    if (r < 0 && errno == EINTR) continue;
+    ssize_t r = recvSome(fd, p, n);
     if (r <= 0) return false;
     p += r;
     n -= static_cast<size_t>(r);
@@ -118,9 +133,7 @@ bool readReply(Connection &c, uint8_t *out, size_t n) {
   while (n) {
     if (c.rpos == c.rlen) {
       if (n >= sizeof c.rbuf) return recvAll(c.fd, out, n);
-      ssize_t r;
-      do r = recv(c.fd, c.rbuf, sizeof c.rbuf, 0);
-      while (r < 0 && errno == EINTR);
+      ssize_t r = recvSome(c.fd, c.rbuf, sizeof c.rbuf);
       if (r <= 0) return false;
       c.rpos = 0;
       c.rlen = static_cast<size_t>(r);
