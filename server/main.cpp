@@ -35,6 +35,7 @@
 #include <iostream>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "qm_paths.hpp"
 #include "qmgr_files.hpp"
@@ -262,7 +263,7 @@ class Server {
     int64_t next = qm_.expireWaits(now);
     int64_t hello = expireHellos(now);
     if (hello >= 0 && (next < 0 || hello < next)) next = hello;
-    if (qm_.commitPending()) lastGroup_ = qm_.touched().size();
+    if (qm_.commitPending()) lastGroup_ = qm_.touched();
     qm_.endTurn();
     // Replies queued from here on (a drop below can answer another
     // connection's get) belong to the next turn's commit.
@@ -294,18 +295,29 @@ class Server {
     }
   }
 
-  // Durable work shares one commit per turn. When the last commit answered
-  // several connections, their next requests come back within tens of
-  // microseconds of each other, and committing at the first would split
-  // the group: a turn holding durable work waits, polling, until as many
-  // connections have spoken or kGatherLimit has passed. A lone client never
-  // waits.
+  // Durable work shares one commit per turn. The connections the last
+  // commit answered send their next requests within tens of microseconds of
+  // each other, and committing at the first would split the group. Waiting
+  // only until as many connections as last time have spoken does not mend a
+  // split once made: the half that arrived during the commit fills the count
+  // at once, and two halves go on committing in turns, each paying a flush
+  // for half the puts. So a turn holding durable work waits, polling, until
+  // every connection of the last group that is still open has spoken or is
+  // blocked in a get, or kGatherLimit has passed. A lone client never waits,
+  // nor does a commit after one that answered a single connection.
   void gather() {
-    if (!qm_.commitPending() || lastGroup_ < 2) return;
+    if (!qm_.commitPending() || lastGroup_.size() < 2) return;
+    size_t pos = 0;
+    auto outstanding = [&] {
+      for (; pos < lastGroup_.size(); ++pos) {
+        Conn *c = qm_.conn(lastGroup_[pos]);
+        if (c && !c->touched && !c->pendingGet && !c->dead && !c->closeAfterWrite) return true;
+      }
+      return false;
+    };
     auto until = std::chrono::steady_clock::now() + kGatherLimit;
     epoll_event events[kMaxEvents];
-    while (!stopping_ && qm_.touched().size() < lastGroup_ &&
-           std::chrono::steady_clock::now() < until) {
+    while (!stopping_ && outstanding() && std::chrono::steady_clock::now() < until) {
       int n = epoll_wait(ep_, events, kMaxEvents, 0);
       if (n > 0) {
         handleEvents(events, n);
@@ -336,7 +348,7 @@ class Server {
   QueueManager &qm_;
   int ep_, localFd_, tcpFd_;
   bool stopping_ = false;
-  size_t lastGroup_ = 0;  // connections answered by the last commit
+  std::vector<uint32_t> lastGroup_;  // connections answered by the last commit
   size_t maxConns_;
   int64_t helloTimeoutMs_;
   std::unordered_map<uint32_t, int> fds_;
