@@ -1,0 +1,208 @@
+// Persistent puts of concurrent clients share commits: a put still returns
+// only once its message is committed, and the members of a group that die
+// take nothing of the others' with them. Also: a client waiting for a reply
+// is not disturbed by signals.
+#include <fcntl.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <map>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "qm_harness.hpp"
+
+using namespace qmtest;
+
+namespace {
+
+std::string dbPath(const QueueManagerProcess &qm) {
+  return std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm.name() + "/qm.db";
+}
+
+// Each client checks, as soon as its put returns, that another reader of
+// the database already sees the message: a reply sent before its group's
+// commit would be seen returning while the row is not yet there.
+TEST(GroupCommit, APutReturnsOnlyOnceItsMessageIsCommitted) {
+  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr";
+  QueueManagerProcess qm({"PQ --maxdepth 100000"});
+  constexpr int kClients = 8, kPuts = 150;
+  std::atomic<int> unseen{0}, failed{0};
+  std::vector<std::thread> clients;
+  for (int c = 0; c < kClients; ++c)
+    clients.emplace_back([&, c] {
+      sqlite3 *db = nullptr;
+      sqlite3_stmt *s = nullptr;
+      if (sqlite3_open_v2(dbPath(qm).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK ||
+          sqlite3_prepare_v2(db, "SELECT count(*) FROM messages WHERE data = ?1", -1, &s,
+                             nullptr) != SQLITE_OK) {
+        ++failed;
+        sqlite3_close(db);
+        return;
+      }
+      int32_t h = connect(qm.name());
+      int32_t q = openQueue(h, "PQ", JXOO_OUTPUT);
+      for (int n = 0; n < kPuts; ++n) {
+        std::string text = "client " + std::to_string(c) + " put " + std::to_string(n);
+        if (put(h, q, text, nullptr, JXPMO_NO_SYNCPOINT, JXPER_PERSISTENT) != JXRC_NONE) {
+          ++failed;
+          break;
+        }
+        sqlite3_reset(s);
+        sqlite3_bind_blob(s, 1, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+        if (sqlite3_step(s) != SQLITE_ROW || sqlite3_column_int(s, 0) != 1) ++unseen;
+      }
+      disconnect(h);
+      sqlite3_finalize(s);
+      sqlite3_close(db);
+    });
+  for (auto &t : clients) t.join();
+  EXPECT_EQ(failed.load(), 0);
+  EXPECT_EQ(unseen.load(), 0) << "puts returned before their commit";
+}
+
+// Puts persistent messages "<client> <n>" until the queue manager goes
+// away, writing the text of each acknowledged one to `fd`.
+[[noreturn]] void producer(const std::string &qmgr, int client, int fd) {
+  char name[48] = {};
+  setName(name, qmgr);
+  int32_t h, cc, rc;
+  zstJXCONN(name, &h, &cc, &rc, 0);
+  if (cc) _exit(1);
+  int32_t q = openQueue(h, "PQ", JXOO_OUTPUT);
+  for (int n = 0;; ++n) {
+    std::string text = std::to_string(client) + " " + std::to_string(n);
+    if (put(h, q, text, nullptr, JXPMO_NO_SYNCPOINT, JXPER_PERSISTENT) != JXRC_NONE) _exit(0);
+    text += "\n";
+    if (write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) _exit(2);
+  }
+}
+
+// Reads what the producers acknowledged for about `ms` milliseconds.
+void collect(int fd, std::string &acked, int ms) {
+  char buf[4096];
+  auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+  while (std::chrono::steady_clock::now() < until) {
+    ssize_t n = read(fd, buf, sizeof buf);
+    if (n > 0)
+      acked.append(buf, static_cast<size_t>(n));
+    else
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+std::map<int, int> countByClient(const std::string &acked) {
+  std::map<int, int> counts;
+  std::istringstream lines(acked);
+  for (std::string line; std::getline(lines, line);) ++counts[std::atoi(line.c_str())];
+  return counts;
+}
+
+// Half the clients are killed while their puts share commits with the
+// others'. The rest go on being served, and after a crash of the queue
+// manager every acknowledged message of every client is there once.
+TEST(GroupCommit, ClientsDyingInAGroupCostTheOthersNothing) {
+  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr";
+  QueueManagerProcess qm({"PQ --maxdepth 1000000"});
+  constexpr int kClients = 6, kKilled = 3;
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  std::vector<pid_t> children;
+  for (int c = 0; c < kClients; ++c) {
+    pid_t p = fork();
+    if (p == 0) {
+      close(fds[0]);
+      producer(qm.name(), c, fds[1]);
+    }
+    children.push_back(p);
+  }
+  close(fds[1]);
+  fcntl(fds[0], F_SETFL, O_NONBLOCK);
+  std::string acked;
+  collect(fds[0], acked, 300);
+  for (int c = 0; c < kKilled; ++c) {
+    kill(children[static_cast<size_t>(c)], SIGKILL);
+    waitpid(children[static_cast<size_t>(c)], nullptr, 0);
+  }
+  collect(fds[0], acked, 20);
+  std::map<int, int> atKill = countByClient(acked);
+  collect(fds[0], acked, 300);
+  qm.kill9();
+  fcntl(fds[0], F_SETFL, 0);
+  char buf[4096];
+  for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;)
+    acked.append(buf, static_cast<size_t>(n));
+  close(fds[0]);
+  for (int c = kKilled; c < kClients; ++c) {
+    int status = 0;
+    waitpid(children[static_cast<size_t>(c)], &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  std::map<int, int> atEnd = countByClient(acked);
+  for (int c = kKilled; c < kClients; ++c)
+    EXPECT_GT(atEnd[c], atKill[c]) << "client " << c << " was not served after the others died";
+
+  ASSERT_TRUE(qm.start());
+  int32_t h = connect(qm.name());
+  int32_t q = openQueue(h, "PQ", JXOO_INPUT_SHARED);
+  std::map<std::string, int> seen;
+  for (;;) {
+    Got g = get(h, q);
+    if (g.rc == JXRC_NO_MSG_AVAILABLE) break;
+    ASSERT_EQ(g.rc, JXRC_NONE);
+    ++seen[g.data];
+  }
+  disconnect(h);
+  std::set<std::string> ackedSet;
+  std::istringstream lines(acked);
+  for (std::string line; std::getline(lines, line);) ackedSet.insert(line);
+  ASSERT_GT(ackedSet.size(), 20u) << "too little load to mean anything";
+  for (const auto &m : ackedSet) EXPECT_EQ(seen.count(m), 1u) << "lost: " << m;
+  size_t unacknowledged = 0;
+  for (const auto &[m, count] : seen) {
+    EXPECT_EQ(count, 1) << "duplicated: " << m;
+    if (!ackedSet.count(m)) ++unacknowledged;
+  }
+  // Only a put in flight when its client or the queue manager died may be
+  // there without its acknowledgement.
+  EXPECT_LE(unacknowledged, static_cast<size_t>(kClients));
+}
+
+void onAlarm(int) {}
+
+// A client sleeps until its reply arrives; a signal that interrupts that
+// sleep must not be taken for a broken connection, in a long get-wait or
+// in a reply larger than one receive.
+TEST(GroupCommit, SignalsDoNotBreakAWaitingCall) {
+  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr";
+  QueueManagerProcess qm({"Q1"});
+  int32_t h = connect(qm.name());
+  int32_t q = openQueue(h, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  struct sigaction sa {
+  }, old{};
+  sa.sa_handler = onAlarm;  // no SA_RESTART: every interrupted call sees EINTR
+  sigaction(SIGALRM, &sa, &old);
+  itimerval every{{0, 500}, {0, 500}}, off{};
+  setitimer(ITIMER_REAL, &every, nullptr);
+  Got waited = get(h, q, JXGMO_WAIT | JXGMO_NO_SYNCPOINT, 200);
+  std::string big(300000, 'b');
+  for (size_t i = 0; i < big.size(); i += 7) big[i] = static_cast<char>('a' + i % 26);
+  int32_t putRc = put(h, q, big, nullptr, JXPMO_NO_SYNCPOINT, JXPER_PERSISTENT);
+  Got got = get(h, q, JXGMO_NO_SYNCPOINT, 0, static_cast<int32_t>(big.size()));
+  setitimer(ITIMER_REAL, &off, nullptr);
+  sigaction(SIGALRM, &old, nullptr);
+  EXPECT_EQ(waited.rc, JXRC_NO_MSG_AVAILABLE);
+  EXPECT_EQ(putRc, JXRC_NONE);
+  EXPECT_EQ(got.rc, JXRC_NONE);
+  EXPECT_TRUE(got.data == big) << "the large reply came back altered";
+  disconnect(h);
+}
+
+}  // namespace
