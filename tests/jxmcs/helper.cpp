@@ -1,13 +1,12 @@
 // Child program for the common-services tests: things that need a process of
 // their own (environment at start, a real fault, a process that jxtrace
-// changes while it runs, a save/restore loop to count system calls).
+// changes while it runs).
 //   words             print the trace words taken from JX_TRACE
 //   wait              print "ready <pid>", wait up to 20 s for tracing to be
 //                     switched on from outside, print the words, trace a line
 //   fault-default     fault in a protected region under the default action
 //   fault-own         the same with the program's own SIGSEGV handler
 //   fault-outside     a fault outside any region, own handler
-//   saveloop N        N save/restore pairs
 #include <jx/jxcs.h>
 #include <signal.h>
 #include <stdio.h>
@@ -99,15 +98,5 @@ int main(int argc, char **argv) {
   if (strcmp(mode, "fault-default") == 0) fault(false, true);
   if (strcmp(mode, "fault-own") == 0) fault(true, true);
   if (strcmp(mode, "fault-outside") == 0) fault(true, false);
-  if (strcmp(mode, "saveloop") == 0 && argc > 2) {
-    xcsInitialize(48, 1030, 0, 0, 0);
-    long n = atol(argv[2]);
-    for (long i = 0; i < n; i++) {
-      int32_t saved = 0;
-      xehSaveSigActionsF(&saved);
-      if (saved) xehRestoreSigActionsF();
-    }
-    return 0;
-  }
   return 2;
 }

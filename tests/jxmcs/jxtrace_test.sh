@@ -39,14 +39,19 @@ expect 2 "unexpected argument 'verbose' for on" -- "$JXTRACE" on verbose
 expect 2 "unexpected argument 'api' for off" -- "$JXTRACE" off api
 expect 0 "jxtrace on" -- "$JXTRACE" --help
 
+# Starts a helper that waits for its trace to be switched on from outside.
 out_file=$JX_DATA_PATH/helper.out
-"$HELPER" wait >"$out_file" &
-helper_pid=$!
-for _ in $(seq 100); do
-  grep -q "^ready" "$out_file" 2>/dev/null && break
-  sleep 0.1
-done
-grep -q "^ready $helper_pid" "$out_file" || fail "helper did not start"
+start_helper() {
+  "$HELPER" wait >"$out_file" &
+  helper_pid=$!
+  for _ in $(seq 100); do
+    grep -q "^ready" "$out_file" 2>/dev/null && break
+    sleep 0.1
+  done
+  grep -q "^ready $helper_pid" "$out_file" || fail "helper did not start"
+}
+
+start_helper
 
 expect 0 "$helper_pid +[0-9]+ +0 +-1 +0x00000000 +0 +jxmcs_helper" -- "$JXTRACE" status
 expect 1 "process 999999 has no trace slot" -- "$JXTRACE" on -p 999999 api
@@ -69,12 +74,7 @@ grep -q " | helper done$" "$JX_DATA_PATH/trace/jxmcs_helper.$dead_pid.trc" ||
 expect 1 "no trace file for process 999999" -- "$JXTRACE" show -p 999999
 
 # off, and on for every process at once.
-"$HELPER" wait >"$out_file" &
-helper_pid=$!
-for _ in $(seq 100); do
-  grep -q "^ready" "$out_file" 2>/dev/null && break
-  sleep 0.1
-done
+start_helper
 expect 0 "trace off for process $helper_pid" -- "$JXTRACE" off
 expect 0 "trace on for process $helper_pid" -- "$JXTRACE" on all --level 5
 wait "$helper_pid"

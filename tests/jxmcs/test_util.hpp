@@ -2,16 +2,17 @@
 // trace lines.
 #pragma once
 
-#include <dirent.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <jx/jxcs.h>
-#include <signal.h>
+#include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -19,9 +20,8 @@
 namespace jxtest {
 
 inline std::string readFile(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
   std::stringstream ss;
-  ss << in.rdbuf();
+  ss << std::ifstream(path, std::ios::binary).rdbuf();
   return ss.str();
 }
 
@@ -32,31 +32,18 @@ inline std::vector<std::string> splitLines(const std::string &text) {
   return lines;
 }
 
-inline std::vector<std::string> listDir(const std::string &dir) {
-  std::vector<std::string> names;
-  if (DIR *d = opendir(dir.c_str())) {
-    while (dirent *e = readdir(d))
-      if (e->d_name[0] != '.') names.push_back(e->d_name);
-    closedir(d);
-  }
-  return names;
-}
-
-inline size_t pageSize() {
-  return (size_t)sysconf(_SC_PAGESIZE);
-}
+inline const size_t kPage = (size_t)sysconf(_SC_PAGESIZE);
 
 // The start of `pages` unmapped pages that stay unmapped while the test
 // runs: a hole left by munmap may be filled by the next small mapping of any
 // thread, but the kernel places mappings top-down and never reaches these
 // low addresses.
 inline char *unmappedPages(size_t pages) {
-  const size_t page = pageSize();
   unsigned char vec;
-  for (uintptr_t a = 0x100000; a < 0x10000000; a += page) {
+  for (uintptr_t a = 0x100000; a < 0x10000000; a += kPage) {
     bool free = true;
     for (size_t i = 0; i < pages && free; i++)
-      free = mincore(reinterpret_cast<void *>(a + i * page), page, &vec) != 0 && errno == ENOMEM;
+      free = mincore(reinterpret_cast<void *>(a + i * kPage), kPage, &vec) != 0 && errno == ENOMEM;
     if (free) return reinterpret_cast<char *>(a);
   }
   return nullptr;
@@ -67,18 +54,23 @@ struct EdgePage {
   char *page = nullptr;
   EdgePage() {
     char *at = unmappedPages(2);
-    void *p = mmap(at, pageSize(), PROT_READ | PROT_WRITE,
-                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
-    if (p == at) page = at;
+    if (mmap(at, kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE,
+             -1, 0) == at)
+      page = at;
   }
   ~EdgePage() {
-    if (page) munmap(page, pageSize());
+    if (page) munmap(page, kPage);
   }
-  char *gone() const { return page + pageSize(); }
+  char *gone() const { return page + kPage; }
 };
 
 inline std::string errorsDir() {
   return std::string(xcsDataRoot()) + "/errors";
+}
+
+inline size_t recordCount() {
+  std::error_code ec;
+  return (size_t)std::distance(std::filesystem::directory_iterator(errorsDir(), ec), {});
 }
 
 struct ChildResult {
@@ -89,38 +81,26 @@ struct ChildResult {
   bool killedBy(int sig) const { return WIFSIGNALED(status) && WTERMSIG(status) == sig; }
 };
 
-// Runs the helper program with extra environment entries ("NAME=value";
-// "NAME=" without a value removes NAME) and collects its standard output.
-inline ChildResult runHelper(const std::vector<std::string> &args,
-                             const std::vector<std::string> &env = {}) {
-  std::vector<std::string> envStrings;
-  for (char **e = environ; *e; e++) {
-    std::string entry = *e;
-    bool replaced = false;
-    for (const auto &x : env)
-      if (entry.compare(0, x.find('=') + 1, x, 0, x.find('=') + 1) == 0) replaced = true;
-    if (!replaced) envStrings.push_back(entry);
-  }
-  for (const auto &x : env)
-    if (x.back() != '=') envStrings.push_back(x);
-  std::vector<char *> envp, argv;
-  for (auto &s : envStrings) envp.push_back(s.data());
-  envp.push_back(nullptr);
-  std::string program = JXMCS_HELPER_PATH;
-  argv.push_back(program.data());
-  std::vector<std::string> argCopy = args;
-  for (auto &a : argCopy) argv.push_back(a.data());
-  argv.push_back(nullptr);
-
+// Runs the helper program with changed environment entries ("NAME=value";
+// "NAME=" removes NAME) and collects its standard output.
+inline ChildResult runHelper(const std::string &mode, const std::vector<std::string> &env = {}) {
   ChildResult r;
   int fds[2];
   if (pipe(fds) != 0) return r;
   r.pid = fork();
   if (r.pid == 0) {
+    for (const auto &x : env) {
+      const std::string name = x.substr(0, x.find('='));
+      if (x.back() == '=') {
+        unsetenv(name.c_str());
+      } else {
+        setenv(name.c_str(), x.c_str() + name.size() + 1, 1);
+      }
+    }
     dup2(fds[1], 1);
     close(fds[0]);
     close(fds[1]);
-    execve(program.c_str(), argv.data(), envp.data());
+    execl(JXMCS_HELPER_PATH, JXMCS_HELPER_PATH, mode.c_str(), (char *)nullptr);
     _exit(127);
   }
   close(fds[1]);
@@ -131,33 +111,24 @@ inline ChildResult runHelper(const std::vector<std::string> &args,
   return r;
 }
 
-// A trace line split into its function name and its text.
+// A trace line split into its prefix fields and its text; well formed when
+// the prefix is a clock, a thread id and a function name.
 struct TraceLine {
-  std::string function;
-  std::string text;
-  std::string tid;
+  std::string tid, function, text;
   bool wellFormed = false;
 };
 
 inline TraceLine parseTraceLine(const std::string &line) {
-  TraceLine t;
-  size_t sep = line.find(XTR_TEXT_SEPARATOR);
-  if (sep == std::string::npos) return t;
-  t.text = line.substr(sep + 3);
-  std::istringstream prefix(line.substr(0, sep));
-  std::string clock;
-  prefix >> clock >> t.tid >> t.function;
-  std::string rest;
-  prefix >> rest;
-  t.wellFormed = clock.size() == 15 && clock[2] == ':' && clock[5] == ':' && clock[8] == '.' &&
-                 !t.tid.empty() && !t.function.empty() && rest.empty();
-  return t;
+  static const std::regex shape("\\d\\d:\\d\\d:\\d\\d\\.\\d{6} +(\\S+) +(\\S+) \\| (.*)");
+  std::smatch m;
+  if (!std::regex_match(line, m, shape)) return {};
+  return {m[1], m[2], m[3], true};
 }
 
 // The trace lines written after a mark (the file's size when taken).
 class TraceWindow {
  public:
-  TraceWindow() : start_(size()) {}
+  TraceWindow() : start_(xtrTraceFile()[0] ? readFile(xtrTraceFile()).size() : 0) {}
   std::vector<TraceLine> lines() const {
     std::string all = readFile(xtrTraceFile());
     std::vector<TraceLine> out;
@@ -165,17 +136,8 @@ class TraceWindow {
       out.push_back(parseTraceLine(l));
     return out;
   }
-  std::vector<std::string> texts() const {
-    std::vector<std::string> out;
-    for (const auto &l : lines()) out.push_back(l.text);
-    return out;
-  }
 
  private:
-  static size_t size() {
-    const char *path = xtrTraceFile();
-    return path[0] ? readFile(path).size() : 0;
-  }
   size_t start_;
 };
 
