@@ -54,19 +54,14 @@ TEST(AllocFailure, AddsGrowingTheVectorAndTheIndex) {
   // and 80 items, the index's table at 24 and 48 selectors.
   for (int32_t i = 0; i < 80; ++i) {
     failures += failUntilSuccess(bag, [&] {
-      Outcome o;
-      if (i % 3 == 1)
-        jxAddString(h, 100 + i, 2, "ab", &o.cc, &o.rc);
-      else
-        jxAddInteger(h, 100 + i, i, &o.cc, &o.rc);
-      return o;
+      return i % 3 == 1 ? call(jxAddString, h, 100 + i, 2, "ab")
+                        : call(jxAddInteger, h, 100 + i, i);
     });
   }
   EXPECT_GE(failures, 6) << "every growth step met failures";
   EXPECT_EQ(zaiCountItems(bag, 0, JXSEL_USER), 80);
   int32_t v = 0;
-  Outcome o;
-  jxInquireInteger(h, 178, -1, &v, &o.cc, &o.rc);
+  call(jxInquireInteger, h, 178, -1, &v);
   EXPECT_EQ(v, 78);
   dropBag(bag);
 }
@@ -74,22 +69,16 @@ TEST(AllocFailure, AddsGrowingTheVectorAndTheIndex) {
 TEST(AllocFailure, AddsMovingSelectorsFromTheTableToTheArray) {
   zaiBAG *bag = newBag(0);
   const JXHBAG h = jxai::handleOf(bag);
-  Outcome o;
-  jxAddInteger(h, 1000, 1, &o.cc, &o.rc);
-  jxAddInteger(h, 300, 2, &o.cc, &o.rc);
+  call(jxAddInteger, h, 1000, 1);
+  call(jxAddInteger, h, 300, 2);
   int failures = 0;
-  for (int32_t i = 1; i <= 260; ++i) {
-    failures += failUntilSuccess(bag, [&] {
-      Outcome r;
-      jxAddInteger(h, i, i, &r.cc, &r.rc);
-      return r;
-    });
-  }
+  for (int32_t i = 1; i <= 260; ++i)
+    failures += failUntilSuccess(bag, [&] { return call(jxAddInteger, h, i, i); });
   EXPECT_GE(failures, 4) << "the array's growth steps met failures";
   int32_t v = 0;
-  jxInquireInteger(h, 1000, JXIDX_ONLY, &v, &o.cc, &o.rc);
+  call(jxInquireInteger, h, 1000, JXIDX_ONLY, &v);
   EXPECT_EQ(v, 1);
-  jxInquireInteger(h, 300, JXIDX_ONLY, &v, &o.cc, &o.rc);
+  call(jxInquireInteger, h, 300, JXIDX_ONLY, &v);
   EXPECT_EQ(v, 2);
   EXPECT_EQ(zaiCountItems(bag, 0, JXSEL_USER), 262);
   dropBag(bag);
@@ -97,39 +86,20 @@ TEST(AllocFailure, AddsMovingSelectorsFromTheTableToTheArray) {
 
 TEST(AllocFailure, AddBagLeavesTheNestedBagToItsCaller) {
   zaiBAG *bag = newBag(0);
-  Outcome o;
-  for (int32_t i = 0; i < 32; ++i) zaiAddInteger(bag, i, i, &o.cc, &o.rc);
-  zaiBAG *nested = newBag(0);
-  const int failures = failUntilSuccess(bag, [&] {
-    Outcome r;
-    zaiAddBag(bag, 4001, jxai::handleOf(nested), &r.cc, &r.rc);
-    return r;
-  });
-  EXPECT_GE(failures, 1);
+  for (int32_t i = 0; i < 32; ++i) call(zaiAddInteger, bag, i, i);
+  const JXHBAG nested = jxai::handleOf(newBag(0));
+  EXPECT_GE(failUntilSuccess(bag, [&] { return call(zaiAddBag, bag, 4001, nested); }), 1);
   dropBag(bag);  // takes the nested bag with it
 }
 
 TEST(AllocFailure, SetAllAndClear) {
   zaiBAG *bag = newBag(0);
   const JXHBAG h = jxai::handleOf(bag);
-  Outcome o;
-  for (int32_t i = 0; i < 39; ++i) jxAddInteger(h, 1, i, &o.cc, &o.rc);
-  jxAddInteger(h, 2, 0, &o.cc, &o.rc);
+  for (int32_t i = 0; i < 39; ++i) call(jxAddInteger, h, 1, i);
+  call(jxAddInteger, h, 2, 0);
   // Index -2 removes before it adds: nothing left to grow, nothing fails.
-  EXPECT_EQ(failUntilSuccess(bag,
-                             [&] {
-                               Outcome r;
-                               jxSetInteger(h, 1, JXIDX_ALL, 7, &r.cc, &r.rc);
-                               return r;
-                             }),
-            0);
-  EXPECT_EQ(failUntilSuccess(bag,
-                             [&] {
-                               Outcome r;
-                               jxClearBag(h, &r.cc, &r.rc);
-                               return r;
-                             }),
-            0);
+  EXPECT_EQ(failUntilSuccess(bag, [&] { return call(jxSetInteger, h, 1, JXIDX_ALL, 7); }), 0);
+  EXPECT_EQ(failUntilSuccess(bag, [&] { return call(jxClearBag, h); }), 0);
   EXPECT_EQ(zaiCountItems(bag, 0, JXSEL_ANY), 8);
   dropBag(bag);
 }
@@ -138,16 +108,15 @@ TEST(AllocFailure, CreateBagReportsEveryFailureAndFinallySucceeds) {
   for (int n = 1;; ++n) {
     const int64_t blocks = xcsBlocksInUse();
     JXHBAG h = JXHB_NONE;
-    Outcome o;
     LEAKS_ACCEPTED_BEGIN();
     xcsSetAllocFailure(n, -1);
-    jxCreateBag(JXBAG_ADMIN, &h, &o.cc, &o.rc);
+    const Outcome o = call(jxCreateBag, JXBAG_ADMIN, &h);
     xcsSetAllocFailure(0, -1);
     LEAKS_ACCEPTED_END();
     if (o == kOk) {
       EXPECT_EQ(n, 7) << "the block, the vector's data and control block, and the index's "
                          "links, array and system positions failed";
-      jxDeleteBag(&h, &o.cc, &o.rc);
+      call(jxDeleteBag, &h);
       EXPECT_EQ(xcsBlocksInUse(), blocks);
       break;
     }

@@ -24,6 +24,13 @@ inline const Outcome kOk{JXCC_OK, JXRC_NONE};
 inline Outcome failed(int32_t rc) {
   return {JXCC_FAILED, rc};
 }
+// Runs a call that ends with a completion code and a reason.
+template <typename F, typename... A>
+Outcome call(F f, A... args) {
+  Outcome o;
+  f(args..., &o.cc, &o.rc);
+  return o;
+}
 
 // A bag created by the worker, so any option (system bags included) works.
 inline zaiBAG *newBag(int32_t options) {

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <fstream>
+#include <functional>
 #include <string>
 
 #include "bag_test_util.hpp"
@@ -12,15 +13,46 @@
 
 namespace {
 
+using Lines = std::vector<std::string>;
+
 std::string ptr(const void *p) {
   char buf[32];
   snprintf(buf, sizeof buf, "%p", p);
   return buf;
 }
-std::string dump32(int32_t v) {
-  return dumpOf(&v, sizeof v);
+
+// Pieces of the expected API blocks.
+Lines operator+(Lines a, const Lines &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
 }
-using Lines = std::vector<std::string>;
+Lines heading(const std::string &title) {
+  return {"__________", title};
+}
+Lines value(const std::string &label, int32_t v) {
+  return {label + ":", dumpOf(&v, sizeof v)};
+}
+Lines parms(const char *kind, std::initializer_list<const char *> labels) {
+  Lines out;
+  for (const char *label : labels) {
+    char line[64];
+    snprintf(line, sizeof line, "%-14s: %s Parm", label, kind);
+    out.push_back(line);
+  }
+  return out;
+}
+Lines outputs(std::initializer_list<const char *> labels) {
+  return parms("Output", labels);
+}
+Lines inputs(std::initializer_list<const char *> labels) {
+  return parms("Input ", labels);
+}
+Lines result(int32_t cc, int32_t rc) {
+  return value("Compcode", cc) + value("Reason", rc);
+}
+Lines tail(const Lines &lines, size_t n) {
+  return Lines(lines.end() - static_cast<long>(std::min(n, lines.size())), lines.end());
+}
 
 // Trace switched on for the test, with this thread traced.
 class TraceOn : public ::testing::Test {
@@ -29,8 +61,12 @@ class TraceOn : public ::testing::Test {
     xcsInitialize(48, 1030, 0, 0, 0);
     thread = xihThreadAddress();
     savedActive = thread->TraceActive;
+    ASSERT_EQ(call(jxCreateBag, 0, &h), kOk);
   }
-  void TearDown() override { thread->TraceActive = savedActive; }
+  void TearDown() override {
+    thread->TraceActive = savedActive;
+    if (h != JXHB_DELETED) call(jxDeleteBag, &h);
+  }
   // Switches the words and this thread's trace, and marks where the new
   // lines start.
   void set(int32_t enabled, int32_t level, uint32_t options, int32_t active = 1) {
@@ -38,6 +74,7 @@ class TraceOn : public ::testing::Test {
     thread->TraceActive = active;
     mark = traceTexts().size();
   }
+  void api() { set(0, 0, XTR_OPT_API, 0); }
   Lines fresh() const { return since(traceTexts(), mark); }
   Lines freshApi() const { return apiLines(fresh()); }
 
@@ -45,200 +82,116 @@ class TraceOn : public ::testing::Test {
   xihTHREADANCHOR *thread = nullptr;
   int32_t savedActive = 0;
   size_t mark = 0;
+  JXHBAG h = JXHB_NONE;
 };
 
 using ApiBlocks = TraceOn;
 using BagContents = TraceOn;
 
 TEST_F(ApiBlocks, CreateAndDeleteBag) {
-  set(0, 0, XTR_OPT_API, 0);
-  JXHBAG h = JXHB_NONE;
-  Outcome o;
-  jxCreateBag(JXBAG_LIST_FORM, &h, &o.cc, &o.rc);
-  const Lines create = {"__________",
-                        "jxCreateBag >>",
-                        "Options:",
-                        dump32(JXBAG_LIST_FORM),
-                        "Bag           : Output Parm",
-                        "Compcode      : Output Parm",
-                        "Reason        : Output Parm",
-                        "__________",
-                        "jxCreateBag <<",
-                        "Options       : Input  Parm",
-                        "Bag:",
-                        dump32(h),
-                        "Compcode:",
-                        dump32(0),
-                        "Reason:",
-                        dump32(0)};
-  EXPECT_EQ(freshApi(), create);
-
-  set(0, 0, XTR_OPT_API, 0);
-  const JXHBAG old = h;
-  jxDeleteBag(&h, &o.cc, &o.rc);
-  const Lines del = {"__________",
-                     "jxDeleteBag >>",
-                     "Bag:",
-                     dump32(old),
-                     "Compcode      : Output Parm",
-                     "Reason        : Output Parm",
-                     "__________",
-                     "jxDeleteBag <<",
-                     "Bag:",
-                     dump32(JXHB_DELETED),
-                     "Compcode:",
-                     dump32(0),
-                     "Reason:",
-                     dump32(0)};
-  EXPECT_EQ(freshApi(), del);
+  api();
+  JXHBAG b = JXHB_NONE;
+  call(jxCreateBag, JXBAG_LIST_FORM, &b);
+  EXPECT_EQ(freshApi(), heading("jxCreateBag >>") + value("Options", JXBAG_LIST_FORM) +
+                            outputs({"Bag", "Compcode", "Reason"}) + heading("jxCreateBag <<") +
+                            inputs({"Options"}) + value("Bag", b) + result(0, 0));
+  api();
+  const JXHBAG old = b;
+  call(jxDeleteBag, &b);
+  EXPECT_EQ(freshApi(), heading("jxDeleteBag >>") + value("Bag", old) +
+                            outputs({"Compcode", "Reason"}) + heading("jxDeleteBag <<") +
+                            value("Bag", JXHB_DELETED) + result(0, 0));
 }
 
 TEST_F(ApiBlocks, StringBuffersWholeElidedOrNull) {
-  JXHBAG h;
-  Outcome o;
-  jxCreateBag(0, &h, &o.cc, &o.rc);
   char big[200];
   for (size_t i = 0; i < sizeof big; ++i) big[i] = static_cast<char>('A' + i % 26);
+  api();
+  call(jxAddString, h, 1, sizeof big, big);
+  const Lines elided = {"Buffer:", dumpOf(big, 64), "..............", dumpOf(big + 136, 64)};
+  EXPECT_EQ(freshApi(), heading("jxAddString >>") + value("Bag", h) + value("Selector", 1) +
+                            value("BufferLength", sizeof big) + elided +
+                            outputs({"Compcode", "Reason"}) + heading("jxAddString <<") +
+                            inputs({"Bag", "Selector", "BufferLength", "Buffer"}) + result(0, 0));
 
-  set(0, 0, XTR_OPT_API, 0);
-  jxAddString(h, 1, sizeof big, big, &o.cc, &o.rc);
-  Lines lines = freshApi();
-  const int32_t sel = 1, len = sizeof big;
-  const Lines entry = {"__________",
-                       "jxAddString >>",
-                       "Bag:",
-                       dump32(h),
-                       "Selector:",
-                       dump32(sel),
-                       "BufferLength:",
-                       dump32(len),
-                       "Buffer:",
-                       dumpOf(big, 64),
-                       "..............",
-                       dumpOf(big + 136, 64),
-                       "Compcode      : Output Parm",
-                       "Reason        : Output Parm"};
-  ASSERT_GE(lines.size(), entry.size());
-  EXPECT_EQ(Lines(lines.begin(), lines.begin() + entry.size()), entry);
-  const Lines exit = {"__________",
-                      "jxAddString <<",
-                      "Bag           : Input  Parm",
-                      "Selector      : Input  Parm",
-                      "BufferLength  : Input  Parm",
-                      "Buffer        : Input  Parm",
-                      "Compcode:",
-                      dump32(0),
-                      "Reason:",
-                      dump32(0)};
-  EXPECT_EQ(Lines(lines.begin() + entry.size(), lines.end()), exit);
-
-  // A C string shows its resolved length; 127 bytes are still shown whole.
-  set(0, 0, XTR_OPT_API, 0);
-  jxAddString(h, 1, -1, "hello", &o.cc, &o.rc);
-  lines = freshApi();
-  ASSERT_GE(lines.size(), 10u);
-  EXPECT_EQ(lines[8], "Buffer:");
-  EXPECT_EQ(lines[9], dumpOf("hello", 5));
-  set(0, 0, XTR_OPT_API, 0);
-  jxAddString(h, 1, 127, big, &o.cc, &o.rc);
-  lines = freshApi();
-  EXPECT_EQ(lines[9], dumpOf(big, 127));
-  set(0, 0, XTR_OPT_API, 0);
-  jxAddString(h, 1, 0, nullptr, &o.cc, &o.rc);
-  EXPECT_EQ(freshApi()[9], "NULL");
+  // A C string shows its resolved length; 127 bytes are still shown whole;
+  // no bytes show as NULL.
+  const struct {
+    int32_t length;
+    const char *buffer;
+    std::string shown;
+  } rows[] = {
+      {-1, "hello", dumpOf("hello", 5)}, {127, big, dumpOf(big, 127)}, {0, nullptr, "NULL"}};
+  for (const auto &r : rows) {
+    api();
+    call(jxAddString, h, 1, r.length, r.buffer);
+    const Lines lines = freshApi();
+    ASSERT_GE(lines.size(), 10u);
+    EXPECT_EQ(Lines(lines.begin() + 8, lines.begin() + 10), (Lines{"Buffer:", r.shown}))
+        << "length " << r.length;
+  }
 
   // Set never shows the caller's bytes.
-  set(0, 0, XTR_OPT_API, 0);
-  jxSetString(h, 1, 0, 5, "world", &o.cc, &o.rc);
-  lines = freshApi();
-  ASSERT_GE(lines.size(), 12u);
-  EXPECT_EQ(lines[10], "Buffer:");
-  EXPECT_EQ(lines[11], "NULL");
+  api();
+  call(jxSetString, h, 1, 0, 5, "world");
+  const Lines set = freshApi();
+  ASSERT_GE(set.size(), 12u);
+  EXPECT_EQ(Lines(set.begin() + 10, set.begin() + 12), (Lines{"Buffer:", "NULL"}));
 
   // Inquire shows the buffer, the length and the CCSID on the way out.
   char buf[8];
   int32_t sl = 0;
-  set(0, 0, XTR_OPT_API, 0);
-  jxInquireString(h, 1, 0, sizeof buf, buf, &sl, nullptr, &o.cc, &o.rc);
-  lines = freshApi();
-  const Lines tail = {"Buffer:",
-                      dumpOf("world   ", 8),
-                      "StringLength:",
-                      dump32(5),
-                      "CodedCharSetId: NULL",
-                      "Compcode:",
-                      dump32(0),
-                      "Reason:",
-                      dump32(0)};
-  ASSERT_GE(lines.size(), tail.size());
-  EXPECT_EQ(Lines(lines.end() - tail.size(), lines.end()), tail);
-  EXPECT_TRUE(contains(lines, "CodedCharSetId: Output Parm"));
-  jxDeleteBag(&h, &o.cc, &o.rc);
+  api();
+  call(jxInquireString, h, 1, 0, sizeof buf, buf, &sl, nullptr);
+  const Lines inquire = freshApi();
+  const Lines shown = {"Buffer:", dumpOf("world   ", 8)}, noCcsid = {"CodedCharSetId: NULL"};
+  EXPECT_EQ(tail(inquire, 9), shown + value("StringLength", 5) + noCcsid + result(0, 0));
+  EXPECT_TRUE(contains(inquire, "CodedCharSetId: Output Parm"));
 }
 
 TEST_F(ApiBlocks, ItemInfoExitShowsTheCallersReason) {
-  JXHBAG h;
-  Outcome o;
-  jxCreateBag(0, &h, &o.cc, &o.rc);
-  set(0, 0, XTR_OPT_API, 0);
+  api();
   int32_t sel = 0, type = 0;
-  jxInquireItemInfo(h, 3, 0, &sel, &type, &o.cc, &o.rc);
-  const Lines lines = freshApi();
-  const Lines tail = {
-      "OutSelector:", dump32(0),           "ItemType:", dump32(0),
-      "Compcode:",    dump32(JXCC_FAILED), "Reason:",   dump32(JXRC_SELECTOR_NOT_PRESENT)};
-  ASSERT_GE(lines.size(), tail.size());
-  EXPECT_EQ(Lines(lines.end() - tail.size(), lines.end()), tail);
-  jxDeleteBag(&h, &o.cc, &o.rc);
+  call(jxInquireItemInfo, h, 3, 0, &sel, &type);
+  EXPECT_EQ(tail(freshApi(), 8), value("OutSelector", 0) + value("ItemType", 0) +
+                                     result(JXCC_FAILED, JXRC_SELECTOR_NOT_PRESENT));
 }
 
 TEST_F(ApiBlocks, TruncateWritesItsExitBlockEvenWithTheApiTraceOff) {
-  JXHBAG h;
-  Outcome o;
-  jxCreateBag(0, &h, &o.cc, &o.rc);
   set(0, XTR_LEVEL_UNSET, 0, 0);
-  jxTruncateBag(h, 3, &o.cc, &o.rc);
-  const Lines expected = {"__________",
-                          "jxTruncateBag <<",
-                          "Bag           : Input  Parm",
-                          "ItemCount     : Input  Parm",
-                          "Compcode:",
-                          dump32(JXCC_FAILED),
-                          "Reason:",
-                          dump32(JXRC_BAD_ITEM_COUNT)};
-  EXPECT_EQ(freshApi(), expected);
+  call(jxTruncateBag, h, 3);
+  EXPECT_EQ(freshApi(), heading("jxTruncateBag <<") + inputs({"Bag", "ItemCount"}) +
+                            result(JXCC_FAILED, JXRC_BAD_ITEM_COUNT));
   // Another call writes nothing with the switch off.
   set(0, XTR_LEVEL_UNSET, 0, 0);
-  jxClearBag(h, &o.cc, &o.rc);
+  call(jxClearBag, h);
   EXPECT_TRUE(fresh().empty());
-  jxDeleteBag(&h, &o.cc, &o.rc);
 }
 
 TEST_F(ApiBlocks, InternalParameterLines) {
   set(1, 0, XTR_OPT_PARMS_A);
   zaiBAG *bag = nullptr;
-  Outcome o;
-  zaiCreateBag(JXBAG_ADMIN, &bag, &o.cc, &o.rc);
-  const Lines lines = fresh();
-  ASSERT_FALSE(lines.empty());
-  EXPECT_TRUE(contains(lines, "options:1 "));
-  EXPECT_TRUE(contains(lines, "pBag:" + ptr(bag)));
-  EXPECT_TRUE(contains(lines, "pBag:" + ptr(bag) + ", selector:-8"));
-  EXPECT_TRUE(contains(lines, "pBag:" + ptr(bag) + ", startIndex:0, selector:-7, itemIndex:0"));
-  set(1, 0, XTR_OPT_PARMS_A);
+  call(zaiCreateBag, JXBAG_ADMIN, &bag);
+  const std::string p = "pBag:" + ptr(bag);
+  const Lines created = fresh();
+  for (const std::string &line : {std::string("options:1 "), p, p + ", selector:-8",
+                                  p + ", startIndex:0, selector:-7, itemIndex:0"})
+    EXPECT_TRUE(contains(created, line)) << line;
   int32_t ccsid = 0;
-  zaiInquireInteger(bag, -1, 0, &ccsid, &o.cc, &o.rc);
-  EXPECT_TRUE(contains(fresh(), "pBag:" + ptr(bag) + ", selector:-1, itemIndex:0"));
-  set(1, 0, XTR_OPT_PARMS_A);
-  zaiCheckSelector(bag, 5, 2, &o.cc, &o.rc);
-  EXPECT_TRUE(contains(fresh(), "pBag:" + ptr(bag) + ", selector:5, type: 2"));
-  set(1, 0, XTR_OPT_PARMS_A);
-  zaiFreeItem(bag, 7, &o.cc, &o.rc);
-  EXPECT_TRUE(contains(fresh(), "pBag:" + ptr(bag) + ", vectorIdx:7"));
-  set(1, 0, XTR_OPT_PARMS_A);
-  zaiBAG *gone = bag;
-  dropBag(bag);
-  EXPECT_TRUE(contains(fresh(), "*ppBag:" + ptr(gone)));
+  const struct {
+    std::function<void()> run;
+    std::string line;
+  } rows[] = {
+      {[&] { call(zaiInquireInteger, bag, -1, 0, &ccsid); }, p + ", selector:-1, itemIndex:0"},
+      {[&] { call(zaiCheckSelector, bag, 5, 2); }, p + ", selector:5, type: 2"},
+      {[&] { call(zaiFreeItem, bag, 7); }, p + ", vectorIdx:7"},
+      {[&] { dropBag(bag); }, "*ppBag:" + ptr(bag)},
+  };
+  for (const auto &r : rows) {
+    set(1, 0, XTR_OPT_PARMS_A);
+    r.run();
+    EXPECT_TRUE(contains(fresh(), r.line)) << r.line;
+  }
 }
 
 std::string intLine(const char *index, const char *selector, const char *value) {
@@ -251,13 +204,12 @@ std::string intLine(const char *index, const char *selector, const char *value) 
 
 TEST_F(BagContents, ListsEveryItemAttributedToTheCaller) {
   zaiBAG *bag = newBag(0);
-  Outcome o;
-  zaiSetInteger(bag, JXSYS_CCSID, 0, 437, &o.cc, &o.rc);
-  zaiAddString(bag, 2001, 5, "abcde", 437, &o.cc, &o.rc);
-  zaiAddString(bag, 2002, 0, nullptr, 850, &o.cc, &o.rc);
+  call(zaiSetInteger, bag, JXSYS_CCSID, 0, 437);
+  call(zaiAddString, bag, 2001, 5, "abcde", 437);
+  call(zaiAddString, bag, 2002, 0, nullptr, 850);
   zaiBAG *nested = newBag(0);
-  zaiAddBag(bag, 4001, jxai::handleOf(nested), &o.cc, &o.rc);
-  zaiAddInteger(bag, 12345, -6, &o.cc, &o.rc);
+  call(zaiAddBag, bag, 4001, jxai::handleOf(nested));
+  call(zaiAddInteger, bag, 12345, -6);
 
   set(1, 0, XTR_OPT_BAG);
   zaiTraceBagContents(XCS_COMP_ADMIN, kFn_zaiBagToPCFMsg, bag);
@@ -292,23 +244,26 @@ TEST_F(BagContents, ListsEveryItemAttributedToTheCaller) {
 
 TEST_F(BagContents, WritesNothingUnlessAllThreeBitsAndTheThreadAreOn) {
   zaiBAG *bag = newBag(0);
-  for (uint32_t bit : {XTR_OPT_BAG_A, XTR_OPT_BAG_B, XTR_OPT_PARMS_B}) {
-    set(1, 0, XTR_OPT_BAG & ~bit);
+  const struct {
+    int32_t enabled, level;
+    uint32_t options;
+    int32_t active;
+    size_t lines;  // three headings and eight system items, or nothing
+  } rows[] = {
+      {1, 0, XTR_OPT_BAG & ~XTR_OPT_BAG_A, 1, 0},
+      {1, 0, XTR_OPT_BAG & ~XTR_OPT_BAG_B, 1, 0},
+      {1, 0, XTR_OPT_BAG & ~XTR_OPT_PARMS_B, 1, 0},
+      {0, 0, XTR_OPT_BAG, 1, 0},
+      {1, XTR_LEVEL_UNSET, XTR_OPT_BAG, 1, 0},
+      {1, 0, XTR_OPT_BAG, 0, 0},
+      {1, 0, XTR_OPT_BAG, 1, 11},
+  };
+  for (const auto &r : rows) {
+    set(r.enabled, r.level, r.options, r.active);
     zaiTraceBagContents(XCS_COMP_ADMIN, kFn_zaiPCFMsgToBag, bag);
-    EXPECT_TRUE(fresh().empty()) << "bit " << bit;
+    EXPECT_EQ(fresh().size(), r.lines) << "enabled " << r.enabled << " level " << r.level
+                                       << " options " << r.options << " active " << r.active;
   }
-  set(0, 0, XTR_OPT_BAG);
-  zaiTraceBagContents(XCS_COMP_ADMIN, kFn_zaiPCFMsgToBag, bag);
-  EXPECT_TRUE(fresh().empty()) << "tracing not enabled";
-  set(1, XTR_LEVEL_UNSET, XTR_OPT_BAG);
-  zaiTraceBagContents(XCS_COMP_ADMIN, kFn_zaiPCFMsgToBag, bag);
-  EXPECT_TRUE(fresh().empty()) << "no level";
-  set(1, 0, XTR_OPT_BAG, 0);
-  zaiTraceBagContents(XCS_COMP_ADMIN, kFn_zaiPCFMsgToBag, bag);
-  EXPECT_TRUE(fresh().empty()) << "this thread not traced";
-  set(1, 0, XTR_OPT_BAG);
-  zaiTraceBagContents(XCS_COMP_ADMIN, kFn_zaiPCFMsgToBag, bag);
-  EXPECT_EQ(fresh().size(), 11u) << "three headings and eight system items";
   dropBag(bag);
 }
 
