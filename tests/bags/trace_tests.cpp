@@ -194,12 +194,12 @@ TEST_F(ApiBlocks, InternalParameterLines) {
   }
 }
 
-std::string intLine(const char *index, const char *selector, const char *value) {
-  // "  %-2d     %-4d     (%d)"
-  std::string i = index, s = selector;
+// An integer item line: "  %-2d     %-4d     (%d)".
+std::string intLine(int32_t index, int32_t selector, int32_t value) {
+  std::string i = std::to_string(index), s = std::to_string(selector);
   i.resize(2, ' ');
   s.resize(4, ' ');
-  return "  " + i + "     " + s + "     (" + value + ")";
+  return "  " + i + "     " + s + "     (" + std::to_string(value) + ")";
 }
 
 TEST_F(BagContents, ListsEveryItemAttributedToTheCaller) {
@@ -213,24 +213,13 @@ TEST_F(BagContents, ListsEveryItemAttributedToTheCaller) {
 
   set(1, 0, XTR_OPT_BAG);
   zaiTraceBagContents(XCS_COMP_ADMIN, kFn_zaiBagToPCFMsg, bag);
-  const Lines expected = {
-      "Bag Details " + ptr(bag),
-      "Size:12",
-      "Index: Selector: Value:",
-      "  0      -8       (0)",
-      intLine("1", "-2", "8"),
-      intLine("2", "-1", "437"),
-      intLine("3", "-3", "0"),
-      intLine("4", "-4", "1"),
-      intLine("5", "-5", "1"),
-      intLine("6", "-6", "0"),
-      intLine("7", "-7", "0"),
-      "  8      2001      ccsid: 437   String->",
-      dumpOf("abcde", 5),
-      "  9      2002      ccsid: 850   String->",
-      "  10     4001     (" + ptr(nested) + ")",
-      "  11     12345     (-6)",
-  };
+  Lines expected = {"Bag Details " + ptr(bag), "Size:12", "Index: Selector: Value:"};
+  const int32_t selectors[] = {-8, -2, -1, -3, -4, -5, -6, -7},
+                values[] = {0, 8, 437, 0, 1, 1, 0, 0};
+  for (int32_t i = 0; i < 8; ++i) expected.push_back(intLine(i, selectors[i], values[i]));
+  expected = expected + Lines{"  8      2001      ccsid: 437   String->", dumpOf("abcde", 5),
+                              "  9      2002      ccsid: 850   String->",
+                              "  10     4001     (" + ptr(nested) + ")", "  11     12345     (-6)"};
   EXPECT_EQ(apiLines(fresh()), expected);
 
   // Every line is attributed to the caller's function.
