@@ -173,6 +173,8 @@ TEST(StringStorage, SameLengthReusesTheCopyOtherLengthsReplaceIt) {
   call(zaiSetString, bag, 2001, 0, 4, "long");
   EXPECT_EQ(item->StringLength, 4);
   EXPECT_EQ(memcmp(item->Value.String, "long", 4), 0);
+  EXPECT_EQ(memcmp(item->StrucId, ZAI_PROPERTY_EYE, 4), 0) << "the item itself left whole";
+  EXPECT_EQ(item->Type, JXITEM_STRING);
   dropBag(bag);
 }
 

@@ -29,6 +29,9 @@ TEST(Anchors, ThreadSetUpOnce) {
     EXPECT_EQ(t->StackDepth, 1u) << "a second set-up must not reset the anchor";
   }).join();
   EXPECT_EQ(xcsGetPid(), getpid());
+  // Other libraries find the process anchor through CSCtrl and its eye-catcher.
+  ASSERT_EQ(CSCtrl, (void *)xihProcess());
+  EXPECT_EQ(memcmp(xihProcess()->StrucId, XIH_PROCESS_EYE, 4), 0);
 }
 
 // Each thread fills the history past its ring and the stack past its
