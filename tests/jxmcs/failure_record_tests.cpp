@@ -23,6 +23,12 @@ std::string ptr(const void *p) {
   return b;
 }
 
+// The lines that open a dump in a record.
+std::string dumpHead(int n, const char *label, const void *at, uint32_t length) {
+  return "Dump " + std::to_string(n) + ": " + label + "\n  Address: " + ptr(at) +
+         "\n  Length: " + std::to_string(length) + "\n";
+}
+
 // Record dump lines are indented by two blanks.
 std::string indented(const std::string &dump) {
   std::string out;
@@ -88,34 +94,14 @@ TEST(FailureRecord, FileHoldsEveryField) {
   std::string rest;
   for (size_t i = 5; i < lines.size(); i++) rest += lines[i] + "\n";
   EXPECT_EQ(rest,
-            "Component: 25\n"
-            "Probe: 117 zaiVectorCreate\n"
-            "Flags: 4\n"
-            "Error: 0x20805452\n"
+            "Component: 25\nProbe: 117 zaiVectorCreate\nFlags: 4\nError: 0x20805452\n"
             "Inserts: XMSA 0x00000005 0xFFFFFFFF 0x00000001 0x00000002 0xDEADBEEF\n"
-            "Stack: 3\n"
-            "  F000645D zaiJXCreateBag\n"
-            "  F0006475 zaiVectorCreate\n"
-            "  F0006496 25/150\n"
-            "Dump 1: Invalid zaiVECTOR\n"
-            "  Address: " +
-                ptr(vec) + "\n  Length: 20\n  " + indented(dumpOf(vec, 20)) +
-                "\n"
-                "Dump 2: Gone\n"
-                "  Address: " +
-                ptr(area.gone()) +
-                "\n  Length: 32\n"
-                "  00000000-0000001F  not readable\n"
-                "Dump 3: Edge\n"
-                "  Address: " +
-                ptr(edge) + "\n  Length: 40\n  " + dumpOf(edge, 16) +
-                "\n"
-                "  00000010-00000027  not readable\n"
-                "Dump 4: Empty\n"
-                "  Address: " +
-                ptr(vec) +
-                "\n  Length: 0\n"
-                "End\n");
+            "Stack: 3\n  F000645D zaiJXCreateBag\n  F0006475 zaiVectorCreate\n  F0006496 25/150\n" +
+                dumpHead(1, "Invalid zaiVECTOR", vec, 20) + "  " + indented(dumpOf(vec, 20)) +
+                "\n" + dumpHead(2, "Gone", area.gone(), 32) +
+                "  00000000-0000001F  not readable\n" + dumpHead(3, "Edge", edge, 40) + "  " +
+                dumpOf(edge, 16) + "\n  00000010-00000027  not readable\n" +
+                dumpHead(4, "Empty", vec, 0) + "End\n");
 }
 
 TEST(FailureRecord, MissingUnreadableAndHugeParts) {
