@@ -46,17 +46,20 @@ const std::vector<Row> &table() {
   return rows;
 }
 
+void add(Bag &bag, const P &p) {
+  if (p.string) {
+    bag.add(p.selector, "V" + std::to_string(p.selector));
+  } else {
+    bag.add(p.selector, p.selector);
+  }
+}
+
 // An administration bag holding an unrelated item first and then the given
 // parameters in reverse order, so that writing them first is visible.
 void fill(Bag &bag, const std::vector<P> &parms, int32_t skip = -1) {
   bag.add(JXSEL_INT_FIRST, 77);
   for (auto it = parms.rbegin(); it != parms.rend(); ++it) {
-    if (it->selector == skip) continue;
-    if (it->string) {
-      bag.add(it->selector, "V" + std::to_string(it->selector));
-    } else {
-      bag.add(it->selector, it->selector);
-    }
+    if (it->selector != skip) add(bag, *it);
   }
 }
 
@@ -91,80 +94,63 @@ TEST(PcfRequired, MissingMandatoryGives2321AndMissingOptionalIsSkipped) {
   }
 }
 
-TEST(PcfRequired, WrongTypeOrRepeatedParameterFails) {
-  Bag wrongType(JXBAG_ADMIN);
-  wrongType.add(JXSEL_QUEUE_NAME, 5);
-  Written w = write(wrongType, JXCMD_DELETE_QUEUE);
-  EXPECT_EQ(w.rc, JXRC_WRONG_ITEM_TYPE);
+// Bags added to in the order given: each row shows the order written or the
+// reason of the refusal.
+struct Sequence {
+  const char *name;
+  std::vector<int32_t> commands;
+  std::vector<P> items;
+  std::vector<int32_t> written;
+  int32_t reason = JXRC_NONE;
+};
 
-  Bag twice(JXBAG_ADMIN);
-  twice.add(JXSEL_QUEUE_NAME, "A").add(JXSEL_QUEUE_NAME, "B");
-  w = write(twice, JXCMD_DELETE_QUEUE);
-  EXPECT_EQ(w.rc, JXRC_SELECTOR_NOT_UNIQUE);
-
-  Bag optionalTwice(JXBAG_ADMIN);
-  optionalTwice.add(JXSEL_QUEUE_NAME, "A").add(JXSEL_QUEUE_TYPE, 1).add(JXSEL_QUEUE_TYPE, 2);
-  w = write(optionalTwice, JXCMD_INQUIRE_QUEUE);
-  EXPECT_EQ(w.rc, JXRC_SELECTOR_NOT_UNIQUE);
-}
-
-TEST(PcfRequired, DefineAuthInfoTakesTheAlternativeNameOnlyWhenTheFirstIsMissing) {
-  for (int32_t command : {JXCMD_CHANGE_AUTH_INFO, JXCMD_CREATE_AUTH_INFO}) {
-    Bag alternative(JXBAG_ADMIN);
-    alternative.add(JXSEL_INT_FIRST, 1).add(JXSEL_AUTH_INFO_ALT_NAME, "ALT");
-    Written w = write(alternative, command);
-    ASSERT_EQ(w.cc, JXCC_OK) << w.rc;
-    EXPECT_EQ(identifiers(w.bytes), (std::vector<int32_t>{2030, 1}));
-
-    Bag both(JXBAG_ADMIN);
-    both.add(JXSEL_AUTH_INFO_ALT_NAME, "ALT").add(JXSEL_AUTH_INFO_NAME, "N");
-    w = write(both, command);
-    ASSERT_EQ(w.cc, JXCC_OK);
-    EXPECT_EQ(identifiers(w.bytes), (std::vector<int32_t>{2029, 2030}));
-
-    Bag neither(JXBAG_ADMIN);
-    w = write(neither, command);
-    EXPECT_EQ(w.rc, JXRC_PARM_MISSING);
-
-    Bag repeated(JXBAG_ADMIN);
-    repeated.add(JXSEL_AUTH_INFO_NAME, "A").add(JXSEL_AUTH_INFO_NAME, "B");
-    repeated.add(JXSEL_AUTH_INFO_ALT_NAME, "ALT");
-    w = write(repeated, command);
-    EXPECT_EQ(w.rc, JXRC_SELECTOR_NOT_UNIQUE) << "only a missing name tries the alternative";
+TEST(PcfRequired, AlternativeAndRepeatedParameters) {
+  const std::vector<int32_t> authInfo = {JXCMD_CHANGE_AUTH_INFO, JXCMD_CREATE_AUTH_INFO};
+  const std::vector<int32_t> copy = {JXCMD_COPY_AUTH_INFO};
+  const Sequence rows[] = {
+      {"wrong type", {JXCMD_DELETE_QUEUE}, {{2016, false}}, {}, JXRC_WRONG_ITEM_TYPE},
+      {"repeated",
+       {JXCMD_DELETE_QUEUE},
+       {{2016, true}, {2016, true}},
+       {},
+       JXRC_SELECTOR_NOT_UNIQUE},
+      {"optional repeated",
+       {JXCMD_INQUIRE_QUEUE},
+       {{2016, true}, {20, false}, {20, false}},
+       {},
+       JXRC_SELECTOR_NOT_UNIQUE},
+      {"alternative name stands in", authInfo, {{1, false}, {2030, true}}, {2030, 1}},
+      {"first name wins over the alternative",
+       authInfo,
+       {{2030, true}, {2029, true}},
+       {2029, 2030}},
+      {"neither name", authInfo, {}, {}, JXRC_PARM_MISSING},
+      // Only a missing name tries the alternative.
+      {"repeated name",
+       authInfo,
+       {{2029, true}, {2029, true}, {2030, true}},
+       {},
+       JXRC_SELECTOR_NOT_UNIQUE},
+      {"copy by names", copy, {{1086, false}, {2032, true}, {2029, true}}, {2029, 2032, 1086}},
+      {"copy by queue manager", copy, {{1086, false}, {2015, true}}, {2015, 1086}},
+      // The first name is written already when the queue-manager name stands
+      // in for the missing second one.
+      {"copy mixed", copy, {{1086, false}, {2015, true}, {2029, true}}, {2029, 2015, 1086}},
+      {"copy without a type", copy, {{2032, true}, {2029, true}}, {}, JXRC_PARM_MISSING},
+      {"copy without names", copy, {{1086, false}}, {}, JXRC_PARM_MISSING},
+  };
+  for (const Sequence &row : rows) {
+    for (int32_t command : row.commands) {
+      SCOPED_TRACE(testing::Message() << row.name << ", command " << command);
+      Bag bag(JXBAG_ADMIN);
+      for (const P &p : row.items) add(bag, p);
+      Written w = write(bag, command);
+      EXPECT_EQ(w.rc, row.reason);
+      if (row.reason == JXRC_NONE) {
+        EXPECT_EQ(identifiers(w.bytes), row.written);
+      }
+    }
   }
-}
-
-TEST(PcfRequired, CopyAuthInfoSequence) {
-  const int32_t cmd = JXCMD_COPY_AUTH_INFO;
-  Bag full(JXBAG_ADMIN);
-  full.add(1086, 1).add(2032, "TO").add(2029, "FROM");
-  Written w = write(full, cmd);
-  ASSERT_EQ(w.cc, JXCC_OK) << w.rc;
-  EXPECT_EQ(identifiers(w.bytes), (std::vector<int32_t>{2029, 2032, 1086}));
-
-  Bag byQmgr(JXBAG_ADMIN);
-  byQmgr.add(1086, 1).add(2015, "QM");
-  w = write(byQmgr, cmd);
-  ASSERT_EQ(w.cc, JXCC_OK) << w.rc;
-  EXPECT_EQ(identifiers(w.bytes), (std::vector<int32_t>{2015, 1086}));
-
-  // The first name is written already when the queue-manager name stands in
-  // for the missing second one.
-  Bag mixed(JXBAG_ADMIN);
-  mixed.add(1086, 1).add(2015, "QM").add(2029, "FROM");
-  w = write(mixed, cmd);
-  ASSERT_EQ(w.cc, JXCC_OK) << w.rc;
-  EXPECT_EQ(identifiers(w.bytes), (std::vector<int32_t>{2029, 2015, 1086}));
-
-  Bag noType(JXBAG_ADMIN);
-  noType.add(2032, "TO").add(2029, "FROM");
-  w = write(noType, cmd);
-  EXPECT_EQ(w.rc, JXRC_PARM_MISSING);
-
-  Bag nothing(JXBAG_ADMIN);
-  nothing.add(1086, 1);
-  w = write(nothing, cmd);
-  EXPECT_EQ(w.rc, JXRC_PARM_MISSING);
 }
 
 TEST(PcfRequired, OnlyCommandBagsThatReorderRequireParameters) {
