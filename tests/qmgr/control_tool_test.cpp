@@ -1,7 +1,4 @@
 // jxqm: the life cycle of a queue manager and the refusals on the way.
-#include <unistd.h>
-
-#include <cstdlib>
 #include <filesystem>
 
 #include "qm_harness.hpp"
@@ -10,16 +7,11 @@ using namespace qmtest;
 
 namespace {
 
-class ControlTool : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
-  }
-};
+using ControlTool = ServerTest;
 
 TEST_F(ControlTool, LifeCycle) {
   std::string qm = uniqueName("LC");
-  std::string dir = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm;
+  std::string dir = qmgrDir(qm);
   EXPECT_EQ(jxqm({"status", qm}).status, 2) << "unknown before create";
   auto r = jxqm({"create", qm});
   ASSERT_EQ(r.status, 0) << r.out;
@@ -84,9 +76,8 @@ TEST_F(ControlTool, RefusesBadArguments) {
 
 TEST_F(ControlTool, AFolderRenamedByHandIsNotServed) {
   std::string qm = uniqueName("MV"), moved = uniqueName("MOVED");
-  std::string qmgrs = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/";
   ASSERT_EQ(jxqm({"create", qm}).status, 0);
-  std::filesystem::rename(qmgrs + qm, qmgrs + moved);
+  std::filesystem::rename(qmgrDir(qm), qmgrDir(moved));
   auto r = jxqm({"start", moved});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.out.find("did not start"), std::string::npos) << r.out;

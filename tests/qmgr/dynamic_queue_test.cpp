@@ -1,9 +1,5 @@
 // Temporary dynamic queues: unique names from a model, deletion on close
 // with the purge option and when the creating connection ends.
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -14,39 +10,20 @@ using namespace qmtest;
 
 namespace {
 
-class DynamicQueues : public ::testing::Test {
+class DynamicQueues : public ConnectedTest {
  protected:
-  void SetUp() override {
-    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
-    qm_ = std::make_unique<QueueManagerProcess>();
-    hconn_ = connect(qm_->name());
-  }
-  void TearDown() override {
-    if (hconn_ > 0) disconnect(hconn_);
-    qm_.reset();
-  }
   // Opens the default model with `dynamicName`; returns the handle and the new name.
   int32_t openModel(int32_t hconn, const std::string &dynamicName, std::string &name,
-                    int32_t options = JXOO_INPUT_EXCLUSIVE) {
+                    int32_t options = JXOO_INPUT_EXCLUSIVE, int32_t reason = JXRC_NONE) {
     JXOD od = JXOD_DEFAULT;
     setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
     setName(od.DynamicQName, dynamicName);
     int32_t h = 0, cc, rc;
     zstJXOPEN(hconn, &od, options, &h, &cc, &rc);
-    EXPECT_EQ(rc, JXRC_NONE);
+    EXPECT_EQ(rc, reason);
     name.assign(od.ObjectName, strnlen(od.ObjectName, 48));
     return h;
   }
-  int32_t openReason(int32_t hconn, const std::string &queue) {
-    JXOD od = JXOD_DEFAULT;
-    setName(od.ObjectName, queue);
-    int32_t h = 0, cc, rc;
-    zstJXOPEN(hconn, &od, JXOO_OUTPUT, &h, &cc, &rc);
-    if (rc == JXRC_NONE) zstJXCLOSE(hconn, &h, JXCO_NONE, &cc, &rc);
-    return rc;
-  }
-  std::unique_ptr<QueueManagerProcess> qm_;
-  int32_t hconn_ = 0;
 };
 
 TEST_F(DynamicQueues, NamesComeFromTheTemplateAndAreUnique) {
@@ -58,19 +35,14 @@ TEST_F(DynamicQueues, NamesComeFromTheTemplateAndAreUnique) {
   EXPECT_NE(a, b);
   openModel(hconn_, "MY.OWN.NAME", fixed);
   EXPECT_EQ(fixed, "MY.OWN.NAME");
+  openModel(hconn_, "MY.OWN.NAME", fixed, JXOO_INPUT_SHARED, JXRC_OBJECT_ALREADY_EXISTS);
+  // The default descriptor's template.
   JXOD od = JXOD_DEFAULT;
-  setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
-  setName(od.DynamicQName, "MY.OWN.NAME");
   int32_t h, cc, rc;
-  zstJXOPEN(hconn_, &od, JXOO_INPUT_SHARED, &h, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OBJECT_ALREADY_EXISTS);
-  // Default descriptor's template.
-  od = JXOD_DEFAULT;
   setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
   zstJXOPEN(hconn_, &od, JXOO_INPUT_SHARED, &h, &cc, &rc);
   ASSERT_EQ(rc, JXRC_NONE);
   EXPECT_EQ(std::string(od.ObjectName, 4), "AJX.");
-  // The command queue's reader count (the library checks it) is an ordinary inquiry.
   int32_t sel = JXIA_DEFINITION_TYPE, type = 0;
   int32_t inq = openQueue(hconn_, a, JXOO_INQUIRE);
   zstJXINQ(hconn_, inq, 1, &sel, 1, &type, 0, nullptr, &cc, &rc);
@@ -108,37 +80,19 @@ TEST_F(DynamicQueues, OthersMayPutButNotDelete) {
 }
 
 TEST_F(DynamicQueues, DeletedWhenTheCreatingConnectionIsKilled) {
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  pid_t child = fork();
-  if (child == 0) {
-    char qm[48] = {};
-    setName(qm, qm_->name());
-    int32_t h, cc, rc, hobj;
-    zstJXCONN(qm, &h, &cc, &rc, 0);
-    JXOD od = JXOD_DEFAULT;
-    setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
-    setName(od.DynamicQName, "DOOMED.*");
-    zstJXOPEN(h, &od, JXOO_INPUT_EXCLUSIVE | JXOO_OUTPUT, &hobj, &cc, &rc);
-    JXMD md = JXMD_DEFAULT;
-    JXPMO pmo = JXPMO_DEFAULT;
-    zstJXPUT(h, hobj, &md, &pmo, 4, const_cast<char *>("data"), 0, &cc, &rc);
-    if (write(fds[1], od.ObjectName, 48) != 48) _exit(1);
-    pause();
-    _exit(0);
-  }
-  close(fds[1]);
-  char name48[49] = {};
-  ASSERT_EQ(read(fds[0], name48, 48), 48);
-  close(fds[0]);
-  std::string name(name48);
-  ASSERT_EQ(name.rfind("DOOMED.", 0), 0u);
-  EXPECT_EQ(openReason(hconn_, name), JXRC_NONE);
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
+  HeldChild child = holdInChild([&] {
+    int32_t h = connect(qm_->name());
+    std::string name;
+    int32_t q = openModel(h, "DOOMED.*", name, JXOO_INPUT_EXCLUSIVE | JXOO_OUTPUT);
+    put(h, q, "data");
+    return name;
+  });
+  ASSERT_EQ(child.said.rfind("DOOMED.", 0), 0u) << child.said;
+  EXPECT_EQ(openReason(hconn_, child.said), JXRC_NONE);
+  child.kill();
   int32_t rc = JXRC_NONE;
   for (int i = 0; i < 500 && rc == JXRC_NONE; ++i) {
-    rc = openReason(hconn_, name);
+    rc = openReason(hconn_, child.said);
     if (rc == JXRC_NONE) std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   EXPECT_EQ(rc, JXRC_UNKNOWN_OBJECT_NAME);
@@ -160,12 +114,9 @@ TEST_F(DynamicQueues, ABlockedGetLearnsThatItsQueueWasDeleted) {
   disconnect(other);
 }
 
-}  // namespace
+using PermanentDynamicQueues = ServerTest;
 
-namespace {
-
-TEST(PermanentDynamicQueues, OutliveTheirConnectionAndTheQueueManager) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+TEST_F(PermanentDynamicQueues, OutliveTheirConnectionAndTheQueueManager) {
   QueueManagerProcess qm({"PERM.MODEL --permanent-dynamic --persistent"});
   int32_t h = connect(qm.name());
   JXOD od = JXOD_DEFAULT;
@@ -191,10 +142,7 @@ TEST(PermanentDynamicQueues, OutliveTheirConnectionAndTheQueueManager) {
   ASSERT_TRUE(qm.stop());
   ASSERT_TRUE(qm.start());
   h = connect(qm.name());
-  od = JXOD_DEFAULT;
-  setName(od.ObjectName, name);
-  zstJXOPEN(h, &od, JXOO_OUTPUT, &q, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_UNKNOWN_OBJECT_NAME) << "deleted for good";
+  EXPECT_EQ(openReason(h, name), JXRC_UNKNOWN_OBJECT_NAME) << "deleted for good";
   disconnect(h);
 }
 

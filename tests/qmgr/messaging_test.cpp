@@ -1,8 +1,5 @@
 // Moving messages through a real queue manager: across processes, waits,
 // matching, truncation, expiry, limits, inquire and set.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstring>
 #include <set>
@@ -14,49 +11,24 @@ using namespace qmtest;
 
 namespace {
 
-class Messaging : public ::testing::Test {
+class Messaging : public ConnectedTest {
  protected:
-  void SetUp() override {
-    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
-    qm_ = std::make_unique<QueueManagerProcess>(
-        std::vector<std::string>{"Q1", "SMALL --maxdepth 3 --maxmsgl 100", "PQ --persistent"});
-    hconn_ = connect(qm_->name());
-  }
-  void TearDown() override {
-    if (hconn_ > 0) disconnect(hconn_);
-    qm_.reset();
-  }
-  std::unique_ptr<QueueManagerProcess> qm_;
-  int32_t hconn_ = 0;
+  Messaging() : ConnectedTest({"Q1", "SMALL --maxdepth 3 --maxmsgl 100"}) {}
 };
 
 TEST_F(Messaging, PutInOneProcessGetInAnother) {
-  pid_t child = fork();
-  if (child == 0) {
-    char name[48] = {};
-    setName(name, qm_->name());
-    int32_t h = 0, cc, rc;
-    zstJXCONN(name, &h, &cc, &rc, 0);
-    if (cc) _exit(10);
-    JXOD od = JXOD_DEFAULT;
-    setName(od.ObjectName, "Q1");
-    int32_t hobj;
-    zstJXOPEN(h, &od, JXOO_OUTPUT, &hobj, &cc, &rc);
-    if (cc) _exit(11);
-    for (int i = 0; i < 50; ++i) {
-      std::string data = "message " + std::to_string(i);
-      JXMD md = JXMD_DEFAULT;
-      JXPMO pmo = JXPMO_DEFAULT;
-      zstJXPUT(h, hobj, &md, &pmo, static_cast<int32_t>(data.size()), data.data(), 0, &cc, &rc);
-      if (cc) _exit(12);
-    }
-    zstJXDISC(&h, 0, &cc, &rc);
-    _exit(cc ? 13 : 0);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_EQ(WEXITSTATUS(status), 0);
+  ASSERT_EQ(inChild([&] {
+              int32_t h = 0;
+              if (tryConnect(qm_->name(), h) != JXRC_NONE) return 10;
+              int32_t hobj = openQueue(h, "Q1", JXOO_OUTPUT);
+              for (int i = 0; i < 50; ++i) {
+                if (put(h, hobj, "message " + std::to_string(i)) != JXRC_NONE) return 12;
+              }
+              int32_t cc, rc;
+              zstJXDISC(&h, 0, &cc, &rc);
+              return cc ? 13 : 0;
+            }),
+            0);
 
   int32_t hobj = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
   std::set<std::string> ids;
@@ -87,15 +59,6 @@ TEST_F(Messaging, GetWaitIsWokenByAPutFromAnotherConnection) {
   disconnect(other);
 }
 
-TEST_F(Messaging, GetWaitEndsWithNoMessageAfterTheInterval) {
-  int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
-  Got g = get(hconn_, in, JXGMO_WAIT, 100);
-  EXPECT_EQ(g.cc, JXCC_FAILED);
-  EXPECT_EQ(g.rc, JXRC_NO_MSG_AVAILABLE);
-  g = get(hconn_, in, JXGMO_WAIT, -2);
-  EXPECT_EQ(g.rc, JXRC_WAIT_INTERVAL_ERROR);
-}
-
 TEST_F(Messaging, EachWaitEndsAtItsOwnDeadlineAndAServedWaitLeavesNoneBehind) {
   using Clock = std::chrono::steady_clock;
   int32_t other = connect(qm_->name());
@@ -107,6 +70,7 @@ TEST_F(Messaging, EachWaitEndsAtItsOwnDeadlineAndAServedWaitLeavesNoneBehind) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   // The shorter wait, begun later, ends first and alone.
   late = get(other, theirs, JXGMO_WAIT, 100);
+  EXPECT_EQ(late.cc, JXCC_FAILED);
   EXPECT_EQ(late.rc, JXRC_NO_MSG_AVAILABLE);
   EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(700));
   int32_t out = openQueue(other, "Q1", JXOO_OUTPUT);
@@ -124,6 +88,7 @@ TEST_F(Messaging, EachWaitEndsAtItsOwnDeadlineAndAServedWaitLeavesNoneBehind) {
   nextWait.join();
   EXPECT_EQ(second.rc, JXRC_NONE);
   EXPECT_EQ(second.data, "second");
+  EXPECT_EQ(get(hconn_, mine, JXGMO_WAIT, -2).rc, JXRC_WAIT_INTERVAL_ERROR);
   disconnect(other);
 }
 
@@ -385,15 +350,10 @@ TEST_F(Messaging, BadHandlesOptionsAndRecords) {
   zstJXCLOSE(hconn_, &x1, JXCO_NONE, &cc, &rc);
   EXPECT_EQ(rc, JXRC_HOBJ_ERROR);
 
-  char wrong[48] = {};
-  setName(wrong, "NOT_THIS_ONE");
   int32_t h2 = 5;
-  zstJXCONN(wrong, &h2, &cc, &rc, 0);
-  EXPECT_EQ(rc, JXRC_Q_MGR_NOT_AVAILABLE);
+  EXPECT_EQ(tryConnect("NOT_THIS_ONE", h2), JXRC_Q_MGR_NOT_AVAILABLE);
   EXPECT_EQ(h2, 5);
-  setName(wrong, "bad/name");
-  zstJXCONN(wrong, &h2, &cc, &rc, 0);
-  EXPECT_EQ(rc, JXRC_Q_MGR_NAME_ERROR);
+  EXPECT_EQ(tryConnect("bad/name", h2), JXRC_Q_MGR_NAME_ERROR);
 }
 
 }  // namespace

@@ -23,11 +23,8 @@ constexpr int kClients = 4;
 // non-persistent one) until the queue manager goes away; writes the text of
 // each message whose put returned success to `fd`.
 [[noreturn]] void producer(const std::string &qmgr, int client, int fd) {
-  char name[48] = {};
-  setName(name, qmgr);
-  int32_t h, cc, rc;
-  zstJXCONN(name, &h, &cc, &rc, 0);
-  if (cc) _exit(1);
+  int32_t h = 0;
+  if (tryConnect(qmgr, h) != JXRC_NONE) _exit(1);
   int32_t pq = openQueue(h, "PQ", JXOO_OUTPUT);
   int32_t nq = openQueue(h, "NQ", JXOO_OUTPUT);
   for (int n = 0;; ++n) {
@@ -42,8 +39,9 @@ constexpr int kClients = 4;
   }
 }
 
-TEST(Persistence, AcknowledgedPersistentMessagesSurviveKillNine) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+using Persistence = ServerTest;
+
+TEST_F(Persistence, AcknowledgedPersistentMessagesSurviveKillNine) {
   QueueManagerProcess qm({"PQ --maxdepth 1000000", "NQ --maxdepth 1000000"});
   int fds[2];
   ASSERT_EQ(pipe(fds), 0);

@@ -9,7 +9,10 @@ using namespace jxqp;
 
 namespace {
 
-Bytes payloadOf(Writer &w) {
+// A payload of 32-bit fields.
+Bytes ints(std::initializer_list<int32_t> values) {
+  Writer w;
+  for (int32_t v : values) w.i32(v);
   return w.bytes();
 }
 
@@ -53,16 +56,13 @@ TEST(Protocol, HeaderChecksMagicVersionFlagsAndLength) {
   Bytes f = frame(1, w);
   FrameHeader h;
   EXPECT_EQ(decodeHeader(f.data(), h), HeaderStatus::Ok);
+  const std::pair<size_t, uint8_t> breaks[] = {{0, 'X'}, {4, 2}, {7, 1}};
+  for (const auto &[offset, value] : breaks) {
+    Bytes bad = f;
+    bad[offset] = value;
+    EXPECT_EQ(decodeHeader(bad.data(), h), HeaderStatus::Bad) << offset;
+  }
   Bytes bad = f;
-  bad[0] = 'X';
-  EXPECT_EQ(decodeHeader(bad.data(), h), HeaderStatus::Bad);
-  bad = f;
-  bad[4] = 2;
-  EXPECT_EQ(decodeHeader(bad.data(), h), HeaderStatus::Bad);
-  bad = f;
-  bad[7] = 1;
-  EXPECT_EQ(decodeHeader(bad.data(), h), HeaderStatus::Bad);
-  bad = f;
   uint32_t tooLong = kMaxPayload + 1;
   std::memcpy(&bad[8], &tooLong, 4);  // the test machines are little-endian
   EXPECT_EQ(decodeHeader(bad.data(), h), HeaderStatus::Bad);
@@ -75,49 +75,26 @@ TEST(Protocol, HeaderChecksMagicVersionFlagsAndLength) {
 TEST(Protocol, RequestsMustBeExactlyConsumed) {
   JXOD od = JXOD_DEFAULT;
   JXMD md = JXMD_DEFAULT;
-  std::vector<std::pair<Op, Bytes>> cases;
-  {
-    Writer w;
-    char name[48] = "QM";
-    encodeHello(w, name, "user", "pw", 42);
-    cases.emplace_back(Op::Hello, payloadOf(w));
-  }
-  {
-    Writer w;
-    w.i32(JXOO_OUTPUT);
-    encodeObject(w, od);
-    cases.emplace_back(Op::Open, payloadOf(w));
-  }
-  {
-    Writer w;
-    w.i32(3);
-    w.i32(0);
-    w.md(md);
-    w.str("data");
-    cases.emplace_back(Op::Put, payloadOf(w));
-  }
-  {
-    Writer w;
-    w.i32(3);
-    w.u32(2);
-    w.i32(17);
-    w.i32(2016);
-    w.i32(1);
-    w.i32(48);
-    cases.emplace_back(Op::Inq, payloadOf(w));
-  }
-  {
-    Writer w;
-    w.i32(3);
-    w.u32(1);
-    w.i32(10);
-    w.u32(1);
-    w.i32(1);
-    w.str("");
-    cases.emplace_back(Op::Set, payloadOf(w));
-  }
-  cases.emplace_back(Op::Commit, Bytes{});
-  for (auto &[op, p] : cases) {
+  Writer hello, open, put;
+  char name[48] = "QM";
+  encodeHello(hello, name, "user", "pw", 42);
+  open.i32(JXOO_OUTPUT);
+  encodeObject(open, od);
+  put.i32(3);
+  put.i32(0);
+  put.md(md);
+  put.str("data");
+  const std::pair<Op, Bytes> cases[] = {
+      {Op::Hello, hello.bytes()},
+      {Op::Open, open.bytes()},
+      {Op::Put, put.bytes()},
+      // Handle, two selectors, one integer and 48 characters wanted.
+      {Op::Inq, ints({3, 2, 17, 2016, 1, 48})},
+      // Handle, one selector, one integer value and an empty string.
+      {Op::Set, ints({3, 1, 10, 1, 1, 0})},
+      {Op::Commit, {}},
+  };
+  for (const auto &[op, p] : cases) {
     Request r;
     uint8_t o = static_cast<uint8_t>(op);
     EXPECT_TRUE(decodeRequest(o, p.data(), p.size(), r)) << int(o);

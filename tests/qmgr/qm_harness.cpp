@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,7 +25,12 @@ bool serverAvailable() {
          access((binDir() + "/jxqm").c_str(), X_OK) == 0;
 }
 
-ToolResult jxqm(const std::vector<std::string> &args, const std::string &input) {
+std::string qmgrDir(const std::string &qmgr) {
+  return std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qmgr;
+}
+
+ToolResult jxqm(const std::vector<std::string> &args, const std::string &input,
+                const std::function<void()> &setup) {
   ToolResult r;
   int out[2], in[2];
   if (pipe2(out, O_CLOEXEC) != 0 || pipe2(in, O_CLOEXEC) != 0) return r;
@@ -33,6 +40,7 @@ ToolResult jxqm(const std::vector<std::string> &args, const std::string &input) 
     dup2(in[0], 0);
     dup2(out[1], 1);
     dup2(out[1], 2);
+    if (setup) setup();
     std::vector<char *> argv{const_cast<char *>(prog.c_str())};
     for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
     argv.push_back(nullptr);
@@ -93,7 +101,7 @@ bool QueueManagerProcess::stop() {
 }
 
 pid_t QueueManagerProcess::pid() const {
-  std::ifstream in(std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + name_ + "/qm.pid");
+  std::ifstream in(qmgrDir(name_) + "/qm.pid");
   pid_t p = 0;
   in >> p;
   return p;
@@ -113,12 +121,17 @@ void setName(char *field, const std::string &s) {
   std::memcpy(field, s.data(), s.size());
 }
 
-int32_t connect(const std::string &qmgr) {
+int32_t tryConnect(const std::string &qmgr, int32_t &hconn) {
   char name[48] = {};
   setName(name, qmgr);
-  int32_t h = 0, cc = -1, rc = -1;
-  zstJXCONN(name, &h, &cc, &rc, 0);
-  EXPECT_EQ(cc, JXCC_OK) << "connect reason " << rc;
+  int32_t cc = -1, rc = -1;
+  zstJXCONN(name, &hconn, &cc, &rc, 0);
+  return rc;
+}
+
+int32_t connect(const std::string &qmgr) {
+  int32_t h = 0;
+  EXPECT_EQ(tryConnect(qmgr, h), JXRC_NONE);
   return h;
 }
 
@@ -135,6 +148,62 @@ int32_t openQueue(int32_t hconn, const std::string &queue, int32_t options) {
   zstJXOPEN(hconn, &od, options, &h, &cc, &rc);
   EXPECT_EQ(rc, JXRC_NONE) << "open " << queue;
   return h;
+}
+
+int32_t openReason(int32_t hconn, const std::string &queue, int32_t options) {
+  JXOD od = JXOD_DEFAULT;
+  setName(od.ObjectName, queue);
+  int32_t h = 0, cc, rc;
+  zstJXOPEN(hconn, &od, options, &h, &cc, &rc);
+  if (rc == JXRC_NONE) zstJXCLOSE(hconn, &h, JXCO_NONE, &cc, &rc);
+  return rc;
+}
+
+int rawSocket(const std::string &qmgr) {
+  const std::string path = qmgrDir(qmgr) + "/qm.sock";
+  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un sun{};
+  sun.sun_family = AF_UNIX;
+  std::strncpy(sun.sun_path, path.c_str(), sizeof sun.sun_path - 1);
+  if (::connect(fd, reinterpret_cast<sockaddr *>(&sun), sizeof sun) != 0) {
+    close(fd);
+    return -1;
+  }
+  timeval tv{5, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  return fd;
+}
+
+int inChild(const std::function<int()> &body) {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(body());
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+HeldChild holdInChild(const std::function<std::string()> &body) {
+  HeldChild held;
+  int fds[2];
+  if (pipe(fds) != 0) return held;
+  held.pid = fork();
+  if (held.pid == 0) {
+    const std::string said = body();
+    if (write(fds[1], said.data(), said.size()) < 0) _exit(1);
+    close(fds[1]);
+    pause();
+    _exit(0);
+  }
+  close(fds[1]);
+  char buf[256];
+  for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;) held.said.append(buf, size_t(n));
+  close(fds[0]);
+  return held;
+}
+
+void HeldChild::kill() {
+  ::kill(pid, SIGKILL);
+  waitpid(pid, nullptr, 0);
 }
 
 int32_t put(int32_t hconn, int32_t hobj, const std::string &data, JXMD *mdOut, int32_t options,

@@ -6,6 +6,8 @@
 #include <jx/jxqm.h>
 #include <sys/types.h>
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,15 +17,18 @@ namespace qmtest {
 
 // Folder holding jxqm and jxqmgr (native even in the i386 build); empty when unknown.
 std::string binDir();
-// Skips the current test when no native server programs are known.
 bool serverAvailable();
+// The folder of a queue manager under this run's data root.
+std::string qmgrDir(const std::string &qmgr);
 
 struct ToolResult {
   int status = -1;  // exit status, or 128 + signal
   std::string out;  // stdout and stderr together
 };
-// Runs jxqm with the arguments; `input` goes to its standard input.
-ToolResult jxqm(const std::vector<std::string> &args, const std::string &input = "");
+// Runs jxqm with the arguments; `input` goes to its standard input and
+// `setup` runs in the new process before the program starts.
+ToolResult jxqm(const std::vector<std::string> &args, const std::string &input = "",
+                const std::function<void()> &setup = {});
 
 std::string uniqueName(const char *prefix);
 
@@ -45,6 +50,9 @@ class QueueManagerProcess {
   std::string name_;
 };
 
+// Connects to the named queue manager and returns the reason; the handle is
+// left alone when the connect fails.
+int32_t tryConnect(const std::string &qmgr, int32_t &hconn);
 // Connects to the named queue manager; fails the test on error.
 int32_t connect(const std::string &qmgr);
 void disconnect(int32_t &hconn);
@@ -61,5 +69,49 @@ Got get(int32_t hconn, int32_t hobj, int32_t options = JXGMO_NO_SYNCPOINT, int32
         int32_t bufferLength = 4096, const JXMD *selector = nullptr,
         int32_t match = JXMO_MATCH_MSG_ID | JXMO_MATCH_CORREL_ID);
 void setName(char *field, const std::string &s);
+// The reason of opening the queue; a queue that opens is closed again.
+int32_t openReason(int32_t hconn, const std::string &queue, int32_t options = JXOO_OUTPUT);
+// A plain stream socket connected to the queue manager's own socket. Its
+// receive timeout ends a wait before the server's default hello timeout
+// would close the connection, so only a deliberate close counts.
+int rawSocket(const std::string &qmgr);
+
+// Runs `body` in a forked child and returns its exit status (128 + signal
+// when it was killed).
+int inChild(const std::function<int()> &body);
+// A child that ran `body`, reported its result and now waits to be killed.
+struct HeldChild {
+  pid_t pid = -1;
+  std::string said;
+  void kill();
+};
+HeldChild holdInChild(const std::function<std::string()> &body);
+
+// Skips tests when no native server programs are known.
+class ServerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+  }
+};
+
+// One running queue manager with the given queues and a connection to it.
+class ConnectedTest : public ServerTest {
+ protected:
+  explicit ConnectedTest(std::vector<std::string> queues = {"Q1"}) : queues_(std::move(queues)) {}
+  void SetUp() override {
+    ServerTest::SetUp();
+    if (IsSkipped()) return;
+    qm_ = std::make_unique<QueueManagerProcess>(queues_);
+    hconn_ = connect(qm_->name());
+  }
+  void TearDown() override {
+    if (hconn_ > 0) disconnect(hconn_);
+    qm_.reset();
+  }
+  std::vector<std::string> queues_;
+  std::unique_ptr<QueueManagerProcess> qm_;
+  int32_t hconn_ = 0;
+};
 
 }  // namespace qmtest

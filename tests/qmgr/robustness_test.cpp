@@ -4,13 +4,10 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -22,28 +19,12 @@ using namespace qmtest;
 
 namespace {
 
-class Robustness : public ::testing::Test {
+class Robustness : public ConnectedTest {
  protected:
   void SetUp() override {
-    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
-    qm_ = std::make_unique<QueueManagerProcess>();
-    hconn_ = connect(qm_->name());
+    ConnectedTest::SetUp();
+    if (IsSkipped()) return;
     q_ = openQueue(hconn_, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
-  }
-  void TearDown() override {
-    if (hconn_ > 0) disconnect(hconn_);
-    qm_.reset();
-  }
-  int rawSocket() {
-    std::string path = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm_->name() + "/qm.sock";
-    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un sun{};
-    sun.sun_family = AF_UNIX;
-    std::strncpy(sun.sun_path, path.c_str(), sizeof sun.sun_path - 1);
-    EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr *>(&sun), sizeof sun), 0);
-    timeval tv{5, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    return fd;
   }
   // True when the server closes the connection without answering.
   static bool closedByServer(int fd) {
@@ -59,64 +40,58 @@ class Robustness : public ::testing::Test {
     jxqp::encodeHello(w, name, "", "", 1);
     return jxqp::frame(static_cast<uint8_t>(jxqp::Op::Hello), w);
   }
+  // A fresh connection that has said hello and read the reply.
+  int greeted() {
+    int fd = rawSocket(qm_->name());
+    jxqp::Bytes h = hello();
+    EXPECT_EQ(send(fd, h.data(), h.size(), 0), static_cast<ssize_t>(h.size()));
+    uint8_t reply[512];
+    EXPECT_GT(recv(fd, reply, sizeof reply, 0), 12);
+    return fd;
+  }
   void stillServing() {
     ASSERT_EQ(put(hconn_, q_, "still here"), JXRC_NONE);
     EXPECT_EQ(get(hconn_, q_).data, "still here");
     int32_t h = connect(qm_->name());
     disconnect(h);
   }
-  std::unique_ptr<QueueManagerProcess> qm_;
-  int32_t hconn_ = 0, q_ = 0;
+  int32_t q_ = 0;
 };
 
-TEST_F(Robustness, GarbageBytesEndOnlyThatConnection) {
-  int fd = rawSocket();
-  std::string junk(200, '\x5a');
-  ASSERT_EQ(send(fd, junk.data(), junk.size(), 0), 200);
-  EXPECT_TRUE(closedByServer(fd));
-  close(fd);
-  stillServing();
+jxqp::Bytes patched(jxqp::Bytes f, size_t offset, uint8_t value) {
+  f[offset] = value;
+  return f;
 }
 
-TEST_F(Robustness, BadVersionFlagsAndOversizedLengthAreRefused) {
-  for (int variant = 0; variant < 3; ++variant) {
-    jxqp::Bytes f = hello();
-    if (variant == 0) f[4] = 99;     // version
-    if (variant == 1) f[6] = 1;      // flags
-    if (variant == 2) f[11] = 0x7f;  // length far above the limit
-    int fd = rawSocket();
-    ASSERT_EQ(send(fd, f.data(), f.size(), 0), static_cast<ssize_t>(f.size()));
-    EXPECT_TRUE(closedByServer(fd)) << "variant " << variant;
-    close(fd);
-  }
-  stillServing();
-}
-
-TEST_F(Robustness, RequestsBeforeHelloAndMalformedPayloadsAreRefused) {
-  // An open before the hello.
-  jxqp::Writer w;
+TEST_F(Robustness, BadFramesEndOnlyTheirConnection) {
+  jxqp::Writer open;
   JXOD od = JXOD_DEFAULT;
-  w.i32(JXOO_OUTPUT);
-  jxqp::encodeObject(w, od);
-  jxqp::Bytes open = jxqp::frame(static_cast<uint8_t>(jxqp::Op::Open), w);
-  int fd = rawSocket();
-  ASSERT_EQ(send(fd, open.data(), open.size(), 0), static_cast<ssize_t>(open.size()));
-  EXPECT_TRUE(closedByServer(fd));
-  close(fd);
-  // A hello, then a close request one byte short, then an unknown op.
-  for (uint8_t op : {static_cast<uint8_t>(jxqp::Op::Close), static_cast<uint8_t>(77)}) {
-    fd = rawSocket();
-    jxqp::Bytes h = hello();
-    ASSERT_EQ(send(fd, h.data(), h.size(), 0), static_cast<ssize_t>(h.size()));
-    uint8_t reply[512];
-    ASSERT_GT(recv(fd, reply, sizeof reply, 0), 12);
-    jxqp::Writer bad;
-    bad.i32(1);
-    bad.u8(0);
-    bad.u8(0);
-    bad.u8(0);
-    jxqp::Bytes f = jxqp::frame(op, bad);
-    ASSERT_EQ(send(fd, f.data(), f.size(), 0), static_cast<ssize_t>(f.size()));
+  open.i32(JXOO_OUTPUT);
+  jxqp::encodeObject(open, od);
+  // A close request is one handle of four bytes: three are one short.
+  jxqp::Writer shortClose;
+  shortClose.i32(1);
+  shortClose.u8(0);
+  shortClose.u8(0);
+  shortClose.u8(0);
+  const struct {
+    const char *name;
+    jxqp::Bytes bytes;
+    bool afterHello;
+  } frames[] = {
+      {"garbage", jxqp::Bytes(200, 0x5a), false},
+      {"version", patched(hello(), 4, 99), false},
+      {"flags", patched(hello(), 6, 1), false},
+      {"length far above the limit", patched(hello(), 11, 0x7f), false},
+      {"open before hello", jxqp::frame(static_cast<uint8_t>(jxqp::Op::Open), open), false},
+      {"close one byte short", jxqp::frame(static_cast<uint8_t>(jxqp::Op::Close), shortClose),
+       true},
+      {"unknown operation", jxqp::frame(77, shortClose), true},
+  };
+  for (const auto &f : frames) {
+    SCOPED_TRACE(f.name);
+    int fd = f.afterHello ? greeted() : rawSocket(qm_->name());
+    ASSERT_EQ(send(fd, f.bytes.data(), f.bytes.size(), 0), static_cast<ssize_t>(f.bytes.size()));
     EXPECT_TRUE(closedByServer(fd));
     close(fd);
   }
@@ -126,24 +101,19 @@ TEST_F(Robustness, RequestsBeforeHelloAndMalformedPayloadsAreRefused) {
 TEST_F(Robustness, TruncatedFramesAndVanishingClients) {
   // Half a frame, then the client goes.
   jxqp::Bytes f = hello();
-  int fd = rawSocket();
+  int fd = rawSocket(qm_->name());
   ASSERT_EQ(send(fd, f.data(), f.size() / 2, 0), static_cast<ssize_t>(f.size() / 2));
   close(fd);
   // A header announcing a large payload that never comes, left open while others work.
-  fd = rawSocket();
+  fd = rawSocket(qm_->name());
   jxqp::Writer big;
   big.blob(std::string(100000, 'x').data(), 100000);
   jxqp::Bytes bf = jxqp::frame(static_cast<uint8_t>(jxqp::Op::Hello), big);
   ASSERT_EQ(send(fd, bf.data(), 5000, 0), 5000);
   stillServing();
   close(fd);
-  // A client that vanishes while its get waits.
-  int fd2 = rawSocket();
-  jxqp::Bytes h = hello();
-  ASSERT_EQ(send(fd2, h.data(), h.size(), 0), static_cast<ssize_t>(h.size()));
-  uint8_t reply[512];
-  ASSERT_GT(recv(fd2, reply, sizeof reply, 0), 12);
-  close(fd2);
+  // A client that vanishes after its hello.
+  close(greeted());
   stillServing();
 }
 
@@ -155,11 +125,8 @@ TEST_F(Robustness, ALiveConnectionSeesTheServerGoAsBroken) {
   zstJXDISC(&hconn_, 0, &cc, &rc);
   EXPECT_EQ(rc, JXRC_CONNECTION_BROKEN);
   EXPECT_EQ(hconn_, JXHC_UNUSABLE_HCONN);
-  char name[48] = {};
-  setName(name, qm_->name());
   int32_t h = 0;
-  zstJXCONN(name, &h, &cc, &rc, 0);
-  EXPECT_EQ(rc, JXRC_Q_MGR_NOT_AVAILABLE);
+  EXPECT_EQ(tryConnect(qm_->name(), h), JXRC_Q_MGR_NOT_AVAILABLE);
   ASSERT_TRUE(qm_->start());
 }
 
@@ -178,43 +145,29 @@ long cpuTicks(pid_t pid) {
   return utime + stime;
 }
 
-TEST(ConnectionFlood, MoreConnectionsThanDescriptorsDoNotStopTheServer) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+using ConnectionFlood = ServerTest;
+
+TEST_F(ConnectionFlood, MoreConnectionsThanDescriptorsDoNotStopTheServer) {
   QueueManagerProcess qm({"Q1"}, {}, false);
-  pid_t starter = fork();
-  if (starter == 0) {
+  const auto fewDescriptors = [] {
     rlimit lim{64, 64};
     if (setrlimit(RLIMIT_NOFILE, &lim) != 0) _exit(98);
-    std::string prog = binDir() + "/jxqm";
-    execl(prog.c_str(), prog.c_str(), "start", qm.name().c_str(), static_cast<char *>(nullptr));
-    _exit(127);
-  }
-  int status = 0;
-  waitpid(starter, &status, 0);
-  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  };
+  ASSERT_EQ(jxqm({"start", qm.name()}, "", fewDescriptors).status, 0);
 
-  std::string path = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm.name() + "/qm.sock";
   std::vector<int> flood;
   for (int i = 0; i < 100; ++i) {
-    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un sun{};
-    sun.sun_family = AF_UNIX;
-    std::strncpy(sun.sun_path, path.c_str(), sizeof sun.sun_path - 1);
-    if (::connect(fd, reinterpret_cast<sockaddr *>(&sun), sizeof sun) == 0)
-      flood.push_back(fd);
-    else
-      close(fd);
+    int fd = rawSocket(qm.name());
+    if (fd >= 0) flood.push_back(fd);
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   long before = cpuTicks(qm.pid());
   std::this_thread::sleep_for(std::chrono::seconds(1));
   EXPECT_LT(cpuTicks(qm.pid()) - before, 10) << "the server spins on its listener";
   for (int fd : flood) close(fd);
-  int32_t rc = JXRC_Q_MGR_NOT_AVAILABLE, h = 0, cc;
-  char name[48] = {};
-  setName(name, qm.name());
+  int32_t rc = JXRC_Q_MGR_NOT_AVAILABLE, h = 0;
   for (int i = 0; i < 100 && rc != JXRC_NONE; ++i) {
-    zstJXCONN(name, &h, &cc, &rc, 0);
+    rc = tryConnect(qm.name(), h);
     if (rc != JXRC_NONE) std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   ASSERT_EQ(rc, JXRC_NONE);
@@ -224,19 +177,14 @@ TEST(ConnectionFlood, MoreConnectionsThanDescriptorsDoNotStopTheServer) {
   disconnect(h);
 }
 
-TEST(HelloTimeout, SilentPeersAreClosedAndIdleClientsKept) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+using HelloTimeout = ServerTest;
+
+TEST_F(HelloTimeout, SilentPeersAreClosedAndIdleClientsKept) {
   QueueManagerProcess qm({"Q1"}, {"--hello-timeout", "1"});
   int32_t h = connect(qm.name());
-  std::string path = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm.name() + "/qm.sock";
-  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un sun{};
-  sun.sun_family = AF_UNIX;
-  std::strncpy(sun.sun_path, path.c_str(), sizeof sun.sun_path - 1);
-  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr *>(&sun), sizeof sun), 0);
+  int fd = rawSocket(qm.name());
+  ASSERT_GE(fd, 0);
   ASSERT_EQ(send(fd, "JXQP", 4, 0), 4);  // part of a header, then silence
-  timeval tv{10, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
   char b;
   auto t0 = std::chrono::steady_clock::now();
   EXPECT_EQ(recv(fd, &b, 1, 0), 0) << "closed by the server";
@@ -272,8 +220,9 @@ int runServer(const std::vector<std::string> &args, pid_t &pid, int waitMs) {
   return -1;
 }
 
-TEST(Polling, OutOfRangeValuesAreRefusedAndPollingOffStillServes) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+using Polling = ServerTest;
+
+TEST_F(Polling, OutOfRangeValuesAreRefusedAndPollingOffStillServes) {
   QueueManagerProcess qm({"Q1"}, {}, false);
   pid_t pid;
   for (const char *bad : {"-1", "10001", "fast", ""})

@@ -33,6 +33,9 @@ int freePort() {
   return ntohs(sa.sin_port);
 }
 
+// The handle stays at kUntouched when the connect fails.
+constexpr int32_t kUntouched = 123;
+
 int32_t connectTcp(const std::string &where, const std::string &user, const std::string &pw,
                    int32_t &rc) {
   JXCNO cno = JXCNO_DEFAULT;
@@ -40,22 +43,14 @@ int32_t connectTcp(const std::string &where, const std::string &user, const std:
   std::strncpy(cno.UserId, user.c_str(), sizeof cno.UserId - 1);
   std::strncpy(cno.Password, pw.c_str(), sizeof cno.Password - 1);
   char name[48] = {};
-  int32_t h = 0, cc;
+  int32_t h = kUntouched, cc;
   zstJXCONNX(name, &cno, &h, &cc, &rc, 0);
   return h;
 }
 
-int32_t openReason(int32_t hconn, const std::string &queue, int32_t options) {
-  JXOD od = JXOD_DEFAULT;
-  setName(od.ObjectName, queue);
-  int32_t h = 0, cc, rc;
-  zstJXOPEN(hconn, &od, options, &h, &cc, &rc);
-  if (rc == JXRC_NONE) zstJXCLOSE(hconn, &h, JXCO_NONE, &cc, &rc);
-  return rc;
-}
+using Tcp = ServerTest;
 
-TEST(Tcp, UserAndPasswordAreRequiredAndChecked) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+TEST_F(Tcp, UserAndPasswordAreRequiredAndChecked) {
   std::string where = "127.0.0.1:" + std::to_string(freePort());
   QueueManagerProcess qm({"Q1"}, {"--listen", where});
   ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
@@ -71,20 +66,12 @@ TEST(Tcp, UserAndPasswordAreRequiredAndChecked) {
   EXPECT_EQ(openReason(h, "Q1", JXOO_SET), JXRC_NOT_AUTHORIZED);
   disconnect(h);
 
-  int32_t untouched = 123;
-  JXCNO cno = JXCNO_DEFAULT;
-  std::strncpy(cno.ConnectionName, where.c_str(), sizeof cno.ConnectionName - 1);
-  std::strcpy(cno.UserId, "alice");
-  std::strcpy(cno.Password, "wrong");
-  char name[48] = {};
-  int32_t cc;
-  zstJXCONNX(name, &cno, &untouched, &cc, &rc, 0);
-  EXPECT_EQ(rc, JXRC_NOT_AUTHORIZED);
-  EXPECT_EQ(untouched, 123);
-  connectTcp(where, "mallory", "s3cret-pw", rc);
-  EXPECT_EQ(rc, JXRC_NOT_AUTHORIZED);
-  connectTcp(where, "", "", rc);
-  EXPECT_EQ(rc, JXRC_NOT_AUTHORIZED);
+  const std::pair<const char *, const char *> refused[] = {
+      {"alice", "wrong"}, {"mallory", "s3cret-pw"}, {"", ""}};
+  for (const auto &[user, pw] : refused) {
+    EXPECT_EQ(connectTcp(where, user, pw, rc), kUntouched) << user;
+    EXPECT_EQ(rc, JXRC_NOT_AUTHORIZED) << user;
+  }
 
   h = connectTcp(where, "root_admin", "adm1n-pw", rc);
   ASSERT_EQ(rc, JXRC_NONE);
@@ -100,7 +87,8 @@ TEST(Tcp, UserAndPasswordAreRequiredAndChecked) {
   setenv("JX_SERVER", where.c_str(), 1);
   setenv("JX_USER", "root_admin", 1);
   setenv("JX_PASSWORD", "adm1n-pw", 1);
-  h = 0;
+  char name[48] = {};
+  int32_t cc;
   zstJXCONN(name, &h, &cc, &rc, 1);
   unsetenv("JX_SERVER");
   unsetenv("JX_USER");
@@ -109,16 +97,14 @@ TEST(Tcp, UserAndPasswordAreRequiredAndChecked) {
   if (rc == JXRC_NONE) disconnect(h);
 
   // Passwords are stored only as salted hashes.
-  std::string dir = std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm.name();
   for (const char *file : {"/qm.db", "/qm.db-wal"}) {
-    std::ifstream in(dir + file, std::ios::binary);
+    std::ifstream in(qmgrDir(qm.name()) + file, std::ios::binary);
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     EXPECT_EQ(bytes.find("s3cret-pw"), std::string::npos) << file;
   }
 }
 
-TEST(Tcp, NoListenerWithoutAListenAddress) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+TEST_F(Tcp, NoListenerWithoutAListenAddress) {
   QueueManagerProcess qm;
   int32_t rc = -1;
   connectTcp("127.0.0.1:" + std::to_string(freePort()), "alice", "pw", rc);
@@ -133,26 +119,17 @@ TEST(Tcp, NoListenerWithoutAListenAddress) {
 
 // Runs jxqm as another user with its own data root.
 int jxqmAs(uid_t uid, const std::string &root, const std::vector<std::string> &args) {
-  pid_t p = fork();
-  if (p == 0) {
-    if (setgid(uid) != 0 || setuid(uid) != 0) _exit(99);
-    setenv("JX_DATA_PATH", root.c_str(), 1);
-    int devnull = open("/dev/null", O_WRONLY);
-    dup2(devnull, 1);
-    std::string prog = binDir() + "/jxqm";
-    std::vector<char *> argv{const_cast<char *>(prog.c_str())};
-    for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-    argv.push_back(nullptr);
-    execv(prog.c_str(), argv.data());
-    _exit(127);
-  }
-  int status = 0;
-  waitpid(p, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+  return jxqm(args, "",
+              [&] {
+                if (setgid(uid) != 0 || setuid(uid) != 0) _exit(99);
+                setenv("JX_DATA_PATH", root.c_str(), 1);
+              })
+      .status;
 }
 
-TEST(LocalPeers, OnlyAuthorisedUsersConnectAndAdminister) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
+using LocalPeers = ServerTest;
+
+TEST_F(LocalPeers, OnlyAuthorisedUsersConnectAndAdminister) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to run a queue manager as another user";
   // A queue manager owned by nobody, reached by root (who gets through the
   // folder permissions but is not its owner).
@@ -166,37 +143,27 @@ TEST(LocalPeers, OnlyAuthorisedUsersConnectAndAdminister) {
   ASSERT_EQ(jxqmAs(kNobody, root, {"start", qm}), 0);
   setenv("JX_DATA_PATH", root.c_str(), 1);
 
-  char name[48] = {};
-  setName(name, qm);
-  int32_t h = 0, cc, rc;
-  zstJXCONN(name, &h, &cc, &rc, 0);
-  EXPECT_EQ(rc, JXRC_NOT_AUTHORIZED) << "root is not the owner and has no authority";
+  int32_t h = 0;
+  EXPECT_EQ(tryConnect(qm, h), JXRC_NOT_AUTHORIZED) << "root is not the owner and has no authority";
 
   EXPECT_EQ(jxqmAs(kNobody, root, {"authorize", qm, "root", "connect"}), 0);
-  zstJXCONN(name, &h, &cc, &rc, 0);
-  ASSERT_EQ(rc, JXRC_NONE);
+  ASSERT_EQ(tryConnect(qm, h), JXRC_NONE);
   EXPECT_EQ(openReason(h, "SYSTEM.DEFAULT.LOCAL.QUEUE", JXOO_OUTPUT), JXRC_NONE);
   EXPECT_EQ(openReason(h, "SYSTEM.ADMIN.COMMAND.QUEUE", JXOO_OUTPUT), JXRC_NOT_AUTHORIZED);
   EXPECT_EQ(openReason(h, "SYSTEM.DEFAULT.LOCAL.QUEUE", JXOO_SET), JXRC_NOT_AUTHORIZED);
   disconnect(h);
 
   EXPECT_EQ(jxqmAs(kNobody, root, {"authorize", qm, "root", "admin"}), 0);
-  zstJXCONN(name, &h, &cc, &rc, 0);
-  ASSERT_EQ(rc, JXRC_NONE);
+  ASSERT_EQ(tryConnect(qm, h), JXRC_NONE);
   EXPECT_EQ(openReason(h, "SYSTEM.ADMIN.COMMAND.QUEUE", JXOO_OUTPUT), JXRC_NONE);
   disconnect(h);
 
   // Another user cannot even reach the private folder.
-  pid_t p = fork();
-  if (p == 0) {
-    if (setuid(12345) != 0) _exit(99);
-    int32_t hh, c2, r2;
-    zstJXCONN(name, &hh, &c2, &r2, 0);
-    _exit(r2 == JXRC_NOT_AUTHORIZED ? 0 : 1);
-  }
-  int status = 0;
-  waitpid(p, &status, 0);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(inChild([&] {
+              if (setuid(12345) != 0) return 99;
+              return tryConnect(qm, h) == JXRC_NOT_AUTHORIZED ? 0 : 1;
+            }),
+            0);
 
   struct stat st {};
   ASSERT_EQ(stat((root + "/qmgrs/" + qm).c_str(), &st), 0);

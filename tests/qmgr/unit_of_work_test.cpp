@@ -1,9 +1,5 @@
 // Units of work: puts and gets under syncpoint, commit, backout, and the
 // backout of a connection that dies.
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <thread>
 
@@ -13,31 +9,32 @@ using namespace qmtest;
 
 namespace {
 
-class UnitsOfWork : public ::testing::Test {
+// Two connections with the queue open on each: `a_` works under syncpoint
+// and `b_` looks from outside.
+class UnitsOfWork : public ConnectedTest {
  protected:
+  UnitsOfWork() : ConnectedTest({"Q1", "PQ --persistent"}) {}
   void SetUp() override {
-    if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr (set JX_NATIVE_BIN_DIR)";
-    qm_ = std::make_unique<QueueManagerProcess>(std::vector<std::string>{"Q1", "PQ --persistent"});
-    a_ = connect(qm_->name());
+    ConnectedTest::SetUp();
+    if (IsSkipped()) return;
     b_ = connect(qm_->name());
     aq_ = openQueue(a_, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
     bq_ = openQueue(b_, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED | JXOO_INQUIRE);
   }
   void TearDown() override {
-    if (a_ > 0) disconnect(a_);
     if (b_ > 0) disconnect(b_);
-    qm_.reset();
+    ConnectedTest::TearDown();
   }
   int32_t depth() {
     int32_t sel = JXIA_CURRENT_Q_DEPTH, d = -1, cc, rc;
     zstJXINQ(b_, bq_, 1, &sel, 1, &d, 0, nullptr, &cc, &rc);
     return d;
   }
-  std::unique_ptr<QueueManagerProcess> qm_;
-  int32_t a_ = 0, b_ = 0, aq_ = 0, bq_ = 0;
+  int32_t &a_ = hconn_;
+  int32_t b_ = 0, aq_ = 0, bq_ = 0;
 };
 
-TEST_F(UnitsOfWork, PutsAreSeenOnlyAfterCommit) {
+TEST_F(UnitsOfWork, PutsAndGetsTakeEffectAtCommit) {
   ASSERT_EQ(put(a_, aq_, "first", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
   ASSERT_EQ(put(a_, aq_, "second", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
   EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE);
@@ -46,7 +43,10 @@ TEST_F(UnitsOfWork, PutsAreSeenOnlyAfterCommit) {
   zstJXCMIT(a_, &cc, &rc);
   ASSERT_EQ(rc, JXRC_NONE);
   EXPECT_EQ(get(b_, bq_).data, "first");
-  EXPECT_EQ(get(b_, bq_).data, "second");
+  EXPECT_EQ(get(a_, aq_, JXGMO_SYNCPOINT).data, "second");
+  zstJXCMIT(a_, &cc, &rc);
+  zstJXBACK(a_, &cc, &rc);
+  EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE) << "a committed get stays done";
 }
 
 TEST_F(UnitsOfWork, CommitWakesAWaitingGet) {
@@ -84,15 +84,6 @@ TEST_F(UnitsOfWork, BackoutDiscardsPutsAndRestoresGets) {
   EXPECT_EQ(rc, JXRC_OPTIONS_ERROR);
 }
 
-TEST_F(UnitsOfWork, GetsUnderSyncpointAreRemovedByCommit) {
-  ASSERT_EQ(put(a_, aq_, "m"), JXRC_NONE);
-  EXPECT_EQ(get(a_, aq_, JXGMO_SYNCPOINT).data, "m");
-  int32_t cc, rc;
-  zstJXCMIT(a_, &cc, &rc);
-  zstJXBACK(a_, &cc, &rc);
-  EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE);
-}
-
 TEST_F(UnitsOfWork, AnOrderlyDisconnectCommits) {
   ASSERT_EQ(put(a_, aq_, "committed by disc", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
   disconnect(a_);
@@ -102,29 +93,17 @@ TEST_F(UnitsOfWork, AnOrderlyDisconnectCommits) {
 TEST_F(UnitsOfWork, ADyingConnectionIsBackedOut) {
   ASSERT_EQ(put(a_, aq_, "to be got"), JXRC_NONE);
   ASSERT_EQ(put(a_, aq_, "persistent", nullptr, JXPMO_NO_SYNCPOINT, JXPER_PERSISTENT), JXRC_NONE);
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  pid_t child = fork();
-  if (child == 0) {
-    char qm[48] = {};
-    setName(qm, qm_->name());
-    int32_t h, cc, rc;
-    zstJXCONN(qm, &h, &cc, &rc, 0);
+  HeldChild child = holdInChild([&] {
+    int32_t h = connect(qm_->name());
     int32_t q = openQueue(h, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
     bool ok = get(h, q, JXGMO_SYNCPOINT).rc == JXRC_NONE &&
               get(h, q, JXGMO_SYNCPOINT).rc == JXRC_NONE &&
               put(h, q, "never committed", nullptr, JXPMO_SYNCPOINT) == JXRC_NONE;
-    if (write(ready[1], ok ? "y" : "n", 1) != 1) _exit(1);
-    pause();
-    _exit(0);
-  }
-  close(ready[1]);
-  char c = 0;
-  ASSERT_EQ(read(ready[0], &c, 1), 1);
-  ASSERT_EQ(c, 'y');
+    return std::string(ok ? "y" : "n");
+  });
+  ASSERT_EQ(child.said, "y");
   EXPECT_EQ(get(b_, bq_).rc, JXRC_NO_MSG_AVAILABLE);
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
+  child.kill();
   Got g = get(b_, bq_, JXGMO_WAIT, 5000);
   EXPECT_EQ(g.data, "to be got");
   EXPECT_EQ(g.md.BackoutCount, 1);
@@ -149,11 +128,9 @@ TEST_F(UnitsOfWork, CommittedPersistentWorkSurvivesARestart) {
   qm_->kill9();
   ASSERT_TRUE(qm_->start());
   a_ = connect(qm_->name());
-  b_ = connect(qm_->name());
   p = openQueue(a_, "PQ", JXOO_INPUT_SHARED);
   EXPECT_EQ(get(a_, p).data, "taken");
   EXPECT_EQ(get(a_, p).rc, JXRC_NO_MSG_AVAILABLE);
-  bq_ = openQueue(b_, "Q1", JXOO_INQUIRE);
 }
 
 }  // namespace
