@@ -102,6 +102,7 @@ TEST(BufferCalls, ChecksInOrderLeaveEverythingAlone) {
     EXPECT_EQ(rc, row.reason);
     EXPECT_EQ(length, kUntouched);
     EXPECT_EQ(bag.count(JXSEL_USER), 1);
+    EXPECT_EQ(bag.integer(5), 1);
     int32_t n = 0;
     jxCountItems(systemHandle, JXSEL_USER, &n, &cc, &rc);
     EXPECT_EQ(n, 1);

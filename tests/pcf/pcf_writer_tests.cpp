@@ -106,7 +106,9 @@ TEST(PcfWriter, ExactBytes) {
   }
   // The expected messages rely on the helper's padding: pin one by hand.
   EXPECT_EQ(Msg().stringList(3001, 7, {"AB", "ABCDEFG", "ABCD"}).size(), 48);
-  EXPECT_EQ(Msg().string(2001, "ABCDE").size(), 28);
+  EXPECT_EQ(
+      Msg().integer(5, -17).string(2001, "ABCDE").string(2002, "ABCDEFGH").string(2003, "").size(),
+      16 + 28 + 28 + 20);
 }
 
 TEST(PcfWriter, MessageTypeAndFormatFollowTheBagsType) {
@@ -201,6 +203,7 @@ TEST(PcfWriter, ControlAreaStorageFailureGives2071) {
     Written w = write(bag, kNoCommand);
     xcsSetAllocFailure(0, -1);
     // 40 items or fewer: the area lives in the frame and nothing is obtained.
+    EXPECT_EQ(w.cc, items > 40 ? JXCC_FAILED : JXCC_OK) << items;
     EXPECT_EQ(w.rc, items > 40 ? JXRC_NO_STORAGE : JXRC_NONE) << items;
   }
 }
@@ -229,6 +232,7 @@ TEST(PcfWriter, ItemOfAnUnknownTypeWritesAFailureRecord) {
   const std::string before = xcsLastFailureRecord();
   Written w = write(bag, kNoCommand);
   item->Type = JXITEM_INTEGER;
+  EXPECT_EQ(w.cc, JXCC_FAILED);
   EXPECT_EQ(w.rc, JXRC_WRONG_ITEM_TYPE);
   EXPECT_NE(std::string(xcsLastFailureRecord()), before);
 }

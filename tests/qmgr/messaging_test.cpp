@@ -45,21 +45,9 @@ TEST_F(Messaging, PutInOneProcessGetInAnother) {
   EXPECT_EQ(get(hconn_, hobj).rc, JXRC_NO_MSG_AVAILABLE);
 }
 
-TEST_F(Messaging, GetWaitIsWokenByAPutFromAnotherConnection) {
-  int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
-  Got g;
-  std::thread waiter([&] { g = get(hconn_, in, JXGMO_WAIT, 20000); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  int32_t other = connect(qm_->name());
-  int32_t out = openQueue(other, "Q1", JXOO_OUTPUT);
-  ASSERT_EQ(put(other, out, "wake up"), JXRC_NONE);
-  waiter.join();
-  EXPECT_EQ(g.rc, JXRC_NONE);
-  EXPECT_EQ(g.data, "wake up");
-  disconnect(other);
-}
-
-TEST_F(Messaging, EachWaitEndsAtItsOwnDeadlineAndAServedWaitLeavesNoneBehind) {
+// A wait on one connection is served by a put on another; waits end at
+// their own deadlines, and a served wait leaves no deadline behind.
+TEST_F(Messaging, GetWaitsAreWokenByPutsAndEndAtTheirOwnDeadlines) {
   using Clock = std::chrono::steady_clock;
   int32_t other = connect(qm_->name());
   int32_t mine = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
