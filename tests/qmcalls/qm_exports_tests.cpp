@@ -19,6 +19,11 @@ constexpr uint32_t id(uint32_t fn) {
   return 32u * 1024u + fn;
 }
 
+// Connects go to a queue manager that does not exist; the handles they
+// would fill are thrown away.
+char gNoQmgr[48] = "NO.SUCH.QMGR";
+int32_t gHconn;
+
 class QmExports : public ::testing::Test {
  protected:
   void SetUp() override { xcsInitialize(48, 1030, 0, 0, 0); }
@@ -32,18 +37,8 @@ TEST_F(QmExports, MarksCarryTheStubsReason) {
     void (*call)(int32_t *, int32_t *);
   };
   const Case cases[] = {
-      {38,
-       [](int32_t *cc, int32_t *rc) {
-         char name[48] = "NO.SUCH.QMGR";
-         int32_t h = 0;
-         JXCONN(name, &h, cc, rc);
-       }},
-      {49,
-       [](int32_t *cc, int32_t *rc) {
-         char name[48] = "NO.SUCH.QMGR";
-         int32_t h = 0;
-         zrtJXCONN(name, &h, cc, rc);
-       }},
+      {38, [](int32_t *cc, int32_t *rc) { JXCONN(gNoQmgr, &gHconn, cc, rc); }},
+      {49, [](int32_t *cc, int32_t *rc) { zrtJXCONN(gNoQmgr, &gHconn, cc, rc); }},
       {39,
        [](int32_t *cc, int32_t *rc) {
          int32_t h = 12345;
@@ -135,12 +130,11 @@ TEST_F(QmExports, ConnectInAChildClearsInheritedState) {
   EXPECT_EQ(inChild([parent] {
               auto *anchor = static_cast<xihPROCESSANCHOR *>(CSCtrl);
               if (anchor->Pid != parent) return 1;
-              char name[48] = "NO.SUCH.QMGR";
-              int32_t h, cc, rc;
-              JXCONN(name, &h, &cc, &rc);
+              int32_t cc, rc;
+              JXCONN(gNoQmgr, &gHconn, &cc, &rc);
               if (anchor->Pid != getpid()) return 2;
               // Only once: the recorded process is now this one.
-              JXCONN(name, &h, &cc, &rc);
+              JXCONN(gNoQmgr, &gHconn, &cc, &rc);
               return anchor->Pid == getpid() ? 0 : 3;
             }),
             0);
@@ -148,12 +142,11 @@ TEST_F(QmExports, ConnectInAChildClearsInheritedState) {
   // eye-catcher.
   EXPECT_EQ(inChild([parent] {
               auto *anchor = static_cast<xihPROCESSANCHOR *>(CSCtrl);
-              char name[48] = "NO.SUCH.QMGR";
-              int32_t h, cc, rc;
-              zrtJXCONN(name, &h, &cc, &rc);
+              int32_t cc, rc;
+              zrtJXCONN(gNoQmgr, &gHconn, &cc, &rc);
               if (anchor->Pid != parent) return 1;
               memcpy(anchor->StrucId, "XIHX", 4);
-              JXCONN(name, &h, &cc, &rc);
+              JXCONN(gNoQmgr, &gHconn, &cc, &rc);
               return anchor->Pid == parent ? 0 : 2;
             }),
             0);
