@@ -64,6 +64,13 @@ bool marked(const zaiPCFBUFCTL *area, int32_t position) {
   return position < markCount(area) && area->Written[position];
 }
 
+// The first position from i on, before end, whose mark is clear (or end).
+int32_t firstUnmarked(const uint8_t *written, int32_t i, int32_t end) {
+  if (i >= end) return i;
+  const void *clear = memchr(written + i, 0, static_cast<size_t>(end - i));
+  return clear ? static_cast<int32_t>(static_cast<const uint8_t *>(clear) - written) : end;
+}
+
 // Selectors of the attribute lists: their items always go out as lists.
 bool isAttributeList(int32_t selector) {
   switch (selector) {
@@ -585,7 +592,7 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
     // Items already written (marked) are only ever user items of an
     // integer or string type, so a run of them is skipped at once.
     if (grouped) {
-      while (i < count && i < marks && written[i]) ++i;
+      i = firstUnmarked(written, i, std::min(count, marks));
       if (i == count) break;
     }
     zaiPROPERTY *item = static_cast<zaiPROPERTY *>(places[i]);
