@@ -315,7 +315,10 @@ void indexRemove(BagIndex &ix, const zaiVECTOR *items, int32_t selector, int32_t
       l.next++;
     }
   }
-  memmove(ix.links + k, ix.links + k + 1, static_cast<size_t>(oldCount - k - 1) * sizeof(ItemLink));
+  if (k + 1 < oldCount) {
+    memmove(ix.links + k, ix.links + k + 1,
+            static_cast<size_t>(oldCount - k - 1) * sizeof(ItemLink));
+  }
 
   // Most removals come after every system item: nothing there to move.
   if (selector >= 0 && (ix.systemCount == 0 || ix.system[ix.systemCount - 1] < k)) return;
