@@ -23,15 +23,12 @@ using namespace qmtest;
 
 namespace {
 
-std::string dbPath(const QueueManagerProcess &qm) {
-  return std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qm.name() + "/qm.db";
-}
+using GroupCommit = ServerTest;
 
 // Each client checks, as soon as its put returns, that another reader of
 // the database already sees the message: a reply sent before its group's
 // commit would be seen returning while the row is not yet there.
-TEST(GroupCommit, APutReturnsOnlyOnceItsMessageIsCommitted) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr";
+TEST_F(GroupCommit, APutReturnsOnlyOnceItsMessageIsCommitted) {
   QueueManagerProcess qm({"PQ --maxdepth 100000"});
   constexpr int kClients = 8, kPuts = 150;
   std::atomic<int> unseen{0}, failed{0};
@@ -40,7 +37,8 @@ TEST(GroupCommit, APutReturnsOnlyOnceItsMessageIsCommitted) {
     clients.emplace_back([&, c] {
       sqlite3 *db = nullptr;
       sqlite3_stmt *s = nullptr;
-      if (sqlite3_open_v2(dbPath(qm).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK ||
+      if (sqlite3_open_v2((qmgrDir(qm.name()) + "/qm.db").c_str(), &db, SQLITE_OPEN_READONLY,
+                          nullptr) != SQLITE_OK ||
           sqlite3_prepare_v2(db, "SELECT count(*) FROM messages WHERE data = ?1", -1, &s,
                              nullptr) != SQLITE_OK) {
         ++failed;
@@ -108,8 +106,7 @@ std::map<int, int> countByClient(const std::string &acked) {
 // Half the clients are killed while their puts share commits with the
 // others'. The rest go on being served, and after a crash of the queue
 // manager every acknowledged message of every client is there once.
-TEST(GroupCommit, ClientsDyingInAGroupCostTheOthersNothing) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr";
+TEST_F(GroupCommit, ClientsDyingInAGroupCostTheOthersNothing) {
   QueueManagerProcess qm({"PQ --maxdepth 1000000"});
   constexpr int kClients = 6, kKilled = 3;
   int fds[2];
@@ -180,8 +177,7 @@ void onAlarm(int) {}
 // A client sleeps until its reply arrives; a signal that interrupts that
 // sleep must not be taken for a broken connection, in a long get-wait or
 // in a reply larger than one receive.
-TEST(GroupCommit, SignalsDoNotBreakAWaitingCall) {
-  if (!serverAvailable()) GTEST_SKIP() << "no native jxqmgr";
+TEST_F(GroupCommit, SignalsDoNotBreakAWaitingCall) {
   QueueManagerProcess qm({"Q1"});
   int32_t h = connect(qm.name());
   int32_t q = openQueue(h, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
