@@ -93,6 +93,34 @@ static inline void xihRecordHistoryAt(xihTHREADANCHOR *t, uint32_t index, uint32
 static inline void xihRecordHistory(xihTHREADANCHOR *t, uint32_t mark) {
   xihRecordHistoryAt(t, t->HistoryIndex, mark);
 }
+/* Records `pairs` times the two marks `first`, `second` from `index` on, as
+ * that many xihRecordHistoryAt calls would leave the ring: marks that later
+ * ones of the same call would overwrite are not written at all. */
+static inline void xihRecordHistoryPairsAt(xihTHREADANCHOR *t, uint32_t index, uint32_t pairs,
+                                           uint32_t first, uint32_t second) {
+  const uint32_t total = 2 * pairs;
+  uint32_t k = total > XIH_HISTORY_SIZE ? total - XIH_HISTORY_SIZE : 0; /* even */
+  uint32_t at = (index + k) % XIH_HISTORY_SIZE;
+  while (k < total) {
+    uint32_t *h = t->History + at;
+    uint32_t stretch = XIH_HISTORY_SIZE - at;
+    uint32_t i = 0;
+    if (stretch > total - k) stretch = total - k;
+    for (; i + 1 < stretch; i += 2) {
+      h[i] = first;
+      h[i + 1] = second;
+    }
+    if (i < stretch) { /* the ring's end splits a pair */
+      const uint32_t next = second;
+      h[i] = first;
+      second = first;
+      first = next;
+    }
+    k += stretch;
+    at = 0;
+  }
+  t->HistoryIndex = index + total;
+}
 /* Mark i steps back from the newest (0 = newest). */
 static inline uint32_t xihHistoryAt(const xihTHREADANCHOR *t, uint32_t back) {
   return t->History[(t->HistoryIndex - 1u - back) % XIH_HISTORY_SIZE];

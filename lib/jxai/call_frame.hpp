@@ -167,6 +167,37 @@ class LeafFrameRun {
     index_ += 2;
   }
 
+  // Runs `loop`, which hands the work of each frame of the run, in turn, to
+  // the callable it is given. Traced, each frame is recorded as it runs, its
+  // trace lines between its marks. Untraced, nothing can come between the
+  // marks, so the function stays on the stack while the loop runs (a fault
+  // inside shows it) and the marks of all its frames, in order, are recorded
+  // when it ends.
+  template <typename Loop>
+  void run(int32_t result, Loop loop) {
+    if (!thread_ || traceActive_) {
+      loop([&](auto body) { frame(result, body); });
+      return;
+    }
+    checkRun();
+    const uint32_t entry = entryMark(id_);
+    const bool kept = depth_ < XIH_STACK_SIZE;
+    const uint32_t below = kept ? thread_->Stack[depth_] : 0;
+    xihPushStackAt(thread_, depth_, entry);
+    uint32_t frames = 0;
+    loop([&](auto body) {
+      body();
+      ++frames;
+    });
+    thread_->StackDepth = depth_;
+    if (frames == 0) {
+      if (kept) thread_->Stack[depth_] = below;
+      return;
+    }
+    xihRecordHistoryPairsAt(thread_, index_, frames, entry, exitMark(result, id_));
+    index_ += 2 * frames;
+  }
+
  private:
   void checkRun() const {
 #if defined(JXAI_CHECK_LEAF_FRAMES)

@@ -285,10 +285,12 @@ __attribute__((noinline)) int32_t writeIntegerSingles(void *const *places, int32
                                                       zaiPCFBUFCTL *area) {
   WriteRun run(area);
   LeafFrameRun frames(kFn_zaiWriteSinglePCFParm);
-  for (; i < count && takesIntegerSingle(places[i]); ++i) {
-    const zaiPROPERTY *item = static_cast<const zaiPROPERTY *>(places[i]);
-    frames.frame(JXRC_NONE, [&] { run.putIntegerParameter(item->Selector, item->Value.Integer); });
-  }
+  frames.run(JXRC_NONE, [&](auto &&each) {
+    for (; i < count && takesIntegerSingle(places[i]); ++i) {
+      const zaiPROPERTY *item = static_cast<const zaiPROPERTY *>(places[i]);
+      each([&] { run.putIntegerParameter(item->Selector, item->Value.Integer); });
+    }
+  });
   run.flush();
   return i;
 }
@@ -392,20 +394,22 @@ __attribute__((noinline)) int32_t writeIntegerRun(void *const *places, int32_t j
     const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[at]);
     return other->Selector == listSelector && other->Type == JXITEM_INTEGER;
   };
-  const auto put = [&](int32_t at) {
-    const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[at]);
-    frames.frame(JXRC_NONE, [&] { local.putInteger(other->Value.Integer); });
-  };
-  // Items with a mark are written once; a larger bag's area has a mark for
-  // every item, so the second loop is for small bags only.
-  for (const int32_t end = std::min(count, marks); j < end && takes(j); ++j) {
-    if (written[j]) continue;
-    put(j);
-    written[j] = 1;
-  }
-  if (j >= marks) {
-    for (; j < count && takes(j); ++j) put(j);
-  }
+  frames.run(JXRC_NONE, [&](auto &&each) {
+    const auto put = [&](int32_t at) {
+      const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[at]);
+      each([&] { local.putInteger(other->Value.Integer); });
+    };
+    // Items with a mark are written once; a larger bag's area has a mark
+    // for every item, so the second loop is for small bags only.
+    for (const int32_t end = std::min(count, marks); j < end && takes(j); ++j) {
+      if (written[j]) continue;
+      put(j);
+      written[j] = 1;
+    }
+    if (j >= marks) {
+      for (; j < count && takes(j); ++j) put(j);
+    }
+  });
   run = local;
   return j;
 }

@@ -66,6 +66,28 @@ TEST(Anchors, EachThreadHasItsOwnHistoryRingAndStack) {
   EXPECT_EQ(std::set<xihTHREADANCHOR *>(seen.begin(), seen.end()).size(), (size_t)kThreads);
 }
 
+// Pairs recorded at once leave the ring, slot for slot, as one mark at a
+// time would: from any place in the ring, across its end, and when they
+// overwrite it several times.
+TEST(Anchors, HistoryPairsLandAsSingleMarksWould) {
+  for (uint32_t start :
+       {0u, 1u, 700u, uint32_t{XIH_HISTORY_SIZE - 1}, uint32_t{XIH_HISTORY_SIZE * 5 + 3}}) {
+    for (uint32_t pairs : {0u, 1u, 2u, 511u, 512u, 513u, 700u, 2000u}) {
+      SCOPED_TRACE(testing::Message() << "start " << start << ", pairs " << pairs);
+      xihTHREADANCHOR one{}, all{};
+      for (uint32_t i = 0; i < XIH_HISTORY_SIZE; ++i) one.History[i] = all.History[i] = i * 3;
+      for (uint32_t k = 0; k < pairs; ++k) {
+        xihRecordHistoryAt(&one, start + 2 * k, 0xE0001u);
+        xihRecordHistoryAt(&one, start + 2 * k + 1, 0x20001u);
+      }
+      if (pairs == 0) one.HistoryIndex = start;
+      xihRecordHistoryPairsAt(&all, start, pairs, 0xE0001u, 0x20001u);
+      EXPECT_EQ(all.HistoryIndex, one.HistoryIndex);
+      EXPECT_EQ(memcmp(all.History, one.History, sizeof one.History), 0);
+    }
+  }
+}
+
 TEST(Anchors, TraceWordsFromEnvironmentAtStart) {
   const struct {
     std::vector<std::string> env;

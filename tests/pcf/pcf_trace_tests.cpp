@@ -141,32 +141,54 @@ TEST_F(PcfTrace, WriterShowsTheControlAreaAfterEachStep) {
       << "the dump starts with the eye-catcher";
 }
 
-// The writer takes its fast loops only while tracing is off; traced, it
-// takes the general ones. Both must write the same bytes and record the same
-// marks, whether the message fits or not.
+// The writer takes its fast loops only while its parameter lines are off,
+// and records their marks at once while the thread is not traced at all.
+// Every way must write the same bytes and record the same marks, whether
+// the message fits or not, and for runs longer than the history ring.
 TEST_F(PcfTrace, TracingChangesNeitherTheMessageNorTheMarks) {
+  struct Outcome {
+    Written written;
+    uint32_t marks;                // marks recorded
+    std::vector<uint32_t> newest;  // those the ring still holds
+  };
   const auto writeWithMarks = [&](const Bag &bag, int32_t length) {
     const uint32_t from = thread->HistoryIndex;
     Written w = write(bag, 0, length);
-    return std::make_pair(w, marksSince(from));
+    const uint32_t marks = thread->HistoryIndex - from;
+    return Outcome{w, marks,
+                   marksSince(thread->HistoryIndex - std::min<uint32_t>(marks, XIH_HISTORY_SIZE))};
   };
-  for (int32_t options : {0, JXBAG_LIST_FORM, JXBAG_ADMIN}) {
-    Bag bag(options);
-    for (int32_t i = 1; i <= 4; ++i) bag.add(i, i * 10);
-    bag.add(7, 70).add(7, 71).add(7, 72).add(9, 90).add(7, 73).add(8, 80);
-    bag.add(3001, "A").add(3002, "B").add(3002, "CC").add(5, 50);
-    for (int32_t length : {8192, 100}) {
+  Bag small(0), smallLists(JXBAG_LIST_FORM), smallAdmin(JXBAG_ADMIN);
+  for (Bag *bag : {&small, &smallLists, &smallAdmin}) {
+    for (int32_t i = 1; i <= 4; ++i) bag->add(i, i * 10);
+    bag->add(7, 70).add(7, 71).add(7, 72).add(9, 90).add(7, 73).add(8, 80);
+    bag->add(3001, "A").add(3002, "B").add(3002, "CC").add(5, 50);
+  }
+  Bag large(0), largeLists(JXBAG_LIST_FORM);
+  for (int32_t i = 0; i < 700; ++i) large.add(i, i);
+  for (int32_t i = 0; i < 1500; ++i) largeLists.add(1 + i / 700, i);
+  const struct {
+    int32_t enabled;
+    uint32_t options;
+  } kTraced[] = {{1, XTR_OPT_PARMS}, {1, 0}};
+  const Bag *bags[] = {&small, &smallLists, &smallAdmin, &large, &largeLists};
+  for (size_t b = 0; b < std::size(bags); ++b) {
+    const Bag *bag = bags[b];
+    for (int32_t length : {16384, 100}) {
       set(0, 0, 0);
-      const auto [plain, plainMarks] = writeWithMarks(bag, length);
-      set(1, XTR_OPT_PARMS, 1);
-      const auto [traced, tracedMarks] = writeWithMarks(bag, length);
-      SCOPED_TRACE(testing::Message() << "options " << options << ", buffer " << length);
-      EXPECT_EQ(plain.cc, traced.cc);
-      EXPECT_EQ(plain.rc, traced.rc);
-      EXPECT_EQ(plain.dataLength, traced.dataLength);
-      EXPECT_EQ(plain.bytes, traced.bytes);
-      ASSERT_LT(plainMarks.size(), size_t{XIH_HISTORY_SIZE});
-      EXPECT_EQ(plainMarks, tracedMarks);
+      const Outcome plain = writeWithMarks(*bag, length);
+      for (const auto &traced : kTraced) {
+        set(traced.enabled, traced.options, 1);
+        const Outcome other = writeWithMarks(*bag, length);
+        SCOPED_TRACE(testing::Message() << "bag " << b << ", buffer " << length
+                                        << ", trace options " << traced.options);
+        EXPECT_EQ(plain.written.cc, other.written.cc);
+        EXPECT_EQ(plain.written.rc, other.written.rc);
+        EXPECT_EQ(plain.written.dataLength, other.written.dataLength);
+        EXPECT_EQ(plain.written.bytes, other.written.bytes);
+        EXPECT_EQ(plain.marks, other.marks);
+        EXPECT_EQ(plain.newest, other.newest);
+      }
     }
   }
 }
