@@ -283,15 +283,16 @@ inline bool takesIntegerSingle(const void *place) {
 
 __attribute__((noinline)) int32_t writeIntegerSingles(void *const *places, int32_t i, int32_t count,
                                                       zaiPCFBUFCTL *area) {
-  WriteRun run(area);
   LeafFrameRun frames(kFn_zaiWriteSinglePCFParm);
   frames.run(JXRC_NONE, [&](auto &&each) {
+    // Each way of recording frames has its own run, kept in registers.
+    WriteRun run(area);
     for (; i < count && takesIntegerSingle(places[i]); ++i) {
       const zaiPROPERTY *item = static_cast<const zaiPROPERTY *>(places[i]);
       each([&] { run.putIntegerParameter(item->Selector, item->Value.Integer); });
     }
+    run.flush();
   });
-  run.flush();
   return i;
 }
 
@@ -387,14 +388,15 @@ inline __attribute__((always_inline)) void writeListValue(zaiPROPERTY *item, Wri
 __attribute__((noinline)) int32_t writeIntegerRun(void *const *places, int32_t j, int32_t count,
                                                   int32_t listSelector, uint8_t *written,
                                                   int32_t marks, WriteRun &run) {
-  // A copy whose address nothing else knows stays in registers.
-  WriteRun local = run;
   LeafFrameRun frames(kFn_zaiWritePCFListValue);
   const auto takes = [&](int32_t at) {
     const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[at]);
     return other->Selector == listSelector && other->Type == JXITEM_INTEGER;
   };
   frames.run(JXRC_NONE, [&](auto &&each) {
+    // A copy whose address nothing else knows stays in registers; each way
+    // of recording frames has its own.
+    WriteRun local = run;
     const auto put = [&](int32_t at) {
       const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[at]);
       each([&] { local.putInteger(other->Value.Integer); });
@@ -409,8 +411,8 @@ __attribute__((noinline)) int32_t writeIntegerRun(void *const *places, int32_t j
     if (j >= marks) {
       for (; j < count && takes(j); ++j) put(j);
     }
+    run = local;
   });
-  run = local;
   return j;
 }
 
