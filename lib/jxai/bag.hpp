@@ -117,6 +117,19 @@ inline bool isSystemSelector(JXLONG selector) {
 inline zaiPROPERTY *itemAt(const zaiBAG *bag, JXLONG position) {
   return static_cast<zaiPROPERTY *>(zaiVectorAt(bag->Items, position));
 }
+// A bag's item records by position, for walks over many of them: found from
+// the vector's first place, as the item vector's stride is the record's.
+class ItemRecords {
+ public:
+  static constexpr size_t kStride = (sizeof(zaiPROPERTY) + 3) & ~size_t{3};
+  explicit ItemRecords(const zaiBAG *bag) : first_(zaiVectorFirstPlace(bag->Items)) {}
+  zaiPROPERTY *operator[](int32_t position) const {
+    return reinterpret_cast<zaiPROPERTY *>(first_ + static_cast<size_t>(position) * kStride);
+  }
+
+ private:
+  char *first_;
+};
 inline zaiPROPERTY newItem(JXLONG selector, JXLONG type) {
   zaiPROPERTY item = {};
   memcpy(item.StrucId, ZAI_PROPERTY_EYE, sizeof item.StrucId);

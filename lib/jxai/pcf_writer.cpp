@@ -11,6 +11,7 @@
 
 using jxai::Frame;
 using jxai::itemAt;
+using jxai::ItemRecords;
 using jxai::kComponent;
 using jxai::LeafFrame;
 using jxai::LeafFrameRun;
@@ -270,8 +271,7 @@ inline __attribute__((always_inline)) void writeSingle(zaiPROPERTY *item, zaiPCF
 }
 
 // A user item that writeIntegerSingles takes.
-inline bool takesIntegerSingle(const void *place) {
-  const zaiPROPERTY *item = static_cast<const zaiPROPERTY *>(place);
+inline bool takesIntegerSingle(const zaiPROPERTY *item) {
   return item->Type == JXITEM_INTEGER && item->Selector >= 0;
 }
 
@@ -281,14 +281,14 @@ inline bool takesIntegerSingle(const void *place) {
 // as writeSingle writes it, with its frame; the completion code and reason
 // it would clear are already 0. Returns the first position it did not take.
 
-__attribute__((noinline)) int32_t writeIntegerSingles(void *const *places, int32_t i, int32_t count,
+__attribute__((noinline)) int32_t writeIntegerSingles(ItemRecords records, int32_t i, int32_t count,
                                                       zaiPCFBUFCTL *area) {
   LeafFrameRun frames(kFn_zaiWriteSinglePCFParm);
   frames.run(JXRC_NONE, [&](auto &&each) {
     // Each way of recording frames has its own run, kept in registers.
     WriteRun run(area);
-    for (; i < count && takesIntegerSingle(places[i]); ++i) {
-      const zaiPROPERTY *item = static_cast<const zaiPROPERTY *>(places[i]);
+    for (; i < count && takesIntegerSingle(records[i]); ++i) {
+      const zaiPROPERTY *item = records[i];
       each([&] { run.putIntegerParameter(item->Selector, item->Value.Integer); });
     }
     run.flush();
@@ -385,12 +385,12 @@ inline __attribute__((always_inline)) void writeListValue(zaiPROPERTY *item, Wri
 // written as writeListValue writes it, with its frame; the completion code
 // and reason it would clear are already 0. Returns the first position it
 // did not take, for the general loop.
-__attribute__((noinline)) int32_t writeIntegerRun(void *const *places, int32_t j, int32_t count,
+__attribute__((noinline)) int32_t writeIntegerRun(ItemRecords records, int32_t j, int32_t count,
                                                   int32_t listSelector, uint8_t *written,
                                                   int32_t marks, WriteRun &run) {
   LeafFrameRun frames(kFn_zaiWritePCFListValue);
   const auto takes = [&](int32_t at) {
-    const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[at]);
+    const zaiPROPERTY *other = records[at];
     return other->Selector == listSelector && other->Type == JXITEM_INTEGER;
   };
   frames.run(JXRC_NONE, [&](auto &&each) {
@@ -398,7 +398,7 @@ __attribute__((noinline)) int32_t writeIntegerRun(void *const *places, int32_t j
     // of recording frames has its own.
     WriteRun local = run;
     const auto put = [&](int32_t at) {
-      const zaiPROPERTY *other = static_cast<const zaiPROPERTY *>(places[at]);
+      const zaiPROPERTY *other = records[at];
       each([&] { local.putInteger(other->Value.Integer); });
     };
     // Items with a mark are written once; a larger bag's area has a mark
@@ -463,18 +463,18 @@ void writeSingleOrList(zaiPROPERTY *item, zaiPCFBUFCTL *area, zaiBAG *bag, JXLON
 
   writeListHeader(item, area, listSelector, cc, rc, trace);
   WriteRun run(area);
-  // Writing leaves the bag as it is, so its item places stay where they are,
+  // Writing leaves the bag as it is, so its item records stay where they are,
   // and the control area its size.
-  void *const *places = bag->Items->Slots;
+  const ItemRecords records(bag);
   const int32_t marks = markCount(area);
   uint8_t *const written = area->Written;
   const bool integerRuns = !trace && item->Type == JXITEM_INTEGER;
   for (int32_t j = position; j < count && ok(cc); ++j) {
     if (integerRuns) {
-      j = writeIntegerRun(places, j, count, listSelector, written, marks, run);
+      j = writeIntegerRun(records, j, count, listSelector, written, marks, run);
       if (j == count) break;
     }
-    zaiPROPERTY *other = static_cast<zaiPROPERTY *>(places[j]);
+    zaiPROPERTY *other = records[j];
     int32_t selector = other->Selector;
     if (selector == JXSEL_INQUIRE) {
       int32_t mapped = 0;
@@ -586,13 +586,13 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
   }
   const bool grouped = bag->ListForm || bag->Reorder;
   // Writing leaves the bag and the size of the control area as they are.
-  void *const *places = bag->Items->Slots;
+  const ItemRecords records(bag);
   const int32_t marks = markCount(area);
   const uint8_t *const written = area->Written;
   const bool integerSingles = !trace && !grouped;
   for (int32_t i = 0; i < count && ok(cc); ++i) {
-    if (integerSingles && takesIntegerSingle(places[i])) {
-      i = writeIntegerSingles(places, i, count, area);
+    if (integerSingles && takesIntegerSingle(records[i])) {
+      i = writeIntegerSingles(records, i, count, area);
       if (i == count) break;
     }
     // Items already written (marked) are only ever user items of an
@@ -601,7 +601,7 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
       i = firstUnmarked(written, i, std::min(count, marks));
       if (i == count) break;
     }
-    zaiPROPERTY *item = static_cast<zaiPROPERTY *>(places[i]);
+    zaiPROPERTY *item = records[i];
     if (item->Type == JXITEM_BAG) {
       setFailure(cc, rc, JXRC_NESTED_BAG_IN_MSG);
       break;

@@ -130,14 +130,15 @@ int32_t zaiVectorAdd(zaiVECTOR *pVector, const void *pElement) {
     }
     void **slots = static_cast<void **>(data);
     if (v->Capacity > 0) {
-      memcpy(slots + capacity, v->Slots[0], static_cast<size_t>(v->Capacity) * v->Stride);
+      memcpy(slots + capacity, zaiVectorFirstPlace(v),
+             static_cast<size_t>(v->Capacity) * v->Stride);
     }
     xcsFreeMem(kComponent, v->Slots);
     v->Slots = slots;
     v->Capacity = static_cast<int32_t>(capacity);
     layOutSlots(slots, v->Capacity, v->Stride);
   }
-  memcpy(v->Slots[v->Count], pElement, static_cast<size_t>(v->ElementSize));
+  memcpy(zaiVectorAt(v, v->Count), pElement, static_cast<size_t>(v->ElementSize));
   v->Count++;
   return rc;
 }
@@ -152,7 +153,7 @@ int32_t zaiVectorRemoveAt(zaiVECTOR *pVector, int32_t index) {
 
   zaiVECTOR *v = pVector;
   if (index < v->Count - 1) {
-    memmove(v->Slots[index], v->Slots[index + 1],
+    memmove(zaiVectorAt(v, index), zaiVectorAt(v, index + 1),
             static_cast<size_t>(v->Count - index - 1) * v->Stride);
   }
   v->Count--;
@@ -168,7 +169,7 @@ int32_t zaiVectorSetAt(zaiVECTOR *pVector, const void *pElement, int32_t index) 
   if (!indexOk(kFn_zaiVectorSetAt, pVector, index)) rc = ZAI_VEC_BAD_INDEX;
   if (rc != ZAI_VEC_OK) return rc;
   // The whole stride is copied: callers pass elements that provide it.
-  memcpy(pVector->Slots[index], pElement, static_cast<size_t>(pVector->Stride));
+  memcpy(zaiVectorAt(pVector, index), pElement, static_cast<size_t>(pVector->Stride));
   return rc;
 }
 

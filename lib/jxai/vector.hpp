@@ -3,6 +3,7 @@
 #pragma once
 
 #include <jx/jxai.h>
+#include <stddef.h>
 #include <stdint.h>
 
 extern "C" {
@@ -35,7 +36,15 @@ JXAI_EXPORT int32_t zaiVectorRemoveAt(zaiVECTOR *pVector, int32_t index);
 JXAI_EXPORT int32_t zaiVectorSetAt(zaiVECTOR *pVector, const void *pElement, int32_t index);
 }
 
-// Element i of a vector, for 0 <= i < Count.
+// Places are laid out once per data block, in order and one stride apart,
+// right after the slot table; elements move between places, places never
+// move. So place i is also i strides after the first place: the library
+// finds it from the control block alone, without reading the slot table.
+inline char *zaiVectorFirstPlace(const zaiVECTOR *v) {
+  return reinterpret_cast<char *>(v->Slots + v->Capacity);
+}
+
+// Element i of a vector, for 0 <= i < Count (the same address as Slots[i]).
 inline void *zaiVectorAt(const zaiVECTOR *v, int32_t i) {
-  return v->Slots[i];
+  return zaiVectorFirstPlace(v) + static_cast<size_t>(i) * static_cast<size_t>(v->Stride);
 }
