@@ -83,19 +83,6 @@ TEST_F(GroupCommit, APutReturnsOnlyOnceItsMessageIsCommitted) {
   }
 }
 
-// Reads what the producers acknowledged for about `ms` milliseconds.
-void collect(int fd, std::string &acked, int ms) {
-  char buf[4096];
-  auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-  while (std::chrono::steady_clock::now() < until) {
-    ssize_t n = read(fd, buf, sizeof buf);
-    if (n > 0)
-      acked.append(buf, static_cast<size_t>(n));
-    else
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-}
-
 std::map<int, int> countByClient(const std::string &acked) {
   std::map<int, int> counts;
   std::istringstream lines(acked);
@@ -109,67 +96,30 @@ std::map<int, int> countByClient(const std::string &acked) {
 TEST_F(GroupCommit, ClientsDyingInAGroupCostTheOthersNothing) {
   QueueManagerProcess qm({"PQ --maxdepth 1000000"});
   constexpr int kClients = 6, kKilled = 3;
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  std::vector<pid_t> children;
-  for (int c = 0; c < kClients; ++c) {
-    pid_t p = fork();
-    if (p == 0) {
-      close(fds[0]);
-      producer(qm.name(), c, fds[1]);
-    }
-    children.push_back(p);
-  }
-  close(fds[1]);
-  fcntl(fds[0], F_SETFL, O_NONBLOCK);
-  std::string acked;
-  collect(fds[0], acked, 300);
-  for (int c = 0; c < kKilled; ++c) {
-    kill(children[static_cast<size_t>(c)], SIGKILL);
-    waitpid(children[static_cast<size_t>(c)], nullptr, 0);
-  }
-  collect(fds[0], acked, 20);
-  std::map<int, int> atKill = countByClient(acked);
-  collect(fds[0], acked, 300);
+  Reporters clients(kClients, [&](int c, int fd) { producer(qm.name(), c, fd); });
+  clients.collect(300);
+  for (int c = 0; c < kKilled; ++c) clients.kill(c);
+  clients.collect(20);
+  std::map<int, int> atKill = countByClient(clients.lines());
+  clients.collect(300);
   qm.kill9();
-  fcntl(fds[0], F_SETFL, 0);
-  char buf[4096];
-  for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;)
-    acked.append(buf, static_cast<size_t>(n));
-  close(fds[0]);
-  for (int c = kKilled; c < kClients; ++c) {
-    int status = 0;
-    waitpid(children[static_cast<size_t>(c)], &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  }
-  std::map<int, int> atEnd = countByClient(acked);
+  clients.drain();
+  for (int c = kKilled; c < kClients; ++c) EXPECT_TRUE(clients.endedCleanly(c)) << "client " << c;
+  std::map<int, int> atEnd = countByClient(clients.lines());
   for (int c = kKilled; c < kClients; ++c)
     EXPECT_GT(atEnd[c], atKill[c]) << "client " << c << " was not served after the others died";
 
   ASSERT_TRUE(qm.start());
   int32_t h = connect(qm.name());
-  int32_t q = openQueue(h, "PQ", JXOO_INPUT_SHARED);
-  std::map<std::string, int> seen;
-  for (;;) {
-    Got g = get(h, q);
-    if (g.rc == JXRC_NO_MSG_AVAILABLE) break;
-    ASSERT_EQ(g.rc, JXRC_NONE);
-    ++seen[g.data];
-  }
+  const std::map<std::string, int> seen = drainQueue(h, "PQ");
   disconnect(h);
-  std::set<std::string> ackedSet;
-  std::istringstream lines(acked);
-  for (std::string line; std::getline(lines, line);) ackedSet.insert(line);
-  ASSERT_GT(ackedSet.size(), 20u) << "too little load to mean anything";
-  for (const auto &m : ackedSet) EXPECT_EQ(seen.count(m), 1u) << "lost: " << m;
-  size_t unacknowledged = 0;
-  for (const auto &[m, count] : seen) {
-    EXPECT_EQ(count, 1) << "duplicated: " << m;
-    if (!ackedSet.count(m)) ++unacknowledged;
-  }
+  std::set<std::string> acked;
+  std::istringstream lines(clients.lines());
+  for (std::string line; std::getline(lines, line);) acked.insert(line);
+  ASSERT_GT(acked.size(), 20u) << "too little load to mean anything";
   // Only a put in flight when its client or the queue manager died may be
   // there without its acknowledgement.
-  EXPECT_LE(unacknowledged, static_cast<size_t>(kClients));
+  expectAcknowledgedOnce(acked, seen, kClients);
 }
 
 void onAlarm(int) {}

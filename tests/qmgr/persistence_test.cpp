@@ -43,44 +43,16 @@ using Persistence = ServerTest;
 
 TEST_F(Persistence, AcknowledgedPersistentMessagesSurviveKillNine) {
   QueueManagerProcess qm({"PQ --maxdepth 1000000", "NQ --maxdepth 1000000"});
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  std::vector<pid_t> children;
-  for (int c = 0; c < kClients; ++c) {
-    pid_t p = fork();
-    if (p == 0) {
-      close(fds[0]);
-      producer(qm.name(), c, fds[1]);
-    }
-    children.push_back(p);
-  }
-  close(fds[1]);
+  Reporters clients(kClients, [&](int c, int fd) { producer(qm.name(), c, fd); });
   // Let the load build up, then crash the queue manager in the middle of it.
-  std::string acked;
-  char buf[4096];
-  auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-  fcntl(fds[0], F_SETFL, O_NONBLOCK);
-  while (std::chrono::steady_clock::now() < until) {
-    ssize_t n = read(fds[0], buf, sizeof buf);
-    if (n > 0)
-      acked.append(buf, static_cast<size_t>(n));
-    else
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  clients.collect(1000);
   qm.kill9();
-  fcntl(fds[0], F_SETFL, 0);
-  for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;)
-    acked.append(buf, static_cast<size_t>(n));
-  close(fds[0]);
-  for (pid_t p : children) {
-    int status = 0;
-    waitpid(p, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  }
+  clients.drain();
+  for (int c = 0; c < kClients; ++c) EXPECT_TRUE(clients.endedCleanly(c)) << "client " << c;
 
   std::set<std::string> ackedPersistent;
   size_t ackedOther = 0;
-  std::istringstream lines(acked);
+  std::istringstream lines(clients.lines());
   for (std::string line; std::getline(lines, line);) {
     if (line[0] == 'P')
       ackedPersistent.insert(line);
@@ -92,22 +64,7 @@ TEST_F(Persistence, AcknowledgedPersistentMessagesSurviveKillNine) {
 
   ASSERT_TRUE(qm.start());
   int32_t h = connect(qm.name());
-  int32_t pq = openQueue(h, "PQ", JXOO_INPUT_SHARED);
-  std::map<std::string, int> seen;
-  for (;;) {
-    Got g = get(h, pq);
-    if (g.rc == JXRC_NO_MSG_AVAILABLE) break;
-    ASSERT_EQ(g.rc, JXRC_NONE);
-    ++seen[g.data];
-  }
-  for (const auto &m : ackedPersistent) EXPECT_EQ(seen.count(m), 1u) << "lost: " << m;
-  size_t unacknowledged = 0;
-  for (const auto &[m, count] : seen) {
-    EXPECT_EQ(count, 1) << "duplicated: " << m;
-    if (!ackedPersistent.count(m)) ++unacknowledged;
-  }
-  // Only a put in flight at the crash may be there without its reply.
-  EXPECT_LE(unacknowledged, static_cast<size_t>(kClients));
+  expectAcknowledgedOnce(ackedPersistent, drainQueue(h, "PQ"), kClients);
   int32_t nq = openQueue(h, "NQ", JXOO_INPUT_SHARED);
   EXPECT_EQ(get(h, nq).rc, JXRC_NO_MSG_AVAILABLE) << "non-persistent messages end with the process";
   disconnect(h);

@@ -182,6 +182,90 @@ int inChild(const std::function<int()> &body) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+Reporters::Reporters(int count, const std::function<void(int client, int fd)> &body) {
+  int fds[2];
+  if (pipe(fds) != 0) return;
+  for (int c = 0; c < count; ++c) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      close(fds[0]);
+      body(c, fds[1]);
+      _exit(3);
+    }
+    pids_.push_back(pid);
+  }
+  close(fds[1]);
+  fd_ = fds[0];
+  fcntl(fd_, F_SETFL, O_NONBLOCK);
+}
+
+Reporters::~Reporters() {
+  for (pid_t pid : pids_) {
+    if (pid > 0) {
+      ::kill(pid, SIGKILL);
+      waitpid(pid, nullptr, 0);
+    }
+  }
+  if (fd_ >= 0) close(fd_);
+}
+
+void Reporters::collect(int ms) {
+  char buf[4096];
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+  while (std::chrono::steady_clock::now() < until) {
+    const ssize_t n = read(fd_, buf, sizeof buf);
+    if (n > 0)
+      lines_.append(buf, static_cast<size_t>(n));
+    else
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+void Reporters::drain() {
+  fcntl(fd_, F_SETFL, 0);
+  char buf[4096];
+  for (ssize_t n; (n = read(fd_, buf, sizeof buf)) > 0;) lines_.append(buf, static_cast<size_t>(n));
+}
+
+void Reporters::kill(int client) {
+  pid_t &pid = pids_[static_cast<size_t>(client)];
+  ::kill(pid, SIGKILL);
+  waitpid(pid, nullptr, 0);
+  pid = -1;
+}
+
+bool Reporters::endedCleanly(int client) {
+  pid_t &pid = pids_[static_cast<size_t>(client)];
+  int status = 0;
+  waitpid(pid, &status, 0);
+  pid = -1;
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+std::map<std::string, int> drainQueue(int32_t h, const char *queue) {
+  const int32_t q = openQueue(h, queue, JXOO_INPUT_SHARED);
+  std::map<std::string, int> seen;
+  for (;;) {
+    Got g = get(h, q);
+    if (g.rc != JXRC_NONE) {
+      EXPECT_EQ(g.rc, JXRC_NO_MSG_AVAILABLE);
+      return seen;
+    }
+    ++seen[g.data];
+  }
+}
+
+void expectAcknowledgedOnce(const std::set<std::string> &acked,
+                            const std::map<std::string, int> &seen, size_t inFlight) {
+  for (const auto &m : acked) EXPECT_EQ(seen.count(m), 1u) << "lost: " << m;
+  size_t unacknowledged = 0;
+  for (const auto &[m, count] : seen) {
+    EXPECT_EQ(count, 1) << "duplicated: " << m;
+    if (!acked.count(m)) ++unacknowledged;
+  }
+  EXPECT_LE(unacknowledged, inFlight);
+}
+
 HeldChild holdInChild(const std::function<std::string()> &body) {
   HeldChild held;
   int fds[2];

@@ -7,7 +7,9 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -86,6 +88,39 @@ struct HeldChild {
   void kill();
 };
 HeldChild holdInChild(const std::function<std::string()> &body);
+
+// Child processes that put messages and report each acknowledged one as a
+// line on a shared pipe, for crash tests.
+class Reporters {
+ public:
+  // Forks `count` children running `body(client, fd)`, which never returns.
+  Reporters(int count, const std::function<void(int client, int fd)> &body);
+  ~Reporters();
+  Reporters(const Reporters &) = delete;
+  Reporters &operator=(const Reporters &) = delete;
+  // Adds what arrives in about `ms` milliseconds.
+  void collect(int ms);
+  // Adds everything still to come, until every child has closed the pipe.
+  void drain();
+  // Kills one child and waits for it.
+  void kill(int client);
+  // Waits for one child: whether it ended by itself with status 0.
+  bool endedCleanly(int client);
+  const std::string &lines() const { return lines_; }
+
+ private:
+  int fd_ = -1;
+  std::vector<pid_t> pids_;
+  std::string lines_;
+};
+
+// The messages a queue holds, each with how often it is there.
+std::map<std::string, int> drainQueue(int32_t h, const char *queue);
+// Every acknowledged message is there exactly once; only puts in flight when
+// their client or the queue manager died (at most `inFlight`) may be there
+// without an acknowledgement.
+void expectAcknowledgedOnce(const std::set<std::string> &acked,
+                            const std::map<std::string, int> &seen, size_t inFlight);
 
 // Skips tests when no native server programs are known.
 class ServerTest : public ::testing::Test {
