@@ -12,6 +12,8 @@ using namespace jxai::pcf;
 namespace {
 
 constexpr const char *kHeaderLine = "PCF Header";
+// How far ahead of the structure being read the reader asks for the bytes.
+constexpr int64_t kReadAhead = 512;
 
 bool ok(const int32_t *cc) {
   return *cc == JXCC_OK;
@@ -174,6 +176,7 @@ void zaiPCFMsgToBag(JXLONG bufferLength, const void *buffer, zaiBAG *bag, PJXLON
     // its fixed part fails its reader's length rule anyway.
     if (offset + kParmPrefix > bufferLength) return setFailure(cc, rc, JXRC_BAD_PCF);
     const char *parm = bytes + offset;
+    if (offset + kReadAhead < bufferLength) __builtin_prefetch(parm + kReadAhead);
     const int32_t type = get32(parm, kParmType);
     frame.parms("msgOffset:%d, *pParmType:%d", static_cast<int32_t>(offset), type);
     if (type < JXPCF_TYPE_INTEGER || type > JXPCF_TYPE_STRING_LIST) {

@@ -20,6 +20,11 @@ using namespace jxai::pcf;
 
 namespace {
 
+// How far ahead of the item being written the writer asks for the cache
+// lines it will need: item records, and bytes of the buffer.
+constexpr int32_t kItemsAhead = 8;
+constexpr int32_t kBytesAhead = 512;
+
 constexpr const char *kAreaLine = "PCF Buffer Control Area";
 constexpr const char *kBadItemLabel = "Invalid zaiPROPERTY";
 constexpr const char *kLookupLabel = "zaiPROPERTY";
@@ -602,6 +607,15 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
       if (i == count) break;
     }
     zaiPROPERTY *item = records[i];
+    // A large bag's string values and the buffer beyond the running length
+    // are asked for ahead of their turn.
+    if (i + kItemsAhead < count) {
+      const zaiPROPERTY *ahead = records[i + kItemsAhead];
+      if (ahead->Type == JXITEM_STRING) __builtin_prefetch(ahead->Value.String);
+      if (int64_t{area->RunningLength} + kBytesAhead < area->BufferLength) {
+        __builtin_prefetch(area->Buffer + area->RunningLength + kBytesAhead, 1);
+      }
+    }
     if (item->Type == JXITEM_BAG) {
       setFailure(cc, rc, JXRC_NESTED_BAG_IN_MSG);
       break;

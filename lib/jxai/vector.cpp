@@ -10,6 +10,10 @@ namespace {
 using jxai::kComponent;
 using jxai::LeafFrame;
 
+// How far ahead of the place being filled an add asks for the cache line.
+constexpr int32_t kPlacesAhead = 16;
+constexpr int32_t kAheadFrom = 1024;
+
 // Dumps of a block that failed its eye-catcher test cover this many bytes.
 constexpr uint32_t kBadBlockDumpLength = 64;
 
@@ -137,6 +141,13 @@ int32_t zaiVectorAdd(zaiVECTOR *pVector, const void *pElement) {
     v->Slots = slots;
     v->Capacity = static_cast<int32_t>(capacity);
     layOutSlots(slots, v->Capacity, v->Stride);
+  }
+  // Places fill in order: asking for a later one now has a large vector's
+  // places in the cache by the time they are written. A small vector's
+  // block is in the cache already, and its places beyond the count may
+  // never be written.
+  if (v->Count >= kAheadFrom && v->Count + kPlacesAhead < v->Capacity) {
+    __builtin_prefetch(zaiVectorAt(v, v->Count + kPlacesAhead), 1);
   }
   memcpy(zaiVectorAt(v, v->Count), pElement, static_cast<size_t>(v->ElementSize));
   v->Count++;
