@@ -191,7 +191,7 @@ XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t lengt
 XCS_EXPORT int32_t xcsGetZeroedMem(uint16_t component, uint16_t function, size_t length,
                                    void **ppBlock);
 XCS_EXPORT void xcsFreeMem(uint16_t component, void *block);
-/* Hands the kept large blocks back to the heap. */
+/* Hands the freed blocks kept for reuse back to the heap. */
 XCS_EXPORT void xcsTrimMem(void);
 
 /* Test switch: fail the nth allocation from now (1 = the next one), or, with

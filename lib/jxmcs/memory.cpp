@@ -45,21 +45,26 @@ constexpr uint8_t kUsed = 'U';
 constexpr uint8_t kFree = 'F';
 constexpr uint32_t kLargeMagic = 0x4C534358;  // "XCSL"
 constexpr uint32_t kLargeFreed = 0x46534358;  // "XCSF"
-// Freed large blocks from this size on are kept for reuse rather than handed
-// back to the heap, which would return their pages to the system: a bag that
-// grows to many items and is deleted, again and again, would otherwise fault
-// in fresh pages for every growth step. The cache holds a bounded number of
-// blocks and bytes; a block is reused only for a request that needs nearly
-// all of it (growth steps repeat the same sizes), so that reuse does not
-// turn a small request into a large resident block.
-// The address sanitizer is left to see every large block come and go.
-constexpr size_t kCacheMinBlock = 64u << 10;
+// Freed heap blocks from 4 KiB on are kept for reuse rather than handed back
+// to the heap, which would return their pages to the system: bags that grow
+// to many items and are deleted, again and again, would otherwise fault in
+// fresh pages for every growth step. Two caches, for mid-sized and for large
+// blocks, so that a churn of the one never pushes out the other. Each holds
+// a bounded number of blocks and bytes and makes room by handing its blocks
+// back in turn; a block is reused only for a request that needs nearly all
+// of it (growth steps repeat the same sizes), so that reuse does not turn a
+// small request into a large resident block.
+// The address sanitizer is left to see every heap block come and go.
+constexpr size_t kMidCacheMinBlock = 4u << 10;
+constexpr size_t kLargeCacheMinBlock = 64u << 10;
 #if defined(__SANITIZE_ADDRESS__)
-constexpr size_t kCacheMaxBytes = 0;
+constexpr size_t kMidCacheMaxBytes = 0;
+constexpr size_t kLargeCacheMaxBytes = 0;
 #else
-constexpr size_t kCacheMaxBytes = 64u << 20;
+constexpr size_t kMidCacheMaxBytes = 2u << 20;
+constexpr size_t kLargeCacheMaxBytes = 64u << 20;
 #endif
-constexpr size_t kCacheSlots = 32;
+constexpr size_t kCacheSlots = 64;
 
 struct SlabHeader {
   uint32_t next;  // offset + 1 of the next free header of the class; 0 ends
@@ -86,12 +91,21 @@ struct alignas(64) FreeQueue {
 FreeQueue g_queue[kClasses];
 pthread_mutex_t g_growLock = PTHREAD_MUTEX_INITIALIZER;
 
-struct LargeCache {
+struct BlockCache {
+  const size_t maxBytes;
   pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
   LargeHeader *blocks[kCacheSlots] = {};
   size_t bytes = 0;
+  size_t victim = 0;  // the slot handed back next when room is needed
 };
-LargeCache g_cache;
+BlockCache g_midCache{kMidCacheMaxBytes};
+BlockCache g_largeCache{kLargeCacheMaxBytes};
+
+// The cache for blocks of this length, or null for smaller ones.
+BlockCache *cacheFor(size_t length) {
+  if (length >= kLargeCacheMinBlock) return &g_largeCache;
+  return length >= kMidCacheMinBlock ? &g_midCache : nullptr;
+}
 std::atomic<uintptr_t> g_base{0};    // 0 until reserved
 std::atomic<size_t> g_top{0};        // bytes handed out from the base
 std::atomic<size_t> g_committed{0};  // bytes readable and writable
@@ -238,10 +252,10 @@ bool slabPut(SlabHeader *h) {
 
 // The smallest cached block that fits `length` without wasting more than an
 // eighth of itself, or null.
-LargeHeader *cacheTake(size_t length) {
-  pthread_mutex_lock(&g_cache.lock);
+LargeHeader *cacheTake(BlockCache &cache, size_t length) {
+  pthread_mutex_lock(&cache.lock);
   LargeHeader **best = nullptr;
-  for (auto &b : g_cache.blocks) {
+  for (auto &b : cache.blocks) {
     if (b && b->length >= length && b->length - b->length / 8 <= length &&
         (!best || b->length < (*best)->length)) {
       best = &b;
@@ -251,36 +265,52 @@ LargeHeader *cacheTake(size_t length) {
   if (best) {
     h = *best;
     *best = nullptr;
-    g_cache.bytes -= h->length;
+    cache.bytes -= h->length;
   }
-  pthread_mutex_unlock(&g_cache.lock);
+  pthread_mutex_unlock(&cache.lock);
   return h;
 }
 
-// Keeps a freed block when there is room; false hands it back to the heap.
-bool cachePut(LargeHeader *h) {
-  if (h->length < kCacheMinBlock) return false;
-  bool kept = false;
-  pthread_mutex_lock(&g_cache.lock);
-  if (g_cache.bytes + h->length <= kCacheMaxBytes) {
-    for (auto &b : g_cache.blocks) {
+// Keeps a freed block, handing older ones back to the heap to make room; a
+// block larger than the whole cache goes back itself.
+void cachePut(LargeHeader *h) {
+  BlockCache *cache = cacheFor(h->length);
+  if (!cache || h->length > cache->maxBytes) {
+    free(h);
+    return;
+  }
+  LargeHeader *handedBack[kCacheSlots];
+  size_t n = 0;
+  pthread_mutex_lock(&cache->lock);
+  LargeHeader **slot = nullptr;
+  for (;;) {
+    for (auto &b : cache->blocks) {
       if (!b) {
-        b = h;
-        g_cache.bytes += h->length;
-        kept = true;
+        slot = &b;
         break;
       }
     }
+    if (slot && cache->bytes + h->length <= cache->maxBytes) break;
+    LargeHeader *&victim = cache->blocks[cache->victim];
+    cache->victim = (cache->victim + 1) % kCacheSlots;
+    if (victim) {
+      cache->bytes -= victim->length;
+      handedBack[n++] = victim;
+      victim = nullptr;
+    }
   }
-  pthread_mutex_unlock(&g_cache.lock);
-  return kept;
+  *slot = h;
+  cache->bytes += h->length;
+  pthread_mutex_unlock(&cache->lock);
+  for (size_t i = 0; i < n; ++i) free(handedBack[i]);
 }
 
 // A zeroed block from the heap is cleared by calloc, which skips pages the
 // system hands out cleared: a large table nobody fills stays unresident.
 static_assert(alignof(max_align_t) >= 16, "heap blocks are 16-byte aligned");
 LargeHeader *largeGet(size_t length, bool zeroed) {
-  LargeHeader *h = length >= kCacheMinBlock ? cacheTake(length) : nullptr;
+  BlockCache *cache = cacheFor(length);
+  LargeHeader *h = cache ? cacheTake(*cache, length) : nullptr;
   if (h) {
     if (zeroed) memset(h + 1, 0, length);
     return h;
@@ -313,11 +343,13 @@ bool slabContains(uintptr_t start, uintptr_t end) {
 void memoryLockAll() {
   for (auto &q : g_queue) pthread_mutex_lock(&q.lock);
   pthread_mutex_lock(&g_growLock);
-  pthread_mutex_lock(&g_cache.lock);
+  pthread_mutex_lock(&g_midCache.lock);
+  pthread_mutex_lock(&g_largeCache.lock);
 }
 
 void memoryUnlockAll() {
-  pthread_mutex_unlock(&g_cache.lock);
+  pthread_mutex_unlock(&g_largeCache.lock);
+  pthread_mutex_unlock(&g_midCache.lock);
   pthread_mutex_unlock(&g_growLock);
   for (auto &q : g_queue) pthread_mutex_unlock(&q.lock);
 }
@@ -384,7 +416,7 @@ XCS_EXPORT void xcsFreeMem(uint16_t component, void *block) {
   if (p % 16 == 0 && p > sizeof(LargeHeader) && safeCopy(&copy, h, sizeof copy) &&
       copy.magic == kLargeMagic) {
     h->magic = kLargeFreed;
-    if (!cachePut(h)) free(h);
+    cachePut(h);
     g_inUse.fetch_sub(1, std::memory_order_relaxed);
   } else {
     reportBadFree(component, block);
@@ -392,13 +424,15 @@ XCS_EXPORT void xcsFreeMem(uint16_t component, void *block) {
 }
 
 XCS_EXPORT void xcsTrimMem(void) {
-  pthread_mutex_lock(&g_cache.lock);
-  for (auto &b : g_cache.blocks) {
-    free(b);
-    b = nullptr;
+  for (BlockCache *cache : {&g_midCache, &g_largeCache}) {
+    pthread_mutex_lock(&cache->lock);
+    for (auto &b : cache->blocks) {
+      free(b);
+      b = nullptr;
+    }
+    cache->bytes = 0;
+    pthread_mutex_unlock(&cache->lock);
   }
-  g_cache.bytes = 0;
-  pthread_mutex_unlock(&g_cache.lock);
 }
 
 XCS_EXPORT void xcsSetAllocFailure(int32_t nth, int32_t function) {

@@ -1,7 +1,9 @@
 // Storage: low, aligned slab blocks, late reuse, the failure switch, blocks
-// in use, bad frees, reuse of large blocks, and many threads at once.
+// in use, bad frees, reuse of heap blocks and its bounds, and many threads at
+// once.
 #include <gtest/gtest.h>
 #include <jx/jxcs.h>
+#include <malloc.h>
 #include <string.h>
 
 #include <algorithm>
@@ -153,6 +155,51 @@ TEST(Memory, LargeFreedBlocksAreReusedWhenTheyFit) {
   xcsFreeMem(XCS_COMP_ADMIN, again);  // a cached block freed twice
   EXPECT_EQ(recordCount(), recordsBefore + 1);
   xcsFreeMem(XCS_COMP_ADMIN, small);
+  EXPECT_EQ(xcsBlocksInUse(), before);
+}
+
+// Freed heap blocks kept for reuse: mid-sized ones beside large ones, each
+// kind bounded, all handed back by a trim. The C heap's own count of bytes in
+// use shows what is kept.
+TEST(Memory, KeptHeapBlocksAreBoundedAndTrimmed) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "heap blocks go straight back to the sanitizer's heap";
+#endif
+  constexpr size_t kMid = 8u << 10, kLarge = 96u << 10;
+  constexpr int kMany = 200;
+  const auto heapBytes = [] { return static_cast<int64_t>(mallinfo2().uordblks); };
+  const int64_t before = xcsBlocksInUse();
+  std::vector<void *> mids;
+  mids.reserve(kMany);
+  xcsTrimMem();
+  const int64_t heapBefore = heapBytes();
+
+  for (int i = 0; i < kMany; ++i) mids.push_back(get(kMid));
+  for (void *p : mids) xcsFreeMem(XCS_COMP_ADMIN, p);
+  const int64_t keptMid = heapBytes() - heapBefore;
+  EXPECT_GE(keptMid, int64_t{kMid});
+  EXPECT_LE(keptMid, 64 * int64_t{kMid + 128});  // far below the kMany blocks freed
+
+  // A full cache hands an older block back to keep the newest.
+  xcsFreeMem(XCS_COMP_ADMIN, get(2 * kMid));
+  EXPECT_EQ(heapBytes() - heapBefore, keptMid + int64_t{kMid});
+
+  // Large blocks come and go without pushing the mid-sized ones out.
+  for (int i = 0; i < 3; ++i) xcsFreeMem(XCS_COMP_ADMIN, get(kLarge));
+  void *again = get(kMid - 512);
+  EXPECT_NE(std::find(mids.begin(), mids.end(), again), mids.end());
+  const int64_t keptLarge = heapBytes() - heapBefore - keptMid - kMid;  // one block, in turn
+  EXPECT_GE(keptLarge, int64_t{kLarge});
+  EXPECT_LE(keptLarge, int64_t{kLarge + 128});
+
+  // Below the smallest kept length a block goes back to the heap at once.
+  const int64_t heapNow = heapBytes();
+  xcsFreeMem(XCS_COMP_ADMIN, get(2u << 10));
+  EXPECT_EQ(heapBytes(), heapNow);
+
+  xcsFreeMem(XCS_COMP_ADMIN, again);
+  xcsTrimMem();
+  EXPECT_EQ(heapBytes(), heapBefore);
   EXPECT_EQ(xcsBlocksInUse(), before);
 }
 
