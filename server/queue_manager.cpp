@@ -425,13 +425,17 @@ void QueueManager::countOpen(const QueuePtr &q, int32_t options, int delta) {
 }
 
 std::string QueueManager::uniqueQueueName(const std::string &prefix) {
+  // The suffix is what makes the name unique, so a long prefix gives way to
+  // it: cutting the suffix instead would leave a name that only the clock
+  // could change, and the search would spin until it did.
+  constexpr size_t kSuffixLength = 16;
+  const std::string head = prefix.substr(0, JX_Q_NAME_LENGTH - kSuffixLength);
   for (;;) {
-    char suffix[24];
+    char suffix[kSuffixLength + 1];
     uint64_t n = ++idCounter_;
     uint32_t t = static_cast<uint32_t>(time(nullptr));
     snprintf(suffix, sizeof suffix, "%08X%08X", t, static_cast<uint32_t>(n));
-    std::string name = prefix + suffix;
-    if (name.size() > 48) name.resize(48);
+    std::string name = head + suffix;
     if (!queues_.count(name)) return name;
   }
 }

@@ -33,6 +33,15 @@ TEST_F(DynamicQueues, NamesComeFromTheTemplateAndAreUnique) {
   EXPECT_EQ(a.rfind("JXAI.REPLY.", 0), 0u) << a;
   EXPECT_GT(a.size(), std::strlen("JXAI.REPLY."));
   EXPECT_NE(a, b);
+  // A template as long as a name: the unique part still fits, so each open
+  // gets a new name at once rather than waiting for the clock.
+  const std::string longPrefix(47, 'L');
+  std::string c, d;
+  openModel(hconn_, longPrefix + "*", c);
+  openModel(hconn_, longPrefix + "*", d);
+  EXPECT_EQ(c.size(), 48u);
+  EXPECT_EQ(c.rfind(longPrefix.substr(0, 32), 0), 0u) << c;
+  EXPECT_NE(c, d);
   openModel(hconn_, "MY.OWN.NAME", fixed);
   EXPECT_EQ(fixed, "MY.OWN.NAME");
   openModel(hconn_, "MY.OWN.NAME", fixed, JXOO_INPUT_SHARED, JXRC_OBJECT_ALREADY_EXISTS);
