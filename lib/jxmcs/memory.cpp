@@ -15,7 +15,9 @@
 #include <string.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <atomic>
+#include <iterator>
 
 #include "cs_internal.hpp"
 
@@ -100,12 +102,6 @@ struct BlockCache {
 };
 BlockCache g_midCache{kMidCacheMaxBytes};
 BlockCache g_largeCache{kLargeCacheMaxBytes};
-
-// The cache for blocks of this length, or null for smaller ones.
-BlockCache *cacheFor(size_t length) {
-  if (length >= kLargeCacheMinBlock) return &g_largeCache;
-  return length >= kMidCacheMinBlock ? &g_midCache : nullptr;
-}
 std::atomic<uintptr_t> g_base{0};    // 0 until reserved
 std::atomic<size_t> g_top{0};        // bytes handed out from the base
 std::atomic<size_t> g_committed{0};  // bytes readable and writable
@@ -250,6 +246,12 @@ bool slabPut(SlabHeader *h) {
   return inUse;
 }
 
+// The cache for blocks of this length, or null for smaller ones.
+BlockCache *cacheFor(size_t length) {
+  if (length >= kLargeCacheMinBlock) return &g_largeCache;
+  return length >= kMidCacheMinBlock ? &g_midCache : nullptr;
+}
+
 // The smallest cached block that fits `length` without wasting more than an
 // eighth of itself, or null.
 LargeHeader *cacheTake(BlockCache &cache, size_t length) {
@@ -282,22 +284,17 @@ void cachePut(LargeHeader *h) {
   LargeHeader *handedBack[kCacheSlots];
   size_t n = 0;
   pthread_mutex_lock(&cache->lock);
-  LargeHeader **slot = nullptr;
-  for (;;) {
-    for (auto &b : cache->blocks) {
-      if (!b) {
-        slot = &b;
-        break;
-      }
-    }
-    if (slot && cache->bytes + h->length <= cache->maxBytes) break;
+  LargeHeader **slot = std::find(std::begin(cache->blocks), std::end(cache->blocks), nullptr);
+  if (slot == std::end(cache->blocks)) slot = nullptr;
+  // At most one turn round the slots empties the whole cache.
+  while (!slot || cache->bytes + h->length > cache->maxBytes) {
     LargeHeader *&victim = cache->blocks[cache->victim];
     cache->victim = (cache->victim + 1) % kCacheSlots;
-    if (victim) {
-      cache->bytes -= victim->length;
-      handedBack[n++] = victim;
-      victim = nullptr;
-    }
+    if (!victim) continue;
+    cache->bytes -= victim->length;
+    handedBack[n++] = victim;
+    victim = nullptr;
+    if (!slot) slot = &victim;
   }
   *slot = h;
   cache->bytes += h->length;
