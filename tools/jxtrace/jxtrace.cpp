@@ -136,13 +136,24 @@ int show(const char *root, long pid) {
   }
   std::vector<std::string> files;
   std::string suffix = pid ? "." + std::to_string(pid) + ".trc" : ".trc";
-  while (dirent *e = readdir(d)) {
+  int readError = 0;
+  for (;;) {
+    errno = 0;
+    const dirent *e = readdir(d);
+    if (!e) {
+      readError = errno;
+      break;
+    }
     std::string name = e->d_name;
     if (name.size() > suffix.size() &&
         name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
       files.push_back(dir + "/" + name);
   }
   closedir(d);
+  if (readError) {
+    fprintf(stderr, "jxtrace: cannot read %s: %s\n", dir.c_str(), strerror(readError));
+    return 1;
+  }
   if (files.empty()) {
     if (pid)
       fprintf(stderr, "jxtrace: no trace file for process %ld in %s\n", pid, dir.c_str());
