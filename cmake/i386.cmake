@@ -1,4 +1,6 @@
 # Toolchain for the i386 target on an x86-64 Debian host (gcc-multilib).
+# scripts/build.sh sets CMAKE_CROSSCOMPILING_EMULATOR (qemu-i386) where the
+# kernel cannot run i386 programs; see cmake/JxTesting.cmake.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR i686)
 set(CMAKE_C_COMPILER gcc)

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "child_program.hpp"
+
 namespace jxtest {
 
 inline std::string readFile(const std::string &path) {
@@ -85,6 +87,8 @@ struct ChildResult {
 // "NAME=" removes NAME) and collects its standard output.
 inline ChildResult runHelper(const std::string &mode, const std::vector<std::string> &env = {}) {
   ChildResult r;
+  std::vector<std::string> argv = programArgv(JXMCS_HELPER_PATH, {mode});
+  std::vector<char *> args = execArgs(argv);
   int fds[2];
   if (pipe(fds) != 0) return r;
   r.pid = fork();
@@ -100,7 +104,7 @@ inline ChildResult runHelper(const std::string &mode, const std::vector<std::str
     dup2(fds[1], 1);
     close(fds[0]);
     close(fds[1]);
-    execl(JXMCS_HELPER_PATH, JXMCS_HELPER_PATH, mode.c_str(), (char *)nullptr);
+    execvp(args[0], args.data());
     _exit(127);
   }
   close(fds[1]);

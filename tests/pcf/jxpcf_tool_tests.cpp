@@ -6,6 +6,7 @@
 #include <fstream>
 #include <string>
 
+#include "child_program.hpp"
 #include "pcf_test_support.hpp"
 
 namespace {
@@ -22,7 +23,8 @@ ToolRun jxpcf(const Bytes &message, bool viaStdin = false) {
   std::ofstream(path, std::ios::binary)
       .write(reinterpret_cast<const char *>(message.data()),
              static_cast<std::streamsize>(message.size()));
-  const std::string command = std::string(JXPCF_PATH) + (viaStdin ? " < " : " ") + path + " 2>&1";
+  const std::string command =
+      jxtest::programCommand(JXPCF_PATH) + (viaStdin ? " < " : " ") + path + " 2>&1";
   ToolRun r;
   FILE *p = popen(command.c_str(), "r");
   char buffer[256];
