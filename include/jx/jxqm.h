@@ -17,6 +17,11 @@
 #include <stdint.h>
 #include <string.h>
 
+/* Completion codes (JXCC_*) and reasons (JXRC_*), with their words. */
+#include <jx/jxreasons.h>
+/* Attribute selectors (JXIA_*, JXCA_*), with their words. */
+#include <jx/jxattrs.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -28,9 +33,10 @@ extern "C" {
 #endif
 
 /* ------------------------------------------------------------------ */
-/* Lengths                                                             */
+/* Lengths and limits                                                  */
 /* ------------------------------------------------------------------ */
 
+#define JX_STRUC_ID_LENGTH 4
 #define JX_Q_NAME_LENGTH 48
 #define JX_Q_MGR_NAME_LENGTH 48
 #define JX_MSG_ID_LENGTH 24
@@ -41,74 +47,19 @@ extern "C" {
 #define JX_CONN_NAME_LENGTH 264
 #define JX_USER_ID_LENGTH 64
 #define JX_PASSWORD_LENGTH 64
+#define JX_USER_IDENTIFIER_LENGTH 12 /* the message descriptor's user identifier */
+#define JX_ACCOUNTING_TOKEN_LENGTH 32
+#define JX_APPL_IDENTITY_DATA_LENGTH 32
+#define JX_APPL_NAME_LENGTH 28
+#define JX_APPL_ORIGIN_DATA_LENGTH 4
+#define JX_PUT_DATE_LENGTH 8 /* YYYYMMDD */
+#define JX_PUT_TIME_LENGTH 8 /* HHMMSSTH */
+#define JX_DATE_LENGTH 10    /* "yyyy-mm-dd" in attributes */
+#define JX_TIME_LENGTH 8     /* "hh.mm.ss" in attributes */
+#define JX_CONNECTION_ID_LENGTH 16
 #define JX_MAX_MSG_LENGTH (4 * 1024 * 1024) /* largest message a queue may allow */
-
-/* ------------------------------------------------------------------ */
-/* Completion codes and reasons                                        */
-/* ------------------------------------------------------------------ */
-
-#define JXCC_OK 0
-#define JXCC_WARNING 1
-#define JXCC_FAILED 2
-
-#define JXRC_NONE 0
-#define JXRC_BUFFER_ERROR 2004           /* buffer null or unusable for its length */
-#define JXRC_BUFFER_LENGTH_ERROR 2005    /* negative buffer length */
-#define JXRC_CHAR_ATTR_LENGTH_ERROR 2006 /* character-attribute length negative or null area */
-#define JXRC_CHAR_ATTRS_TOO_SHORT 2008   /* character area shorter than the selected attributes */
-#define JXRC_CONNECTION_BROKEN 2009      /* the queue manager went away during or before the call */
-#define JXRC_DATA_LENGTH_ERROR 2010      /* data-length output pointer is null */
-#define JXRC_EXPIRY_ERROR 2013           /* expiry neither positive nor unlimited */
-#define JXRC_GET_INHIBITED 2016          /* gets are inhibited on the queue */
-#define JXRC_HANDLE_NOT_AVAILABLE 2017   /* too many open handles on the connection */
-#define JXRC_HCONN_ERROR 2018            /* connection handle not valid */
-#define JXRC_HOBJ_ERROR 2019             /* object handle not valid for this connection */
-#define JXRC_PRIORITY_ERROR 2020         /* priority outside -1..9 */
-#define JXRC_INT_ATTR_COUNT_ERROR 2021   /* integer-attribute count negative */
-#define JXRC_INT_ATTR_COUNT_TOO_SMALL 2022 /* fewer integer slots than integer selectors */
-#define JXRC_INT_ATTRS_ARRAY_ERROR 2023    /* integer-attribute array null */
-#define JXRC_SYNCPOINT_LIMIT_REACHED 2024  /* too many operations in one unit of work */
-#define JXRC_MD_ERROR 2026              /* message descriptor null or wrong eye-catcher/version */
-#define JXRC_MSG_TYPE_ERROR 2029        /* message type not 1, 2, 4 or 8 */
-#define JXRC_MSG_TOO_BIG_FOR_Q 2030     /* message longer than the queue's maximum */
-#define JXRC_MSG_TOO_BIG_FOR_Q_MGR 2031 /* message longer than JX_MAX_MSG_LENGTH */
-#define JXRC_NO_MSG_AVAILABLE 2033      /* no matching message (within the wait interval) */
-#define JXRC_NOT_AUTHORIZED 2035        /* the user may not connect, open or change this */
-#define JXRC_NOT_OPEN_FOR_INPUT 2036
-#define JXRC_NOT_OPEN_FOR_INQUIRE 2038
-#define JXRC_NOT_OPEN_FOR_OUTPUT 2039
-#define JXRC_NOT_OPEN_FOR_SET 2040
-#define JXRC_OBJECT_IN_USE 2042     /* open conflicts with an exclusive input handle */
-#define JXRC_OBJECT_TYPE_ERROR 2043 /* object type other than a queue */
-#define JXRC_OD_ERROR 2044          /* object descriptor null or wrong eye-catcher/version */
-#define JXRC_OPTION_NOT_VALID_FOR_TYPE 2045 /* e.g. close option 2 on a predefined queue */
-#define JXRC_OPTIONS_ERROR 2046             /* options contain unknown or contradictory bits */
-#define JXRC_PERSISTENCE_ERROR 2047         /* persistence not 0, 1 or 2 */
-#define JXRC_PUT_INHIBITED 2051             /* puts are inhibited on the queue */
-#define JXRC_Q_DELETED 2052                 /* the queue was deleted while this handle was open */
-#define JXRC_Q_FULL 2053                    /* queue holds its maximum depth */
-#define JXRC_Q_NOT_EMPTY 2055               /* delete without purge of a queue with messages */
-#define JXRC_Q_MGR_NAME_ERROR 2058          /* queue-manager name not valid or not this one */
-#define JXRC_Q_MGR_NOT_AVAILABLE 2059       /* no such queue manager, or it is not running */
-#define JXRC_SELECTOR_COUNT_ERROR 2065      /* selector count negative or above 256 */
-#define JXRC_SELECTOR_ERROR 2067 /* unknown selector, or not settable */
-#define JXRC_STORAGE_NOT_AVAILABLE 2071
-#define JXRC_TRUNCATED_MSG_ACCEPTED \
-  2079 /* warning: message removed, only the part that fit returned */
-#define JXRC_TRUNCATED_MSG_FAILED 2080  /* message left on the queue; data length gives its size */
-#define JXRC_UNKNOWN_OBJECT_NAME 2085   /* no such queue */
-#define JXRC_UNKNOWN_REMOTE_Q_MGR 2087  /* object queue-manager name is not this queue manager */
-#define JXRC_WAIT_INTERVAL_ERROR 2090   /* wait interval below -1 */
-#define JXRC_OBJECT_ALREADY_EXISTS 2100 /* dynamic queue name already in use */
-#define JXRC_RESOURCE_PROBLEM 2102      /* the queue manager's store failed */
-#define JXRC_UOW_IN_PROGRESS 2128       /* JXBEGIN while a unit of work is active */
-#define JXRC_CNO_ERROR 2139             /* connect options null or wrong eye-catcher/version */
-#define JXRC_OBJECT_NAME_ERROR 2152     /* malformed object or dynamic queue name */
-#define JXRC_PMO_ERROR 2173             /* put options null or wrong eye-catcher/version */
-#define JXRC_GMO_ERROR 2186             /* get options null or wrong eye-catcher/version */
-#define JXRC_UNEXPECTED_ERROR 2195      /* a protocol violation from the other side */
-#define JXRC_ATTR_VALUE_ERROR 2390      /* JXSET value outside the attribute's range */
-#define JXRC_HOST_NOT_AVAILABLE 2538    /* TCP connection to host:port failed */
+#define JX_MAX_Q_DEPTH 999999999            /* largest maximum depth of a queue */
+#define JX_MAX_SELECTORS 256                /* selectors of one JXINQ or JXSET */
 
 /* ------------------------------------------------------------------ */
 /* Options                                                             */
@@ -165,8 +116,10 @@ extern "C" {
 #define JXFMT_NONE "        "
 #define JXFMT_STRING "JXSTR   "
 
-/* Object types. */
+/* Object types. A queue manager is opened with a blank or its own name,
+ * for inquire (and set, by administrators) of its attributes. */
 #define JXOT_Q 1
+#define JXOT_Q_MGR 2
 
 /* Queue types and definition types. */
 #define JXQT_LOCAL 1
@@ -181,25 +134,14 @@ extern "C" {
 #define JXQA_PUT_ALLOWED 0
 #define JXQA_PUT_INHIBITED 1
 
-/* Integer attribute selectors (JXINQ, JXSET). */
-#define JXIA_CURRENT_Q_DEPTH 3
-#define JXIA_DEF_PERSISTENCE 5 /* settable */
-#define JXIA_DEF_PRIORITY 6
-#define JXIA_DEFINITION_TYPE 7
-#define JXIA_INHIBIT_GET 9     /* settable */
-#define JXIA_INHIBIT_PUT 10    /* settable */
-#define JXIA_MAX_MSG_LENGTH 13 /* settable */
-#define JXIA_MAX_Q_DEPTH 15    /* settable */
-#define JXIA_OPEN_INPUT_COUNT 17
-#define JXIA_OPEN_OUTPUT_COUNT 18
-#define JXIA_Q_TYPE 20
+/* Values of JXIA_TRANSPORT. */
+#define JXTRANSPORT_LOCAL 1
+#define JXTRANSPORT_TCP 2
+
+/* Attribute selectors (JXINQ, JXSET): every JXIA_* (integers) and JXCA_*
+ * (strings) is named in jxattrs.h with the word it goes by. */
 #define JXIA_FIRST 1
 #define JXIA_LAST 2000
-
-/* Character attribute selectors. */
-#define JXCA_Q_DESC 2013     /* 64 bytes, settable */
-#define JXCA_Q_MGR_NAME 2015 /* 48 bytes */
-#define JXCA_Q_NAME 2016     /* 48 bytes */
 #define JXCA_FIRST 2001
 #define JXCA_LAST 4000
 
@@ -221,36 +163,36 @@ extern "C" {
  * adds the group fields. Calls read and write only as many bytes as the
  * version says. */
 typedef struct tagJXMD {
-  char StrucId[4];             /* 0 "MD  " */
-  int32_t Version;             /* 4 1 */
-  int32_t Report;              /* 8 0 */
-  int32_t MsgType;             /* 12 JXMT_DATAGRAM */
-  int32_t Expiry;              /* 16 tenths of a second, JXEI_UNLIMITED */
-  int32_t Feedback;            /* 20 0 */
-  int32_t Encoding;            /* 24 JXENC_NATIVE */
-  int32_t CodedCharSetId;      /* 28 0 */
-  char Format[8];              /* 32 blanks */
-  int32_t Priority;            /* 40 JXPRI_AS_Q_DEF; kept, delivery is in arrival order */
-  int32_t Persistence;         /* 44 JXPER_AS_Q_DEF */
-  uint8_t MsgId[24];           /* 48 zero: the put generates one */
-  uint8_t CorrelId[24];        /* 72 zero */
-  int32_t BackoutCount;        /* 96 0 */
-  char ReplyToQ[48];           /* 100 */
-  char ReplyToQMgr[48];        /* 148 */
-  char UserIdentifier[12];     /* 196 set by the put */
-  uint8_t AccountingToken[32]; /* 208 */
-  char ApplIdentityData[32];   /* 240 */
-  int32_t PutApplType;         /* 272 */
-  char PutApplName[28];        /* 276 */
-  char PutDate[8];             /* 304 YYYYMMDD, set by the put */
-  char PutTime[8];             /* 312 HHMMSSTH, set by the put */
-  char ApplOriginData[4];      /* 320 */
-  uint8_t GroupId[24];         /* 324 version 2 */
-  int32_t MsgSeqNumber;        /* 348 1 */
-  int32_t Offset;              /* 352 0 */
-  int32_t MsgFlags;            /* 356 0 */
-  int32_t OriginalLength;      /* 360 -1 */
-} JXMD;                        /* 364 */
+  char StrucId[JX_STRUC_ID_LENGTH];      /* 0 "MD  " */
+  int32_t Version;                       /* 4 1 */
+  int32_t Report;                        /* 8 0 */
+  int32_t MsgType;                       /* 12 JXMT_DATAGRAM */
+  int32_t Expiry;                        /* 16 tenths of a second, JXEI_UNLIMITED */
+  int32_t Feedback;                      /* 20 0 */
+  int32_t Encoding;                      /* 24 JXENC_NATIVE */
+  int32_t CodedCharSetId;                /* 28 0 */
+  char Format[JX_FORMAT_LENGTH];         /* 32 blanks */
+  int32_t Priority;                      /* 40 JXPRI_AS_Q_DEF; kept, delivery is in arrival order */
+  int32_t Persistence;                   /* 44 JXPER_AS_Q_DEF */
+  uint8_t MsgId[JX_MSG_ID_LENGTH];       /* 48 zero: the put generates one */
+  uint8_t CorrelId[JX_CORREL_ID_LENGTH]; /* 72 zero */
+  int32_t BackoutCount;                  /* 96 0 */
+  char ReplyToQ[JX_Q_NAME_LENGTH];       /* 100 */
+  char ReplyToQMgr[JX_Q_MGR_NAME_LENGTH];              /* 148 */
+  char UserIdentifier[JX_USER_IDENTIFIER_LENGTH];      /* 196 set by the put */
+  uint8_t AccountingToken[JX_ACCOUNTING_TOKEN_LENGTH]; /* 208 */
+  char ApplIdentityData[JX_APPL_IDENTITY_DATA_LENGTH]; /* 240 */
+  int32_t PutApplType;                                 /* 272 */
+  char PutApplName[JX_APPL_NAME_LENGTH];               /* 276 */
+  char PutDate[JX_PUT_DATE_LENGTH];                    /* 304 YYYYMMDD, set by the put */
+  char PutTime[JX_PUT_TIME_LENGTH];                    /* 312 HHMMSSTH, set by the put */
+  char ApplOriginData[JX_APPL_ORIGIN_DATA_LENGTH];     /* 320 */
+  uint8_t GroupId[JX_GROUP_ID_LENGTH];                 /* 324 version 2 */
+  int32_t MsgSeqNumber;                                /* 348 1 */
+  int32_t Offset;                                      /* 352 0 */
+  int32_t MsgFlags;                                    /* 356 0 */
+  int32_t OriginalLength;                              /* 360 -1 */
+} JXMD;                                                /* 364 */
 
 #define JXMD_VERSION_1 1
 #define JXMD_VERSION_2 2
@@ -259,83 +201,83 @@ typedef struct tagJXMD {
 
 /* Put-message options. */
 typedef struct tagJXPMO {
-  char StrucId[4];           /* 0 "PMO " */
-  int32_t Version;           /* 4 1 */
-  int32_t Options;           /* 8 0 */
-  int32_t Timeout;           /* 12 -1 */
-  int32_t Context;           /* 16 0 */
-  int32_t KnownDestCount;    /* 20 set by the put */
-  int32_t UnknownDestCount;  /* 24 */
-  int32_t InvalidDestCount;  /* 28 */
-  char ResolvedQName[48];    /* 32 set by the put */
-  char ResolvedQMgrName[48]; /* 80 set by the put */
-  int32_t RecsPresent;       /* 128 */
-  int32_t PutMsgRecFields;   /* 132 */
-  int32_t PutMsgRecOffset;   /* 136 */
-  int32_t ResponseRecOffset; /* 140 */
-  int32_t Reserved1;         /* 144 */
-  int32_t Reserved2;         /* 148 */
-} JXPMO;                     /* 152 */
+  char StrucId[JX_STRUC_ID_LENGTH];            /* 0 "PMO " */
+  int32_t Version;                             /* 4 1 */
+  int32_t Options;                             /* 8 0 */
+  int32_t Timeout;                             /* 12 -1 */
+  int32_t Context;                             /* 16 0 */
+  int32_t KnownDestCount;                      /* 20 set by the put */
+  int32_t UnknownDestCount;                    /* 24 */
+  int32_t InvalidDestCount;                    /* 28 */
+  char ResolvedQName[JX_Q_NAME_LENGTH];        /* 32 set by the put */
+  char ResolvedQMgrName[JX_Q_MGR_NAME_LENGTH]; /* 80 set by the put */
+  int32_t RecsPresent;                         /* 128 */
+  int32_t PutMsgRecFields;                     /* 132 */
+  int32_t PutMsgRecOffset;                     /* 136 */
+  int32_t ResponseRecOffset;                   /* 140 */
+  int32_t Reserved1;                           /* 144 */
+  int32_t Reserved2;                           /* 148 */
+} JXPMO;                                       /* 152 */
 
 /* Object descriptor. */
 typedef struct tagJXOD {
-  char StrucId[4];                 /* 0 "OD  " */
-  int32_t Version;                 /* 4 1 */
-  int32_t ObjectType;              /* 8 JXOT_Q */
-  char ObjectName[48];             /* 12 on return from a model: the new queue's name */
-  char ObjectQMgrName[48];         /* 60 blank/zero: the connected queue manager */
-  char DynamicQName[48];           /* 108 "AJX.*": a trailing '*' asks for a unique name */
-  char AlternateUserId[12];        /* 156 */
-  int32_t RecsPresent;             /* 168 */
-  int32_t KnownDestCount;          /* 172 */
-  int32_t UnknownDestCount;        /* 176 */
-  int32_t InvalidDestCount;        /* 180 */
-  int32_t ObjectRecOffset;         /* 184 */
-  int32_t ResponseRecOffset;       /* 188 */
-  int32_t Reserved1;               /* 192 */
-  int32_t Reserved2;               /* 196 */
-  uint8_t AlternateSecurityId[40]; /* 200 */
-  char ResolvedQName[48];          /* 240 set by the open */
-  char ResolvedQMgrName[48];       /* 288 set by the open */
-} JXOD;                            /* 336 */
+  char StrucId[JX_STRUC_ID_LENGTH];          /* 0 "OD  " */
+  int32_t Version;                           /* 4 1 */
+  int32_t ObjectType;                        /* 8 JXOT_Q */
+  char ObjectName[JX_Q_NAME_LENGTH];         /* 12 on return from a model: the new queue's name */
+  char ObjectQMgrName[JX_Q_MGR_NAME_LENGTH]; /* 60 blank/zero: the connected queue manager */
+  char DynamicQName[JX_Q_NAME_LENGTH]; /* 108 "AJX.*": a trailing '*' asks for a unique name */
+  char AlternateUserId[JX_USER_IDENTIFIER_LENGTH]; /* 156 */
+  int32_t RecsPresent;                             /* 168 */
+  int32_t KnownDestCount;                          /* 172 */
+  int32_t UnknownDestCount;                        /* 176 */
+  int32_t InvalidDestCount;                        /* 180 */
+  int32_t ObjectRecOffset;                         /* 184 */
+  int32_t ResponseRecOffset;                       /* 188 */
+  int32_t Reserved1;                               /* 192 */
+  int32_t Reserved2;                               /* 196 */
+  uint8_t AlternateSecurityId[40];                 /* 200 */
+  char ResolvedQName[JX_Q_NAME_LENGTH];            /* 240 set by the open */
+  char ResolvedQMgrName[JX_Q_MGR_NAME_LENGTH];     /* 288 set by the open */
+} JXOD;                                            /* 336 */
 
 /* Get-message options. */
 typedef struct tagJXGMO {
-  char StrucId[4];        /* 0 "GMO " */
-  int32_t Version;        /* 4 1 */
-  int32_t Options;        /* 8 0 */
-  int32_t WaitInterval;   /* 12 milliseconds, 0; JXWI_UNLIMITED */
-  int32_t Signal1;        /* 16 */
-  int32_t Signal2;        /* 20 */
-  char ResolvedQName[48]; /* 24 set by the get */
-  int32_t MatchOptions;   /* 72 JXMO_MATCH_MSG_ID | JXMO_MATCH_CORREL_ID */
-  char GroupStatus;       /* 76 ' ' */
-  char SegmentStatus;     /* 77 ' ' */
-  char Segmentation;      /* 78 ' ' */
-  char Reserved1;         /* 79 ' ' */
-  uint8_t MsgToken[16];   /* 80 */
-  int32_t ReturnedLength; /* 96 -1; set by the get */
-} JXGMO;                  /* 100 */
+  char StrucId[JX_STRUC_ID_LENGTH];     /* 0 "GMO " */
+  int32_t Version;                      /* 4 1 */
+  int32_t Options;                      /* 8 0 */
+  int32_t WaitInterval;                 /* 12 milliseconds, 0; JXWI_UNLIMITED */
+  int32_t Signal1;                      /* 16 */
+  int32_t Signal2;                      /* 20 */
+  char ResolvedQName[JX_Q_NAME_LENGTH]; /* 24 set by the get */
+  int32_t MatchOptions;                 /* 72 JXMO_MATCH_MSG_ID | JXMO_MATCH_CORREL_ID */
+  char GroupStatus;                     /* 76 ' ' */
+  char SegmentStatus;                   /* 77 ' ' */
+  char Segmentation;                    /* 78 ' ' */
+  char Reserved1;                       /* 79 ' ' */
+  uint8_t MsgToken[16];                 /* 80 */
+  int32_t ReturnedLength;               /* 96 -1; set by the get */
+} JXGMO;                                /* 100 */
 
 /* Client connect options for JXCONNX. ConnectionName "host:port" (or
  * "host(port)") selects TCP; blank/zero selects the local socket unless the
  * environment variable JX_SERVER names a host and port. UserId and Password
  * are sent only over TCP. */
 typedef struct tagJXCNO {
-  char StrucId[4];          /* 0 "CNO " */
-  int32_t Version;          /* 4 1 */
-  int32_t Options;          /* 8 0 */
-  char ConnectionName[264]; /* 12 */
-  char UserId[64];          /* 276 */
-  char Password[64];        /* 340 */
-} JXCNO;                    /* 404 */
+  char StrucId[JX_STRUC_ID_LENGTH];         /* 0 "CNO " */
+  int32_t Version;                          /* 4 1 */
+  int32_t Options;                          /* 8 0 */
+  char ConnectionName[JX_CONN_NAME_LENGTH]; /* 12 */
+  char UserId[JX_USER_ID_LENGTH];           /* 276 */
+  char Password[JX_PASSWORD_LENGTH];        /* 340 */
+} JXCNO;                                    /* 404 */
 
 /* Begin options for JXBEGIN; a null pointer means the defaults. */
 typedef struct tagJXBO {
-  char StrucId[4]; /* 0 "BO  " */
-  int32_t Version; /* 4 1 */
-  int32_t Options; /* 8 JXBO_NONE */
-} JXBO;            /* 12 */
+  char StrucId[JX_STRUC_ID_LENGTH]; /* 0 "BO  " */
+  int32_t Version;                  /* 4 1 */
+  int32_t Options;                  /* 8 JXBO_NONE */
+} JXBO;                             /* 12 */
 
 /* Initialisers with each record's default. */
 #define JX_Z4 0, 0, 0, 0

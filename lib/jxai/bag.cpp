@@ -37,7 +37,7 @@ bool appendItem(zaiBAG *bag, const zaiPROPERTY &item, PJXLONG cc, PJXLONG rc) {
   BagIndex &ix = indexOf(bag);
   if (!indexReserve(ix, bag->Items->Count, item.Selector) ||
       zaiVectorAdd(bag->Items, &item) != ZAI_VEC_OK) {
-    setFailure(cc, rc, JXRC_NO_STORAGE);
+    setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
     return false;
   }
   indexAppend(ix, item.Selector, bag->Items->Count - 1);
@@ -86,14 +86,14 @@ void zaiCreateBag(JXLONG options, zaiBAG **ppBag, PJXLONG cc, PJXLONG rc) {
   // The index header travels in the same block, after the control block.
   void *block = nullptr;
   if (xcsGetMem(kComponent, kFn_zaiCreateBag, sizeof(jxai::BagBlock), &block) != XCS_OK) {
-    return setFailure(cc, rc, JXRC_NO_STORAGE);
+    return setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
   }
   memset(block, 0, sizeof(jxai::BagBlock));
   zaiBAG *bag = static_cast<zaiBAG *>(block);
   // From here on a failure leaves the block (and the vector) behind: that
   // loss is accepted rather than changing what a failure leaves.
   if (zaiVectorCreate(ZAI_INITIAL_ITEMS, sizeof(zaiPROPERTY), &bag->Items) != ZAI_VEC_OK) {
-    return setFailure(cc, rc, JXRC_NO_STORAGE);
+    return setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
   }
   memcpy(bag->StrucId, ZAI_BAG_EYE, sizeof bag->StrucId);
   bag->SystemBag = (options & JXBAG_SYSTEM) != 0;
@@ -250,8 +250,8 @@ void zaiJXCreateBag(JXLONG Options, PJXHBAG Bag, PJXLONG CompCode, PJXLONG Reaso
     t.output("Bag");
   });
   [&] {
-    if ((Options & JXBAG_USER_OPTIONS) != Options) f.fail(JXRC_BAD_OPTIONS);
-    if ((Options & JXBAG_ADMIN) && (Options & JXBAG_COMMAND)) f.fail(JXRC_BAD_OPTIONS);
+    if ((Options & JXBAG_USER_OPTIONS) != Options) f.fail(JXRC_OPTIONS_ERROR);
+    if ((Options & JXBAG_ADMIN) && (Options & JXBAG_COMMAND)) f.fail(JXRC_OPTIONS_ERROR);
     if (f.failed()) return;
     if (xcsCheckPointer(Bag, sizeof *Bag, XCS_CHECK_WRITE) != 0) return f.fail(JXRC_BAD_HANDLE);
     zaiBAG *bag = nullptr;

@@ -20,11 +20,11 @@ void zaiJXBufferToBag(JXHBAG OptionsBag, JXLONG BufferLength, const void *Buffer
     t.value("DataBag", &DataBag);
   });
   [&] {
-    if (OptionsBag != JXHB_NONE) return f.fail(JXRC_BAD_OPTIONS);
-    if (BufferLength < 0) return f.fail(JXRC_BAD_LENGTH);
+    if (OptionsBag != JXHB_NONE) return f.fail(JXRC_OPTIONS_ERROR);
+    if (BufferLength < 0) return f.fail(JXRC_BUFFER_LENGTH_ERROR);
     if (BufferLength > 0 &&
         xcsCheckPointer(Buffer, static_cast<size_t>(BufferLength), XCS_CHECK_READ) != 0) {
-      return f.fail(JXRC_BAD_BUFFER);
+      return f.fail(JXRC_BUFFER_ERROR);
     }
     zaiBAG *bag = jxai::resolveBag(DataBag);
     if (!bag) return f.fail(JXRC_BAD_HANDLE);
@@ -50,13 +50,13 @@ void zaiJXBagToBuffer(JXHBAG OptionsBag, JXHBAG DataBag, JXLONG BufferLength, vo
     t.output("DataLength");
   });
   [&] {
-    if (OptionsBag != JXHB_NONE) return f.fail(JXRC_BAD_OPTIONS);
+    if (OptionsBag != JXHB_NONE) return f.fail(JXRC_OPTIONS_ERROR);
     if (BufferLength > 0 &&
         xcsCheckPointer(Buffer, static_cast<size_t>(BufferLength), XCS_CHECK_WRITE) != 0) {
-      return f.fail(JXRC_BAD_BUFFER);
+      return f.fail(JXRC_BUFFER_ERROR);
     }
     if (xcsCheckPointer(DataLength, sizeof *DataLength, XCS_CHECK_WRITE) != 0) {
-      return f.fail(JXRC_BAD_DATA_LENGTH_OUT);
+      return f.fail(JXRC_DATA_LENGTH_ERROR);
     }
     zaiBAG *bag = jxai::resolveBag(DataBag);
     if (!bag) return f.fail(JXRC_BAD_HANDLE);

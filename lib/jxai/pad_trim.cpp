@@ -55,10 +55,10 @@ void zaiJXPad(const JXCHAR *String, JXLONG BufferLength, PJXCHAR Buffer, PJXLONG
     t.output("Buffer");
   });
   [&] {
-    if (BufferLength < 0) return f.fail(JXRC_BAD_LENGTH);
+    if (BufferLength < 0) return f.fail(JXRC_BUFFER_LENGTH_ERROR);
     if (BufferLength > 0 && (!Buffer || xcsCheckPointer(Buffer, static_cast<size_t>(BufferLength),
                                                         XCS_CHECK_WRITE) != 0)) {
-      return f.fail(JXRC_BAD_BUFFER);
+      return f.fail(JXRC_BUFFER_ERROR);
     }
     if (String && xcsCheckPointer(String, 1, XCS_CHECK_READ) != 0) return f.fail(JXRC_BAD_STRING);
     const size_t n = String ? strlen(String) : 0;
@@ -84,10 +84,10 @@ void zaiJXTrim(JXLONG BufferLength, const JXCHAR *Buffer, PJXCHAR String, PJXLON
     t.output("String");
   });
   [&] {
-    if (BufferLength < 0) return f.fail(JXRC_BAD_LENGTH);
+    if (BufferLength < 0) return f.fail(JXRC_BUFFER_LENGTH_ERROR);
     if (BufferLength > 0 && (!Buffer || xcsCheckPointer(Buffer, static_cast<size_t>(BufferLength),
                                                         XCS_CHECK_READ) != 0)) {
-      return f.fail(JXRC_BAD_BUFFER);
+      return f.fail(JXRC_BUFFER_ERROR);
     }
     if (xcsCheckPointer(String, static_cast<size_t>(BufferLength) + 1, XCS_CHECK_WRITE) != 0) {
       return f.fail(JXRC_BAD_STRING);

@@ -27,7 +27,7 @@ void zaiBagToPCFMsgInJXAIBuffer(zaiBAG *bag, JXLONG command, void **buffer, PJXL
     void *block = nullptr;
     if (xcsGetMem(kComponent, kFn_zaiBagToPCFInJXAIBuffer, static_cast<size_t>(*dataLength),
                   &block) != XCS_OK) {
-      return setFailure(cc, rc, JXRC_NO_STORAGE);
+      return setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
     }
     zaiBagToPCFMsg(bag, command, *dataLength, block, dataLength, msgType, format, cc, rc);
     if (*cc == JXCC_OK) {
@@ -36,7 +36,7 @@ void zaiBagToPCFMsgInJXAIBuffer(zaiBAG *bag, JXLONG command, void **buffer, PJXL
     }
     // A failed last attempt keeps its buffer: the caller has no address to
     // release, and this path accepts that loss.
-    if (*rc != JXRC_BAD_LENGTH || attempt == kAttempts) return;
+    if (*rc != JXRC_BUFFER_LENGTH_ERROR || attempt == kAttempts) return;
     xcsFreeMem(kComponent, block);
     *cc = JXCC_OK;
     *rc = JXRC_NONE;

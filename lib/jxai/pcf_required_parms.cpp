@@ -1,6 +1,8 @@
 // The parameters each command requires, written first when a command bag
 // asks for it, and the attribute list each inquiring command maps its
 // inquiry items to.
+#include <jx/jxqm.h>
+
 #include <span>
 
 #include "pcf_format.hpp"
@@ -33,35 +35,34 @@ constexpr Step O(int32_t selector, int32_t type) {
 constexpr int32_t S = JXITEM_STRING;
 constexpr int32_t I = JXITEM_INTEGER;
 
-constexpr Step kProcess[] = {M(JXSEL_PROCESS_NAME, S)};
-constexpr Step kCopyProcess[] = {M(JXSEL_FROM_PROCESS_NAME, S), M(JXSEL_TO_PROCESS_NAME, S)};
-constexpr Step kDefineQueue[] = {M(JXSEL_QUEUE_NAME, S), M(JXSEL_QUEUE_TYPE, I)};
-constexpr Step kQueue[] = {M(JXSEL_QUEUE_NAME, S)};
+// Queues, whose commands a command server answers, go by their names;
+// commands the system does not serve keep their required parameters as
+// plain numbers (names 2012, 2008, 2010, 2029-2032, 2045, 2053, 3003-3010,
+// 3014, 3501; types 66, 1017, 1086, 1511, 1516).
+constexpr Step kProcess[] = {M(2012, S)};
+constexpr Step kCopyProcess[] = {M(3003, S), M(3004, S)};
+constexpr Step kDefineQueue[] = {M(JXCA_Q_NAME, S), M(JXIA_Q_TYPE, I)};
+constexpr Step kQueue[] = {M(JXCA_Q_NAME, S)};
 constexpr Step kCopyQueue[] = {M(JXSEL_FROM_QUEUE_NAME, S), M(JXSEL_TO_QUEUE_NAME, S),
-                               M(JXSEL_QUEUE_TYPE, I)};
-constexpr Step kInquireQueue[] = {M(JXSEL_QUEUE_NAME, S), O(JXSEL_QUEUE_TYPE, I)};
-constexpr Step kChannel[] = {M(JXSEL_CHANNEL_NAME, S)};
-constexpr Step kDefineChannel[] = {M(JXSEL_CHANNEL_NAME, S), M(JXSEL_CHANNEL_TYPE, I)};
-constexpr Step kCopyChannel[] = {M(JXSEL_FROM_CHANNEL_NAME, S), M(JXSEL_TO_CHANNEL_NAME, S),
-                                 M(JXSEL_CHANNEL_TYPE, I)};
-constexpr Step kInquireChannel[] = {M(JXSEL_CHANNEL_NAME, S), O(JXSEL_CHANNEL_TYPE, I)};
-constexpr Step kChannelInitiator[] = {M(JXSEL_INITIATION_QUEUE_NAME, S)};
-constexpr Step kNamelist[] = {M(JXSEL_NAMELIST_NAME, S)};
-constexpr Step kCopyNamelist[] = {M(JXSEL_FROM_NAMELIST_NAME, S), M(JXSEL_TO_NAMELIST_NAME, S)};
-constexpr Step kEscape[] = {M(JXSEL_ESCAPE_TYPE, I), M(JXSEL_ESCAPE_TEXT, S)};
-constexpr Step kResolveChannel[] = {M(JXSEL_CHANNEL_NAME, S), M(JXSEL_IN_DOUBT, I)};
-constexpr Step kInquireAuthInfo[] = {M(JXSEL_AUTH_INFO_GENERIC_NAME, S)};
-constexpr Step kDefineAuthInfo[] = {M(JXSEL_AUTH_INFO_NAME, S),
-                                    M(JXSEL_AUTH_INFO_ALT_NAME, S, When::InsteadOfMissing)};
-constexpr Step kDeleteAuthInfo[] = {M(JXSEL_AUTH_INFO_NAME, S)};
-constexpr Step kCopyAuthInfo[] = {M(JXSEL_AUTH_INFO_NAME, S), M(JXSEL_AUTH_INFO_TO_NAME, S),
-                                  M(JXSEL_QMGR_NAME, S, When::InsteadOfMissing),
-                                  M(JXSEL_AUTH_INFO_TYPE, I)};
-constexpr Step kStorageClass[] = {M(JXSEL_STORAGE_CLASS_NAME, S)};
-constexpr Step kCopyStorageClass[] = {M(JXSEL_FROM_STORAGE_CLASS_NAME, S),
-                                      M(JXSEL_TO_STORAGE_CLASS_NAME, S), M(JXSEL_PAGE_SET_ID, I)};
-constexpr Step kCreateStorageClass[] = {M(JXSEL_STORAGE_CLASS_NAME, S), M(JXSEL_PAGE_SET_ID, I),
-                                        M(JXSEL_STORAGE_CLASS_GROUP, S)};
+                               M(JXIA_Q_TYPE, I)};
+constexpr Step kInquireQueue[] = {M(JXCA_Q_NAME, S), O(JXIA_Q_TYPE, I)};
+constexpr Step kChannel[] = {M(3501, S)};
+constexpr Step kDefineChannel[] = {M(3501, S), M(1511, I)};
+constexpr Step kCopyChannel[] = {M(3007, S), M(3008, S), M(1511, I)};
+constexpr Step kInquireChannel[] = {M(3501, S), O(1511, I)};
+constexpr Step kChannelInitiator[] = {M(2008, S)};
+constexpr Step kNamelist[] = {M(2010, S)};
+constexpr Step kCopyNamelist[] = {M(3005, S), M(3006, S)};
+constexpr Step kEscape[] = {M(1017, I), M(3014, S)};
+constexpr Step kResolveChannel[] = {M(3501, S), M(1516, I)};
+constexpr Step kInquireAuthInfo[] = {M(2031, S)};
+constexpr Step kDefineAuthInfo[] = {M(2029, S), M(2030, S, When::InsteadOfMissing)};
+constexpr Step kDeleteAuthInfo[] = {M(2029, S)};
+constexpr Step kCopyAuthInfo[] = {M(2029, S), M(2032, S),
+                                  M(JXCA_Q_MGR_NAME, S, When::InsteadOfMissing), M(1086, I)};
+constexpr Step kStorageClass[] = {M(2045, S)};
+constexpr Step kCopyStorageClass[] = {M(3009, S), M(3010, S), M(66, I)};
+constexpr Step kCreateStorageClass[] = {M(2045, S), M(66, I), M(2053, S)};
 
 struct Row {
   int32_t command;
@@ -69,11 +70,11 @@ struct Row {
 };
 
 constexpr Row kRequired[] = {
-    {JXCMD_CHANGE_PROCESS, kProcess},
-    {JXCMD_COPY_PROCESS, kCopyProcess},
-    {JXCMD_CREATE_PROCESS, kProcess},
-    {JXCMD_DELETE_PROCESS, kProcess},
-    {JXCMD_INQUIRE_PROCESS, kProcess},
+    {3, kProcess},  // change, copy, create, delete, inquire process
+    {4, kCopyProcess},
+    {5, kProcess},
+    {6, kProcess},
+    {7, kProcess},
     {JXCMD_CHANGE_QUEUE, kDefineQueue},
     {JXCMD_CLEAR_QUEUE, kQueue},
     {JXCMD_COPY_QUEUE, kCopyQueue},
@@ -82,38 +83,40 @@ constexpr Row kRequired[] = {
     {JXCMD_INQUIRE_QUEUE, kInquireQueue},
     {JXCMD_RESET_QUEUE_STATS, kQueue},
     {JXCMD_INQUIRE_QUEUE_NAMES, kQueue},
-    {JXCMD_INQUIRE_PROCESS_NAMES, kProcess},
-    {JXCMD_INQUIRE_CHANNEL_NAMES, kChannel},
-    {JXCMD_CHANGE_CHANNEL, kDefineChannel},
-    {JXCMD_COPY_CHANNEL, kCopyChannel},
-    {JXCMD_CREATE_CHANNEL, kDefineChannel},
-    {JXCMD_DELETE_CHANNEL, kChannel},
-    {JXCMD_INQUIRE_CHANNEL, kInquireChannel},
-    {JXCMD_PING_CHANNEL, kChannel},
-    {JXCMD_RESET_CHANNEL, kChannel},
-    {JXCMD_START_CHANNEL, kChannel},
-    {JXCMD_STOP_CHANNEL, kChannel},
-    {JXCMD_START_CHANNEL_INITIATOR, kChannelInitiator},
-    {JXCMD_CHANGE_NAMELIST, kNamelist},
-    {JXCMD_COPY_NAMELIST, kCopyNamelist},
-    {JXCMD_CREATE_NAMELIST, kNamelist},
-    {JXCMD_DELETE_NAMELIST, kNamelist},
-    {JXCMD_INQUIRE_NAMELIST, kNamelist},
-    {JXCMD_ESCAPE, kEscape},
-    {JXCMD_RESOLVE_CHANNEL, kResolveChannel},
-    {JXCMD_INQUIRE_CHANNEL_STATUS, kChannel},
-    {JXCMD_INQUIRE_AUTH_INFO, kInquireAuthInfo},
-    {JXCMD_CHANGE_AUTH_INFO, kDefineAuthInfo},
-    {JXCMD_CREATE_AUTH_INFO, kDefineAuthInfo},
-    {JXCMD_DELETE_AUTH_INFO, kDeleteAuthInfo},
-    {JXCMD_COPY_AUTH_INFO, kCopyAuthInfo},
-    {JXCMD_CHANGE_STORAGE_CLASS, kStorageClass},
-    {JXCMD_COPY_STORAGE_CLASS, kCopyStorageClass},
-    {JXCMD_CREATE_STORAGE_CLASS, kCreateStorageClass},
-    {JXCMD_DELETE_STORAGE_CLASS, kStorageClass},
-    {JXCMD_INQUIRE_STORAGE_CLASS, kStorageClass},
-    {JXCMD_INQUIRE_STORAGE_CLASS_NAMES, kStorageClass},
+    {19, kProcess},  // inquire process names
+    {20, kChannel},  // channels: 20-29 and 42
+    {21, kDefineChannel},
+    {22, kCopyChannel},
+    {23, kDefineChannel},
+    {24, kChannel},
+    {25, kInquireChannel},
+    {26, kChannel},
+    {27, kChannel},
+    {28, kChannel},
+    {29, kChannel},
+    {30, kChannelInitiator},
+    {32, kNamelist},  // namelists: 32-36
+    {33, kCopyNamelist},
+    {34, kNamelist},
+    {35, kNamelist},
+    {36, kNamelist},
+    {38, kEscape},
+    {39, kResolveChannel},
+    {42, kChannel},
+    {70, kInquireAuthInfo},  // authentication information: 70-74
+    {71, kDefineAuthInfo},
+    {72, kDefineAuthInfo},
+    {73, kDeleteAuthInfo},
+    {74, kCopyAuthInfo},
+    {79, kStorageClass},  // storage classes: 79-84
+    {80, kCopyStorageClass},
+    {81, kCreateStorageClass},
+    {82, kStorageClass},
+    {83, kStorageClass},
+    {84, kStorageClass},
 };
+// Commands outside this range require nothing.
+constexpr int32_t kFirstCommand = 1, kLastCommand = 84;
 
 struct Mapping {
   int32_t command;
@@ -121,14 +124,14 @@ struct Mapping {
 };
 constexpr Mapping kInquiryLists[] = {
     {JXCMD_INQUIRE_QMGR, JXSEL_QMGR_ATTRS},
-    {JXCMD_INQUIRE_PROCESS, JXSEL_PROCESS_ATTRS},
+    {7, 1003},  // inquire process
     {JXCMD_INQUIRE_QUEUE, JXSEL_QUEUE_ATTRS},
-    {JXCMD_INQUIRE_CHANNEL, JXSEL_CHANNEL_ATTRS},
-    {JXCMD_INQUIRE_NAMELIST, JXSEL_NAMELIST_ATTRS},
-    {JXCMD_INQUIRE_CLUSTER_QMGR, JXSEL_CLUSTER_QMGR_ATTRS},
-    {JXCMD_INQUIRE_CHANNEL_STATUS, JXSEL_CHANNEL_STATUS_ATTRS},
-    {JXCMD_INQUIRE_AUTH_INFO, JXSEL_AUTH_INFO_ATTRS},
-    {JXCMD_INQUIRE_STORAGE_CLASS, JXSEL_STORAGE_CLASS_ATTRS},
+    {25, 1015},  // inquire channel
+    {36, 1004},  // inquire namelist
+    {JXCMD_INQUIRE_QUEUE_STATUS, JXSEL_Q_STATUS_ATTRS},
+    {42, 1524},  // inquire channel status
+    {70, 1093},  // inquire authentication information
+    {83, 1019},  // inquire storage class
 };
 
 // Looks the parameter up (exactly one occurrence), writes it as a single
@@ -191,7 +194,7 @@ void zaiWriteRequiredParmsForCmd(zaiBAG *bag, zaiPCFBUFCTL *area, PJXLONG cc, PJ
   Frame frame(kFn_zaiWriteRequiredParmsForCmd, rc);
   *cc = JXCC_OK;
   *rc = JXRC_NONE;
-  if (area->Command < JXCMD_FIRST || area->Command > JXCMD_LAST) return;
+  if (area->Command < kFirstCommand || area->Command > kLastCommand) return;
   for (const Row &row : kRequired) {
     if (row.command != area->Command) continue;
     for (const Step &step : row.steps) {

@@ -78,17 +78,18 @@ int32_t firstUnmarked(const uint8_t *written, int32_t i, int32_t end) {
 }
 
 // Selectors of the attribute lists: their items always go out as lists.
+// Those of commands the system does not serve keep their plain numbers.
 bool isAttributeList(int32_t selector) {
   switch (selector) {
     case JXSEL_QMGR_ATTRS:
     case JXSEL_QUEUE_ATTRS:
-    case JXSEL_PROCESS_ATTRS:
-    case JXSEL_NAMELIST_ATTRS:
-    case JXSEL_CHANNEL_ATTRS:
-    case JXSEL_STORAGE_CLASS_ATTRS:
-    case JXSEL_CLUSTER_QMGR_ATTRS:
-    case JXSEL_AUTH_INFO_ATTRS:
-    case JXSEL_CHANNEL_STATUS_ATTRS:
+    case JXSEL_Q_STATUS_ATTRS:
+    case 1003:  // process
+    case 1004:  // namelist
+    case 1015:  // channel
+    case 1019:  // storage class
+    case 1093:  // authentication information
+    case 1524:  // channel status
       return true;
     default:
       return false;
@@ -129,7 +130,7 @@ class ControlArea {
       void *block = nullptr;
       if (xcsGetMem(kComponent, kFn_zaiBagToPCFMsg, ZAI_PCFBC_FIXED + marks, &block) != XCS_OK) {
         area_ = nullptr;
-        setFailure(cc, rc, JXRC_NO_STORAGE);
+        setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
         return;
       }
       area_ = static_cast<zaiPCFBUFCTL *>(block);
@@ -631,7 +632,7 @@ void zaiBagToPCFMsg(zaiBAG *bag, JXLONG command, JXLONG bufferLength, void *buff
   *dataLength = area->RunningLength;
   if (ok(cc)) {
     if (area->RunningLength > area->BufferLength) {
-      setFailure(cc, rc, JXRC_BAD_LENGTH);
+      setFailure(cc, rc, JXRC_BUFFER_LENGTH_ERROR);
     } else {
       setMessageKind(area->PCFType, msgType, format);
     }

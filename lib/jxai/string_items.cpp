@@ -34,14 +34,14 @@ JXLONG checkInputBuffer(JXLONG bufferLength, const JXCHAR *buffer, PJXLONG cc, P
   JXLONG length = 0;
   if (bufferLength == kNullTerminated) {
     if (xcsCheckPointer(buffer, 1, XCS_CHECK_READ) != 0) {
-      setFailure(cc, rc, JXRC_BAD_BUFFER);
+      setFailure(cc, rc, JXRC_BUFFER_ERROR);
     } else {
       length = static_cast<JXLONG>(strlen(buffer));
     }
   } else if (bufferLength > 0) {
     if (!buffer ||
         xcsCheckPointer(buffer, static_cast<size_t>(bufferLength), XCS_CHECK_READ) != 0) {
-      setFailure(cc, rc, JXRC_BAD_BUFFER);
+      setFailure(cc, rc, JXRC_BUFFER_ERROR);
     } else {
       length = bufferLength;
     }
@@ -87,7 +87,7 @@ void zaiAddString(zaiBAG *bag, JXLONG selector, JXLONG length, const char *bytes
   item.StringLength = length;
   item.StringCCSID = ccsid;
   if (!copyBytes(bytes, length, &item.Value.String)) {
-    return setFailure(cc, rc, JXRC_NO_STORAGE);
+    return setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
   }
   if (!jxai::appendItem(bag, item, cc, rc)) free(item.Value.String);
 }
@@ -115,7 +115,7 @@ void zaiSetString(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, JXLONG length,
   }
   // The old copy goes only once the new one exists.
   char *copy;
-  if (!copyBytes(bytes, length, &copy)) return setFailure(cc, rc, JXRC_NO_STORAGE);
+  if (!copyBytes(bytes, length, &copy)) return setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
   char *old = item->StringLength > 0 ? item->Value.String : nullptr;
   item->StringCCSID = ccsid;
   item->StringLength = length;
@@ -163,7 +163,7 @@ void zaiJXAddString(JXHBAG Bag, JXLONG Selector, JXLONG BufferLength, const JXCH
     if (Selector < 0) return f.fail(JXRC_SELECTOR_OUT_OF_RANGE);
     zaiCheckSelector(bag, Selector, JXITEM_STRING, CompCode, Reason);
     if (f.failed()) return;
-    if (BufferLength < kNullTerminated) return f.fail(JXRC_BAD_LENGTH);
+    if (BufferLength < kNullTerminated) return f.fail(JXRC_BUFFER_LENGTH_ERROR);
   }();
   const JXLONG length = checkInputBuffer(BufferLength, Buffer, CompCode, Reason);
   if (!f.failed()) {
@@ -196,7 +196,7 @@ void zaiJXSetString(JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, JXLONG Buffer
     if (Selector == JXSYS_OPTIONS) return f.fail(JXRC_READ_ONLY_SELECTOR);
     zaiCheckSelector(bag, Selector, JXITEM_STRING, CompCode, Reason);
     if (f.failed()) return;
-    if (BufferLength < kNullTerminated) return f.fail(JXRC_BAD_LENGTH);
+    if (BufferLength < kNullTerminated) return f.fail(JXRC_BUFFER_LENGTH_ERROR);
   }();
   const JXLONG length = checkInputBuffer(BufferLength, Buffer, CompCode, Reason);
   if (!f.failed()) zaiSetString(bag, Selector, ItemIndex, length, Buffer, CompCode, Reason);
@@ -230,7 +230,7 @@ void zaiJXInquireString(JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, JXLONG Bu
     if (Buffer ? BufferLength > 0 && xcsCheckPointer(Buffer, static_cast<size_t>(BufferLength),
                                                      XCS_CHECK_WRITE) != 0
                : BufferLength != 0) {
-      return f.fail(JXRC_BAD_BUFFER);
+      return f.fail(JXRC_BUFFER_ERROR);
     }
     if (xcsCheckPointer(StringLength, sizeof *StringLength, XCS_CHECK_WRITE) != 0) {
       return f.fail(JXRC_BAD_STRING_LENGTH_OUT);
@@ -239,7 +239,7 @@ void zaiJXInquireString(JXHBAG Bag, JXLONG Selector, JXLONG ItemIndex, JXLONG Bu
         xcsCheckPointer(CodedCharSetId, sizeof *CodedCharSetId, XCS_CHECK_WRITE) != 0) {
       return f.fail(JXRC_BAD_CCSID);
     }
-    if (BufferLength < 0) return f.fail(JXRC_BAD_LENGTH);
+    if (BufferLength < 0) return f.fail(JXRC_BUFFER_LENGTH_ERROR);
     if (!jxai::isWildcard(Selector)) {
       zaiCheckSelector(bag, Selector, JXITEM_STRING, CompCode, Reason);
       if (f.failed()) return;

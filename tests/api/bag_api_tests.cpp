@@ -118,10 +118,10 @@ TEST(CreateBag, EightSystemItemsInOrderWithTheOptionsRebuiltFromTheFlags) {
 TEST(CreateBag, RefusesBadOptionsAndLeavesTheHandleAlone) {
   for (int32_t options : {17, 31, 32, 33, 64, -1, INT32_MIN}) {
     JXHBAG h = kUntouched;
-    EXPECT_EQ(call(jxCreateBag, options, &h), failed(JXRC_BAD_OPTIONS)) << "options " << options;
+    EXPECT_EQ(call(jxCreateBag, options, &h), failed(JXRC_OPTIONS_ERROR)) << "options " << options;
     EXPECT_EQ(h, kUntouched);
   }
-  EXPECT_EQ(call(jxCreateBag, 32, nullptr), failed(JXRC_BAD_OPTIONS)) << "options before output";
+  EXPECT_EQ(call(jxCreateBag, 32, nullptr), failed(JXRC_OPTIONS_ERROR)) << "options before output";
   EXPECT_EQ(call(jxCreateBag, 0, nullptr), failed(JXRC_BAD_HANDLE));
   EXPECT_EQ(call(jxCreateBag, 0, readOnly()), failed(JXRC_BAD_HANDLE));
 }
@@ -325,10 +325,10 @@ TEST(AddString, ChecksInOrderAndBufferCheckKeepsTheFirstFailure) {
   EXPECT_EQ(checked(jxAddString, 2000, -1, nullptr), failed(JXRC_SELECTOR_OUT_OF_RANGE));
   EXPECT_EQ(checked(jxAddString, 4001, -1, "x"), failed(JXRC_SELECTOR_OUT_OF_RANGE));
   EXPECT_EQ(checked(jxAddString, 0, -1, "x"), failed(JXRC_SELECTOR_OUT_OF_RANGE));
-  EXPECT_EQ(b(jxAddString, 1, -2, nullptr), failed(JXRC_BAD_LENGTH));
-  EXPECT_EQ(b(jxAddString, 1, -2, "abc"), failed(JXRC_BAD_LENGTH));
-  EXPECT_EQ(b(jxAddString, 1, -1, nullptr), failed(JXRC_BAD_BUFFER));
-  EXPECT_EQ(b(jxAddString, 1, 3, nullptr), failed(JXRC_BAD_BUFFER));
+  EXPECT_EQ(b(jxAddString, 1, -2, nullptr), failed(JXRC_BUFFER_LENGTH_ERROR));
+  EXPECT_EQ(b(jxAddString, 1, -2, "abc"), failed(JXRC_BUFFER_LENGTH_ERROR));
+  EXPECT_EQ(b(jxAddString, 1, -1, nullptr), failed(JXRC_BUFFER_ERROR));
+  EXPECT_EQ(b(jxAddString, 1, 3, nullptr), failed(JXRC_BUFFER_ERROR));
   EXPECT_EQ(checked(jxAddString, 2001, -1, "x"), kOk);
   EXPECT_EQ(checked(jxAddString, 4000, -1, "x"), kOk);
   EXPECT_EQ(b.count(JXSEL_USER), 0);
@@ -372,8 +372,8 @@ TEST(SetString, Reasons) {
   EXPECT_EQ(b(jxSetString, 1, -3, -1, "x"), failed(JXRC_BAD_INDEX));
   EXPECT_EQ(b(jxSetString, 7, 0, -1, "x"), failed(JXRC_SELECTOR_NOT_PRESENT));
   EXPECT_EQ(b(jxSetString, 2, 0, -1, "x"), failed(JXRC_WRONG_ITEM_TYPE));
-  EXPECT_EQ(b(jxSetString, 1, 0, -2, "x"), failed(JXRC_BAD_LENGTH));
-  EXPECT_EQ(b(jxSetString, 1, 0, 2, nullptr), failed(JXRC_BAD_BUFFER));
+  EXPECT_EQ(b(jxSetString, 1, 0, -2, "x"), failed(JXRC_BUFFER_LENGTH_ERROR));
+  EXPECT_EQ(b(jxSetString, 1, 0, 2, nullptr), failed(JXRC_BUFFER_ERROR));
   // The buffer check runs after an earlier failure and puts it back.
   EXPECT_EQ(b(jxSetString, JXSYS_OPTIONS, 0, 2, nullptr), failed(JXRC_READ_ONLY_SELECTOR));
   b(jxSetInteger, JXSYS_CCSID, 0, JXCCSID_NONE);
@@ -420,13 +420,13 @@ TEST(InquireString, ChecksInOrderAndWritesNothingOnFailure) {
   char buf[8] = "#######";
   char *roBuf = reinterpret_cast<char *>(readOnly());
   int32_t sl = kUntouched, ccsid = kUntouched;
-  EXPECT_EQ(b(jxInquireString, 2001, 0, 4, nullptr, &sl, &ccsid), failed(JXRC_BAD_BUFFER));
-  EXPECT_EQ(b(jxInquireString, 2001, 0, -1, nullptr, &sl, &ccsid), failed(JXRC_BAD_BUFFER));
-  EXPECT_EQ(b(jxInquireString, 2001, 0, 4, roBuf, &sl, &ccsid), failed(JXRC_BAD_BUFFER));
+  EXPECT_EQ(b(jxInquireString, 2001, 0, 4, nullptr, &sl, &ccsid), failed(JXRC_BUFFER_ERROR));
+  EXPECT_EQ(b(jxInquireString, 2001, 0, -1, nullptr, &sl, &ccsid), failed(JXRC_BUFFER_ERROR));
+  EXPECT_EQ(b(jxInquireString, 2001, 0, 4, roBuf, &sl, &ccsid), failed(JXRC_BUFFER_ERROR));
   EXPECT_EQ(b(jxInquireString, -9, 0, -1, buf, nullptr, &ccsid),
             failed(JXRC_BAD_STRING_LENGTH_OUT));
   EXPECT_EQ(b(jxInquireString, -9, 0, -1, buf, &sl, readOnly()), failed(JXRC_BAD_CCSID));
-  EXPECT_EQ(b(jxInquireString, -9, 0, -1, buf, &sl, &ccsid), failed(JXRC_BAD_LENGTH));
+  EXPECT_EQ(b(jxInquireString, -9, 0, -1, buf, &sl, &ccsid), failed(JXRC_BUFFER_LENGTH_ERROR));
   EXPECT_EQ(b(jxInquireString, -9, 0, 4, buf, &sl, &ccsid), failed(JXRC_BAD_SELECTOR));
   EXPECT_EQ(b(jxInquireString, 1, 0, 4, buf, &sl, &ccsid), failed(JXRC_SELECTOR_OUT_OF_RANGE));
   EXPECT_EQ(b(jxInquireString, 2002, 0, 4, buf, &sl, &ccsid), failed(JXRC_SELECTOR_NOT_PRESENT));

@@ -80,11 +80,11 @@ TEST(Pad, ChecksRunInOrderAndLeaveTheBufferAlone) {
   Pages pages;
   char buf[4] = {'#', '#', '#', '#'};
   // Negative length wins over a null buffer and an unreadable string.
-  EXPECT_EQ(pad(pages.none, -1, nullptr).rc, JXRC_BAD_LENGTH);
+  EXPECT_EQ(pad(pages.none, -1, nullptr).rc, JXRC_BUFFER_LENGTH_ERROR);
   // A bad buffer wins over an unreadable string.
-  EXPECT_EQ(pad(pages.none, 4, nullptr).rc, JXRC_BAD_BUFFER);
-  EXPECT_EQ(pad("A", 4, pages.readOnly).rc, JXRC_BAD_BUFFER);
-  EXPECT_EQ(pad("A", 4, pages.none).rc, JXRC_BAD_BUFFER);
+  EXPECT_EQ(pad(pages.none, 4, nullptr).rc, JXRC_BUFFER_ERROR);
+  EXPECT_EQ(pad("A", 4, pages.readOnly).rc, JXRC_BUFFER_ERROR);
+  EXPECT_EQ(pad("A", 4, pages.none).rc, JXRC_BUFFER_ERROR);
   Outcome o = pad(pages.none, 4, buf);
   EXPECT_EQ(o.cc, JXCC_FAILED);
   EXPECT_EQ(o.rc, JXRC_BAD_STRING);
@@ -92,7 +92,7 @@ TEST(Pad, ChecksRunInOrderAndLeaveTheBufferAlone) {
   // A read-only string is fine: it is only read.
   EXPECT_EQ(pad(pages.readOnly + pages.page - 2, 0, nullptr).rc, JXRC_STRING_TRUNCATED);
   // A buffer that runs from a writable into a read-only page is refused.
-  EXPECT_EQ(pad("A", 4, pages.readOnly - 2).rc, JXRC_BAD_BUFFER);
+  EXPECT_EQ(pad("A", 4, pages.readOnly - 2).rc, JXRC_BUFFER_ERROR);
   EXPECT_EQ(pad("A", 2, pages.readOnly - 2).rc, JXRC_NONE);
 }
 
@@ -124,17 +124,17 @@ TEST(Trim, ChecksRunInOrderAndLeaveTheStringAlone) {
   char out[4] = {'#', '#', '#', '#'};
   Outcome o = trim(-1, nullptr, out);
   EXPECT_EQ(o.cc, JXCC_FAILED);
-  EXPECT_EQ(o.rc, JXRC_BAD_LENGTH);
+  EXPECT_EQ(o.rc, JXRC_BUFFER_LENGTH_ERROR);
   EXPECT_EQ(std::string(out, 4), "####");
-  EXPECT_EQ(trim(4, nullptr, nullptr).rc, JXRC_BAD_BUFFER);
-  EXPECT_EQ(trim(4, pages.none, nullptr).rc, JXRC_BAD_BUFFER);
+  EXPECT_EQ(trim(4, nullptr, nullptr).rc, JXRC_BUFFER_ERROR);
+  EXPECT_EQ(trim(4, pages.none, nullptr).rc, JXRC_BUFFER_ERROR);
   EXPECT_EQ(trim(3, "AB ", nullptr).rc, JXRC_BAD_STRING);
   EXPECT_EQ(trim(3, "AB ", pages.readOnly).rc, JXRC_BAD_STRING);
   // The output must hold the length plus its null.
   EXPECT_EQ(trim(3, "AB ", pages.readOnly - 3).rc, JXRC_BAD_STRING);
   EXPECT_EQ(trim(3, "AB ", pages.readOnly - 4).rc, JXRC_NONE);
   // A buffer running into an inaccessible page cannot be read.
-  EXPECT_EQ(trim(4, pages.none - 2, out).rc, JXRC_BAD_BUFFER);
+  EXPECT_EQ(trim(4, pages.none - 2, out).rc, JXRC_BUFFER_ERROR);
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ int failUntilSuccess(zaiBAG *bag, const std::function<Outcome()> &call) {
     const Outcome o = call();
     xcsSetAllocFailure(0, -1);
     if (o == kOk) return n - 1;
-    EXPECT_EQ(o, failed(JXRC_NO_STORAGE)) << "allocation " << n;
+    EXPECT_EQ(o, failed(JXRC_STORAGE_NOT_AVAILABLE)) << "allocation " << n;
     EXPECT_EQ(xcsBlocksInUse(), blocks) << "allocation " << n;
     EXPECT_EQ(snapshot(bag), before) << "allocation " << n;
     if (n > 20) {
@@ -120,7 +120,7 @@ TEST(AllocFailure, CreateBagReportsEveryFailureAndFinallySucceeds) {
       EXPECT_EQ(xcsBlocksInUse(), blocks);
       break;
     }
-    EXPECT_EQ(o, failed(JXRC_NO_STORAGE)) << "allocation " << n;
+    EXPECT_EQ(o, failed(JXRC_STORAGE_NOT_AVAILABLE)) << "allocation " << n;
     EXPECT_EQ(h, JXHB_NONE) << "no handle on failure";
     // The control block itself failing leaves nothing; later failures leave
     // the block behind, as creation accepts.

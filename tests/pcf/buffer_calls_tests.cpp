@@ -27,7 +27,7 @@ TEST(BufferCalls, TooShortGives2005WithTheLengthAndASecondCallSucceeds) {
   for (int32_t tooShort : {64, -1}) {
     length = 0;
     jxBagToBuffer(JXHB_NONE, out.handle, tooShort, buffer.data(), &length, &cc, &rc);
-    EXPECT_EQ(rc, JXRC_BAD_LENGTH) << tooShort;
+    EXPECT_EQ(rc, JXRC_BUFFER_LENGTH_ERROR) << tooShort;
     EXPECT_EQ(length, static_cast<int32_t>(expected.size())) << tooShort;
   }
   buffer.assign(static_cast<size_t>(length), kUnwritten);
@@ -65,16 +65,16 @@ TEST(BufferCalls, ChecksInOrderLeaveEverythingAlone) {
     int32_t reason;
   } rows[] = {
       {"to buffer: options bag",
-       [&] { jxBagToBuffer(0, badHandle, 64, nullptr, nullptr, &cc, &rc); }, JXRC_BAD_OPTIONS},
+       [&] { jxBagToBuffer(0, badHandle, 64, nullptr, nullptr, &cc, &rc); }, JXRC_OPTIONS_ERROR},
       {"to buffer: no buffer",
        [&] { jxBagToBuffer(JXHB_NONE, badHandle, 64, nullptr, nullptr, &cc, &rc); },
-       JXRC_BAD_BUFFER},
+       JXRC_BUFFER_ERROR},
       {"to buffer: read-only buffer",
        [&] { jxBagToBuffer(JXHB_NONE, badHandle, 64, readOnly, &length, &cc, &rc); },
-       JXRC_BAD_BUFFER},
+       JXRC_BUFFER_ERROR},
       {"to buffer: no data length",
        [&] { jxBagToBuffer(JXHB_NONE, badHandle, 0, nullptr, nullptr, &cc, &rc); },
-       JXRC_BAD_DATA_LENGTH_OUT},
+       JXRC_DATA_LENGTH_ERROR},
       {"to buffer: bad handle",
        [&] { jxBagToBuffer(JXHB_NONE, badHandle, 64, buffer.data(), &length, &cc, &rc); },
        JXRC_BAD_HANDLE},
@@ -82,15 +82,16 @@ TEST(BufferCalls, ChecksInOrderLeaveEverythingAlone) {
        [&] { jxBagToBuffer(JXHB_NONE, JXHB_NONE, 64, buffer.data(), &length, &cc, &rc); },
        JXRC_BAD_HANDLE},
       {"to bag: options bag", [&] { jxBufferToBag(0, -1, nullptr, badHandle, &cc, &rc); },
-       JXRC_BAD_OPTIONS},
+       JXRC_OPTIONS_ERROR},
       {"to bag: negative length",
-       [&] { jxBufferToBag(JXHB_NONE, -1, nullptr, badHandle, &cc, &rc); }, JXRC_BAD_LENGTH},
+       [&] { jxBufferToBag(JXHB_NONE, -1, nullptr, badHandle, &cc, &rc); },
+       JXRC_BUFFER_LENGTH_ERROR},
       {"to bag: no buffer", [&] { jxBufferToBag(JXHB_NONE, 10, nullptr, badHandle, &cc, &rc); },
-       JXRC_BAD_BUFFER},
+       JXRC_BUFFER_ERROR},
       {"to bag: bad handle", [&] { jxBufferToBag(JXHB_NONE, size, msg, badHandle, &cc, &rc); },
        JXRC_BAD_HANDLE},
       {"to bag: negative length, good bag",
-       [&] { jxBufferToBag(JXHB_NONE, -1, msg, bag.handle, &cc, &rc); }, JXRC_BAD_LENGTH},
+       [&] { jxBufferToBag(JXHB_NONE, -1, msg, bag.handle, &cc, &rc); }, JXRC_BUFFER_LENGTH_ERROR},
       {"to bag: system bag", [&] { jxBufferToBag(JXHB_NONE, size, msg, systemHandle, &cc, &rc); },
        JXRC_SYSTEM_BAG_READ_ONLY},
   };

@@ -105,8 +105,8 @@ struct Sequence {
 };
 
 TEST(PcfRequired, AlternativeAndRepeatedParameters) {
-  const std::vector<int32_t> authInfo = {JXCMD_CHANGE_AUTH_INFO, JXCMD_CREATE_AUTH_INFO};
-  const std::vector<int32_t> copy = {JXCMD_COPY_AUTH_INFO};
+  const std::vector<int32_t> authInfo = {71, 72};  // change, create authentication information
+  const std::vector<int32_t> copy = {74};
   const Sequence rows[] = {
       {"wrong type", {JXCMD_DELETE_QUEUE}, {{2016, false}}, {}, JXRC_WRONG_ITEM_TYPE},
       {"repeated",
@@ -156,11 +156,11 @@ TEST(PcfRequired, AlternativeAndRepeatedParameters) {
 TEST(PcfRequired, OnlyCommandBagsThatReorderRequireParameters) {
   Bag noReorder(JXBAG_LIST_FORM | JXBAG_COMMAND);
   ASSERT_EQ(noReorder.integer(JXSYS_MSG_TYPE), JXPCF_TYPE_COMMAND);
-  EXPECT_EQ(write(noReorder, JXCMD_CHANGE_AUTH_INFO).cc, JXCC_OK);
+  EXPECT_EQ(write(noReorder, 71).cc, JXCC_OK);
 
   Bag otherType(JXBAG_ADMIN);
   otherType.set(JXSYS_MSG_TYPE, JXPCF_TYPE_USER);
-  EXPECT_EQ(write(otherType, JXCMD_CHANGE_AUTH_INFO).cc, JXCC_OK);
+  EXPECT_EQ(write(otherType, 71).cc, JXCC_OK);
 
   Bag unlisted(JXBAG_ADMIN);
   for (int32_t command : {0, 1, 2, 41, 85, -3}) {

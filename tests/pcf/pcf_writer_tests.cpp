@@ -1,6 +1,7 @@
 // The writer: exact bytes of every structure, the list rules, inquiry
 // mapping, the fitting rule and its failures.
 #include <jx/jxcs.h>
+#include <jx/jxqm.h>
 
 #include <functional>
 
@@ -63,29 +64,30 @@ std::vector<Case> byteCases() {
          int32_t cc, rc;
          jxAddInquiry(b.handle, 20, &cc, &rc);
          jxAddInquiry(b.handle, 2016, &cc, &rc);
-         b.add(JXSEL_QUEUE_TYPE, 1).add(JXSEL_QUEUE_NAME, "Q1", 0);
+         b.add(JXIA_Q_TYPE, 1).add(JXCA_Q_NAME, "Q1", 0);
        },
        JXCMD_INQUIRE_QUEUE,
        Msg()
            .header(1, JXCMD_INQUIRE_QUEUE, 3)
-           .string(JXSEL_QUEUE_NAME, "Q1", 0)
-           .integer(JXSEL_QUEUE_TYPE, 1)
+           .string(JXCA_Q_NAME, "Q1", 0)
+           .integer(JXIA_Q_TYPE, 1)
            .intList(JXSEL_QUEUE_ATTRS, {20, 2016})},
   };
-  for (int32_t selector :
-       {JXSEL_QMGR_ATTRS, JXSEL_QUEUE_ATTRS, JXSEL_PROCESS_ATTRS, JXSEL_NAMELIST_ATTRS,
-        JXSEL_CHANNEL_ATTRS, JXSEL_STORAGE_CLASS_ATTRS, JXSEL_CLUSTER_QMGR_ATTRS,
-        JXSEL_AUTH_INFO_ATTRS, JXSEL_CHANNEL_STATUS_ATTRS}) {
+  for (int32_t selector : {JXSEL_QMGR_ATTRS, JXSEL_QUEUE_ATTRS, 1003, 1004, 1015, 1019,
+                           JXSEL_Q_STATUS_ATTRS, 1093, 1524}) {
     cases.push_back({"attribute list " + std::to_string(selector), kListForm,
                      [selector](Bag &b) { b.add(selector, 42); }, kNoCommand,
                      Msg().header(8, kNoCommand, 1).intList(selector, {42})});
   }
-  const std::pair<int32_t, int32_t> inquiries[] = {
-      {JXCMD_INQUIRE_QMGR, 1001},           {JXCMD_INQUIRE_PROCESS, 1003},
-      {JXCMD_INQUIRE_QUEUE, 1002},          {JXCMD_INQUIRE_CHANNEL, 1015},
-      {JXCMD_INQUIRE_NAMELIST, 1004},       {JXCMD_INQUIRE_CLUSTER_QMGR, 1026},
-      {JXCMD_INQUIRE_CHANNEL_STATUS, 1524}, {JXCMD_INQUIRE_AUTH_INFO, 1093},
-      {JXCMD_INQUIRE_STORAGE_CLASS, 1019}};
+  const std::pair<int32_t, int32_t> inquiries[] = {{JXCMD_INQUIRE_QMGR, 1001},
+                                                   {7, 1003},
+                                                   {JXCMD_INQUIRE_QUEUE, 1002},
+                                                   {25, 1015},
+                                                   {36, 1004},
+                                                   {JXCMD_INQUIRE_QUEUE_STATUS, 1026},
+                                                   {42, 1524},
+                                                   {70, 1093},
+                                                   {83, 1019}};
   for (const auto &[command, list] : inquiries) {
     cases.push_back({"inquiry items of command " + std::to_string(command), kReorder,
                      [](Bag &b) { b.add(JXSEL_INQUIRE, 20).add(7, 1).add(JXSEL_INQUIRE, 3); },
@@ -204,7 +206,7 @@ TEST(PcfWriter, ControlAreaStorageFailureGives2071) {
     xcsSetAllocFailure(0, -1);
     // 40 items or fewer: the area lives in the frame and nothing is obtained.
     EXPECT_EQ(w.cc, items > 40 ? JXCC_FAILED : JXCC_OK) << items;
-    EXPECT_EQ(w.rc, items > 40 ? JXRC_NO_STORAGE : JXRC_NONE) << items;
+    EXPECT_EQ(w.rc, items > 40 ? JXRC_STORAGE_NOT_AVAILABLE : JXRC_NONE) << items;
   }
 }
 
@@ -214,13 +216,13 @@ TEST(PcfWriter, TooSmallBufferReportsTheWholeLengthAndKeepsWhatFitted) {
   const int32_t whole = 36 + 16 + 16 + 28;
   Written w = write(bag, kNoCommand, 36 + 16 + 8);
   EXPECT_EQ(w.cc, JXCC_FAILED);
-  EXPECT_EQ(w.rc, JXRC_BAD_LENGTH);
+  EXPECT_EQ(w.rc, JXRC_BUFFER_LENGTH_ERROR);
   EXPECT_EQ(w.dataLength, whole);
   EXPECT_EQ(w.bytes, Msg().header(8, kNoCommand, 1).integer(5, 1).fill(8, kUnwritten).data);
   // Not even the header fits. A negative length and the second call with
   // the reported length are the buffer calls' concern.
   w = write(bag, kNoCommand, 10);
-  EXPECT_EQ(w.rc, JXRC_BAD_LENGTH);
+  EXPECT_EQ(w.rc, JXRC_BUFFER_LENGTH_ERROR);
   EXPECT_EQ(w.dataLength, whole);
 }
 
@@ -266,7 +268,7 @@ TEST(PcfWriter, LibraryBufferIsSizedByASecondAttempt) {
   xcsSetAllocFailure(0, kFn_zaiBagToPCFInJXAIBuffer);
   inLibraryBuffer(small);
   xcsSetAllocFailure(0, -1);
-  EXPECT_EQ(rc, JXRC_NO_STORAGE);
+  EXPECT_EQ(rc, JXRC_STORAGE_NOT_AVAILABLE);
   EXPECT_EQ(buffer, nullptr);
 }
 

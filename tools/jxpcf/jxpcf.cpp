@@ -29,19 +29,10 @@ int32_t field(const Bytes &m, size_t offset) {
   return v;
 }
 
+// The words of a reason from the registry of every reason.
 const char *reasonText(int32_t reason) {
-  switch (reason) {
-    case JXRC_BAD_PCF:
-      return "malformed PCF message";
-    case JXRC_SELECTOR_OUT_OF_RANGE:
-      return "parameter identifier out of range";
-    case JXRC_INCONSISTENT_TYPE:
-      return "identifier used for an integer and a string";
-    case JXRC_NO_STORAGE:
-      return "storage not obtained";
-    default:
-      return "read failed";
-  }
+  const char *words = jxReasonWords(reason);
+  return words ? words : "unknown reason";
 }
 
 class Bag {
