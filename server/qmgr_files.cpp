@@ -1,6 +1,7 @@
 #include "qmgr_files.hpp"
 
 #include <fcntl.h>
+#include <jx/jxcs.h>
 #include <jx/jxqm.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -47,8 +48,8 @@ bool createQueueManager(const std::string &name, std::string &err) {
     err = "invalid queue manager name '" + name + "' (1 to 48 of A-Z a-z 0-9 . _ %)";
     return false;
   }
-  std::string root = jxqp::dataRoot();
-  if (!makeDir(root, err) || !makeDir(root + "/qmgrs", err)) return false;
+  std::string root = xcsDataRoot();
+  if (!makeDir(root, err) || !makeDir(root + "/" + jxqp::kQMgrsFolder, err)) return false;
   std::string dir = jxqp::qmgrDir(name);
   if (mkdir(dir.c_str(), 0700) != 0) {
     err = errno == EEXIST ? "queue manager " + name + " already exists"

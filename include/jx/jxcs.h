@@ -166,7 +166,10 @@ XCS_EXPORT int32_t xcsGetPid(void);
 /* Forgets state inherited from a parent process: new anchor Pid, new trace
  * slot and file, thread anchors of the calling thread reset. */
 XCS_EXPORT void xcsClearCS(void);
-/* Data root: JX_DATA_PATH, else /var/jxm, else ~/.jxm. */
+/* The data root every JX library and tool keeps its files under:
+ * JX_DATA_PATH as it is at the call, else /var/jxm (made when missing) when
+ * it can be written, else ~/.jxm. A returned root stays valid for the life
+ * of the process. */
 XCS_EXPORT const char *xcsDataRoot(void);
 
 /* ------------------------------------------------------------------ */

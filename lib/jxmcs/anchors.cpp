@@ -29,8 +29,16 @@ std::atomic<bool> g_ready{false};
 pthread_key_t g_anchorKey;
 __thread int32_t t_tid JXCS_TLS = 0;
 
-pthread_once_t g_rootOnce = PTHREAD_ONCE_INIT;
-char g_root[PATH_MAX];
+// The data root of each JX_DATA_PATH setting the process has asked with,
+// worked out once and kept for good: a returned root stays valid, and a
+// program (or test) that changes the variable gets the root it names.
+struct RootEntry {
+  char *setting;
+  char root[PATH_MAX];
+  RootEntry *next;
+};
+pthread_mutex_t g_rootLock = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<RootEntry *> g_roots{nullptr};
 
 void copyWords(xihTRACEWORDS &to, const xihTRACEWORDS &from) {
   to.Enabled = from.Enabled;
@@ -63,19 +71,24 @@ bool makeDirs(const char *path) {
 
 namespace {
 
-void computeRoot() {
-  const char *env = getenv("JX_DATA_PATH");
-  if (env && env[0] && strlen(env) < sizeof g_root - 64) {
-    strcpy(g_root, env);
+void computeRoot(const char *env, char (&root)[PATH_MAX]) {
+  if (env[0] && strlen(env) < sizeof root - 64) {
+    strcpy(root, env);
   } else if (makeDirs("/var/jxm") && access("/var/jxm", W_OK | X_OK) == 0) {
-    strcpy(g_root, "/var/jxm");
+    strcpy(root, "/var/jxm");
   } else {
     const char *home = getenv("HOME");
-    if (!home || !home[0] || strlen(home) >= sizeof g_root - 64) home = "/tmp";
-    snprintf(g_root, sizeof g_root, "%s/.jxm", home);
+    if (!home || !home[0] || strlen(home) >= sizeof root - 64) home = "/tmp";
+    snprintf(root, sizeof root, "%s/.jxm", home);
   }
-  size_t n = strlen(g_root);
-  while (n > 1 && g_root[n - 1] == '/') g_root[--n] = 0;
+  size_t n = strlen(root);
+  while (n > 1 && root[n - 1] == '/') root[--n] = 0;
+}
+
+const char *findRoot(const char *setting) {
+  for (RootEntry *e = g_roots.load(std::memory_order_acquire); e; e = e->next)
+    if (strcmp(e->setting, setting) == 0) return e->root;
+  return nullptr;
 }
 
 // JX_TRACE: a comma-separated list of api, parms, bag, all (all also sets
@@ -247,8 +260,28 @@ XCS_EXPORT void xcsClearCS(void) {
 }
 
 XCS_EXPORT const char *xcsDataRoot(void) {
-  pthread_once(&g_rootOnce, computeRoot);
-  return g_root;
+  const char *env = getenv("JX_DATA_PATH");
+  if (!env) env = "";
+  if (const char *root = findRoot(env)) return root;
+  pthread_mutex_lock(&g_rootLock);
+  const char *root = findRoot(env);
+  if (!root) {
+    RootEntry *e = static_cast<RootEntry *>(calloc(1, sizeof(RootEntry)));
+    char *setting = strdup(env);
+    if (!e || !setting) {  // the same last resort as a home folder out of reach
+      free(e);
+      free(setting);
+      pthread_mutex_unlock(&g_rootLock);
+      return "/tmp";
+    }
+    e->setting = setting;
+    computeRoot(env, e->root);
+    e->next = g_roots.load(std::memory_order_relaxed);
+    g_roots.store(e, std::memory_order_release);
+    root = e->root;
+  }
+  pthread_mutex_unlock(&g_rootLock);
+  return root;
 }
 
 }  // extern "C"

@@ -7,9 +7,7 @@
 
 namespace jxqp {
 
-// JX_DATA_PATH, else /var/jxm when writable, else ~/.jxm.
-std::string dataRoot();
-// <data root>/qmgrs/<name>
+// <data root>/qmgrs/<name>: the data root is common services' xcsDataRoot.
 std::string qmgrDir(std::string_view name);
 // 1 to 48 characters from A-Z a-z 0-9 . _ %
 bool validQMgrName(std::string_view name);
@@ -18,6 +16,7 @@ std::string fieldString(const char *field, size_t width);
 // Copies `s` into a fixed field, zero filled.
 void setField(char *field, size_t width, std::string_view s);
 
+inline constexpr const char *kQMgrsFolder = "qmgrs";
 inline constexpr const char *kSocketFile = "qm.sock";
 inline constexpr const char *kPidFile = "qm.pid";
 inline constexpr const char *kLockFile = "qm.lock";

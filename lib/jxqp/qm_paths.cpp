@@ -1,26 +1,18 @@
 #include "qm_paths.hpp"
 
-#include <unistd.h>
+#include <jx/jxcs.h>
+#include <jx/jxqm.h>
 
-#include <cstdlib>
 #include <cstring>
 
 namespace jxqp {
 
-std::string dataRoot() {
-  const char *env = std::getenv("JX_DATA_PATH");
-  if (env && *env) return env;
-  if (access("/var/jxm", W_OK) == 0) return "/var/jxm";
-  const char *home = std::getenv("HOME");
-  return std::string(home && *home ? home : "/tmp") + "/.jxm";
-}
-
 std::string qmgrDir(std::string_view name) {
-  return dataRoot() + "/qmgrs/" + std::string(name);
+  return std::string(xcsDataRoot()) + "/" + kQMgrsFolder + "/" + std::string(name);
 }
 
 bool validQMgrName(std::string_view name) {
-  if (name.empty() || name.size() > 48) return false;
+  if (name.empty() || name.size() > JX_Q_MGR_NAME_LENGTH) return false;
   for (char c : name) {
     bool ok = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
               c == '.' || c == '_' || c == '%';

@@ -1,0 +1,16 @@
+# cmake -DBUILD=... -DWORK=... -DCONSUMER=... -DSAMPLE=... -DGENERATOR=... -P installed_package.cmake
+file(REMOVE_RECURSE ${WORK})
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE out)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "${ARGN}: ${out}")
+  endif()
+  set(out "${out}" PARENT_SCOPE)
+endfunction()
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
+run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/consumer -G ${GENERATOR}
+    -DCMAKE_PREFIX_PATH=${WORK}/prefix -DSAMPLE=${SAMPLE})
+run(${CMAKE_COMMAND} --build ${WORK}/consumer)
+run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${WORK}/prefix/lib ${WORK}/consumer/pad_trim)
+message("${out}")
+file(REMOVE_RECURSE ${WORK})
