@@ -27,7 +27,7 @@ bool makeDir(const std::string &path, std::string &err) {
 QueueDef local(const char *name, const char *desc) {
   QueueDef q;
   q.name = name;
-  q.description = desc;
+  q.settings.setText(*findAttribute(Object::Queue, JXCA_Q_DESC), desc);
   return q;
 }
 
@@ -59,8 +59,8 @@ bool createQueueManager(const std::string &name, std::string &err) {
   Store st;
   if (!st.open(dir + "/" + jxqp::kDbFile, true, err)) return false;
   QueueDef model = local(kDefaultModelQueue, "default model for temporary dynamic queues");
-  model.qtype = JXQT_MODEL;
-  model.defType = JXQDT_TEMPORARY_DYNAMIC;
+  model.settings.set<JXIA_Q_TYPE>(JXQT_MODEL);
+  model.settings.set<JXIA_DEFINITION_TYPE>(JXQDT_TEMPORARY_DYNAMIC);
   const QueueDef defs[] = {
       local("SYSTEM.DEFAULT.LOCAL.QUEUE", "default local queue"),
       model,

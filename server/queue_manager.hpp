@@ -1,181 +1,204 @@
-// The queue manager's in-memory state and the handling of every request.
+// The queue manager's state: queues and their messages, sessions, the
+// store, and the primitives that sessions (session.hpp) and the
+// administration calls (administration.hpp) are built from.
 //
-// One thread runs everything. Requests that change durable state add their
-// database work to the transaction of the current loop turn; their replies
-// are held until that transaction commits, so a put returns only once it is
-// durable, and all clients served in one turn share one commit.
+// One thread runs everything. Work that changes durable state joins the
+// transaction of the current loop turn; endTurn commits it, and replies are
+// held until then, so a put returns only once it is durable and all
+// clients served in one turn share one commit.
 #pragma once
 
 #include <jx/jxqm.h>
-#include <sys/types.h>
 
 #include <cstdint>
-#include <deque>
 #include <list>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "attributes.hpp"
 #include "qm_protocol.hpp"
 #include "store.hpp"
 
 namespace jxqm {
 
+// Who does something: the authenticated user, in full, and what they may do.
+struct Identity {
+  std::string user;
+  int32_t authority = kAuthNone;
+};
+
 struct Message {
   JXMD md{};
   std::string data;
   int64_t expiresMs = 0;  // 0: never
+  int64_t putMs = 0;      // when it was put
   int64_t dbId = 0;       // row of a stored persistent message
-  uint32_t lockedBy = 0;  // connection whose unit of work holds it
+  uint32_t lockedBy = 0;  // session whose unit of work holds it
   bool persistent = false;
+  // Who put it. md.UserIdentifier holds the first JX_USER_IDENTIFIER_LENGTH
+  // characters of the same name.
+  std::string putter;
+  int32_t authority = kAuthNone;
+};
+
+// Counted from the start of the queue manager or the last reset.
+struct QueueStats {
+  int64_t puts = 0, gets = 0;
+  int32_t highDepth = 0;
+  int64_t resetMs = 0;
+  int64_t lastPutMs = 0, lastGetMs = 0;  // 0: none
 };
 
 struct Queue {
   QueueDef def;
   bool temporary = false;
-  uint32_t owner = 0;  // creating connection of a temporary dynamic queue
+  uint32_t owner = 0;  // creating session of a temporary dynamic queue
   bool deleted = false;
   std::map<uint64_t, Message> msgs;  // by arrival sequence
   int32_t openInput = 0, openOutput = 0, exclusiveInput = 0;
-  std::list<uint32_t> waiters;  // connections blocked in a get, oldest first
+  int32_t handles = 0;      // every open handle, inquire and set ones too
+  int32_t uncommitted = 0;  // messages held by units of work
+  QueueStats stats;
+  std::list<uint32_t> waiters;  // sessions blocked in a get, oldest first
+
+  template <int32_t S>
+  int32_t get() const {
+    return def.settings.get<S>();
+  }
+  int32_t depth() const { return static_cast<int32_t>(msgs.size()); }
 };
 using QueuePtr = std::shared_ptr<Queue>;
 
-struct Handle {
-  QueuePtr q;
-  int32_t options = 0;
+// A get's answer and the message data it carries (the reply's data is a
+// view that encoding fills in from here).
+struct GetResult {
+  jxqp::GetReply reply;
+  std::string data;
 };
 
-struct GetArgs {
-  int32_t hobj = 0, options = 0, waitInterval = 0, matchOptions = 0, bufferLength = 0;
-  uint8_t msgId[24] = {}, correlId[24] = {};
-  int64_t deadlineMs = -1;  // -1: no limit
+// The side of a session that is not the queue manager: a client's
+// connection, or a part of the queue manager reading a queue itself.
+class Peer {
+ public:
+  // A get that waited has its answer.
+  virtual void getAnswered(GetResult &&result) = 0;
+  // The queue manager ended the session (an administrator stopped it); the
+  // session is gone when this returns.
+  virtual void ended() = 0;
+
+ protected:
+  ~Peer() = default;
 };
 
-struct Conn {
-  uint32_t id = 0;
-  int fd = -1;
-  bool tcp = false;
-  uid_t uid = 0;
-  int64_t acceptedMs = 0;
-  std::string peer;  // for the log
-  std::string user;
-  int32_t authority = kAuthNone;
-  bool hello = false;
-  bool closeAfterWrite = false;
-  bool dead = false;
-  bool touched = false;  // listed in QueueManager::touched()
-  jxqp::Bytes in;
-  jxqp::Bytes out;
-  size_t outOff = 0;
-  bool watchingOut = false;  // EPOLLOUT registered
-  std::map<int32_t, Handle> handles;
-  int32_t nextHobj = 1;
-  bool uowActive = false;
-  std::vector<std::pair<QueuePtr, uint64_t>> uowPuts, uowGets;
-  std::optional<GetArgs> pendingGet;
-  std::vector<QueuePtr> temps;
-};
+class Session;
 
 class QueueManager {
  public:
   QueueManager(std::string name, Store &store);
+  ~QueueManager();
+  QueueManager(const QueueManager &) = delete;
+  QueueManager &operator=(const QueueManager &) = delete;
 
-  // Loads definitions and persistent messages; false (with a log line) on failure.
+  // Loads definitions, settings and persistent messages; false (with a log
+  // line) on failure.
   bool load();
+  const std::string &name() const { return name_; }
+  int64_t startMs() const { return startMs_; }
+  const char *name48() const { return name48_; }
+  // The queue manager's own identity, for the messages it puts.
+  const Identity &identity() const { return self_; }
+  Store &store() { return store_; }
 
-  Conn &addConn(int fd, bool tcp, uid_t uid, std::string peer);
-  Conn *conn(uint32_t id);
-  std::vector<uint32_t> connIds() const;
+  // ---- sessions ----
+  struct SessionInfo {
+    Identity who;
+    int32_t transport = JXTRANSPORT_LOCAL;
+    uint32_t pid = 0;
+    std::string applName;
+  };
+  Session &startSession(SessionInfo info, Peer *peer);
+  // Backs out the session's unit of work, closes its handles and deletes
+  // its temporary dynamic queues.
+  void endSession(uint32_t id);
+  Session *session(uint32_t id);
+  const std::map<uint32_t, std::unique_ptr<Session>> &sessions() const { return sessions_; }
+  // Ends a session from the queue manager's side: its peer is told.
+  bool stopSession(uint32_t id);
 
-  // A turn looks only at the connections that had events or were given
-  // replies, never at every connection: most of them are idle.
-  // touch() lists a connection for the write phase; touched() is that list,
-  // which grows when a reply is queued.
-  void touch(Conn &c);
-  std::vector<uint32_t> &touched() { return touched_; }
-  // Connections that received input or whose blocked get was answered, so
-  // that frames may wait in their input; taking the list empties it.
-  void markRunnable(uint32_t id) { runnable_.push_back(id); }
-  std::vector<uint32_t> takeRunnable();
-  // Whether a listed connection can go on at once; drops the other entries.
-  bool anyRunnable();
+  // ---- objects ----
+  QueuePtr findQueue(std::string_view name) const;
+  const std::map<std::string, QueuePtr, std::less<>> &queues() const { return queues_; }
+  // Adds a queue (stored unless temporary); a reason.
+  int32_t addQueue(QueueDef def, bool temporary, uint32_t owner, QueuePtr &out);
+  // Gives a queue a new definition (stored unless temporary); a reason.
+  int32_t redefineQueue(Queue &q, const QueueDef &def);
+  // Deletes a queue with its messages; a reason.
+  int32_t deleteQueue(const QueuePtr &q);
+  // Takes every message off a queue; a reason.
+  int32_t clearQueue(Queue &q);
+  const QMgrSettings &settings() const { return settings_; }
+  int32_t changeSettings(const QMgrSettings &s);
+  std::string uniqueQueueName(const std::string &prefix);
 
-  // Handles every complete frame in the connection's input that it may
-  // handle now. False when the connection must be dropped.
-  bool processInput(Conn &c);
-  // Whether complete frames wait in the input of an unblocked connection.
-  bool hasRunnableInput(const Conn &c) const;
-  // Ends a connection: backs out its unit of work, closes its handles and
-  // deletes its temporary dynamic queues. The caller closes the socket.
-  void dropConn(uint32_t id);
+  // ---- attribute values ----
+  // The value of an attribute of a queue, of the queue manager, or of a
+  // session's connection.
+  AttrValue value(const Attribute &a, const Queue &q) const;
+  AttrValue value(const Attribute &a) const;
+  AttrValue value(const Attribute &a, const Session &s) const;
+
+  // ---- messages ----
+  // Puts into q as the session's user, or as the queue manager itself
+  // (null: outside any unit of work); completes md (message identifier,
+  // user identifier, put date and time). A reason.
+  int32_t putMessage(Session *session, const QueuePtr &q, int32_t options, JXMD &md,
+                     std::string_view data);
+  // Takes a message off its queue; `got` counts it as a get.
+  void removeMessage(Queue &q, std::map<uint64_t, Message>::iterator it, bool got);
+  // Answers the blocked gets on q that a message can now serve.
+  void serveWaiters(const QueuePtr &q);
+  void commitUnitOfWork(Session &s);
+  void backoutUnitOfWork(Session &s);
+
+  // ---- turns ----
   // Answers blocked gets whose wait has run out; returns the next deadline
   // (-1 when none).
   int64_t expireWaits(int64_t nowMs);
+  void addTimedWait(int64_t deadlineMs, uint32_t session) {
+    timedWaits_.emplace(deadlineMs, session);
+  }
+  void removeTimedWait(int64_t deadlineMs, uint32_t session) {
+    timedWaits_.erase({deadlineMs, session});
+  }
+  // Starts the turn's transaction if needed; false when the store failed.
+  bool dbWork();
   // Commits the turn's transaction and releases the replies held for it.
   void endTurn();
   // Whether the turn has durable work waiting for endTurn's commit.
   bool commitPending() const { return txnOpen_; }
 
-  // Replies are queued on the connection; the loop writes them.
-  void send(Conn &c, uint8_t op, jxqp::Writer &w);
-
+  void genId(uint8_t out[JX_MSG_ID_LENGTH]);
+  void log(const std::string &line) const;
   static int64_t nowMs();
 
  private:
-  using Writer = jxqp::Writer;
-  void handle(Conn &c, const jxqp::Request &r);
-  void doHello(Conn &c, const jxqp::Request &r);
-  void doOpen(Conn &c, const jxqp::Request &r);
-  void doClose(Conn &c, const jxqp::Request &r);
-  void doPut(Conn &c, const jxqp::Request &r, bool put1);
-  void doGet(Conn &c, const jxqp::Request &r);
-  void doInq(Conn &c, const jxqp::Request &r);
-  void doSet(Conn &c, const jxqp::Request &r);
-  void doCommit(Conn &c, uint8_t op);
-  void doBackout(Conn &c, uint8_t op);
-  void doBegin(Conn &c, const jxqp::Request &r);
-  void doDisc(Conn &c);
-
-  void reply(Conn &c, uint8_t op, Writer &w);
-  void replyCode(Conn &c, uint8_t op, int32_t cc, int32_t rc);
-
-  // Open: returns a reason; on success fills q.
-  int32_t resolveOpen(Conn &c, const jxqp::ObjectRef &o, int32_t options, QueuePtr &q);
-  int32_t checkOpenOptions(int32_t options) const;
-  void countOpen(const QueuePtr &q, int32_t options, int delta);
-
-  // Put into q; fills md (message identifier, put date and time).
-  int32_t putMessage(Conn &c, const QueuePtr &q, int32_t options, JXMD &md, std::string_view data);
-  // One attempt at a get; false when the caller must wait.
-  bool tryGet(Conn &c, const GetArgs &a, Writer &w);
-  void serveWaiters(const QueuePtr &q);
-  // Ends a blocked get that is being answered.
-  void unblock(Conn &c);
-  void removeMessage(Queue &q, std::map<uint64_t, Message>::iterator it);
-
-  void commitUow(Conn &c);
-  void backoutUow(Conn &c);
-  void deleteQueue(const QueuePtr &q);
-
-  bool dbWork();  // starts the turn's transaction if needed
-  void genId(uint8_t out[24]);
-  std::string uniqueQueueName(const std::string &prefix);
-  void log(const std::string &line);
-
+  int64_t startMs_;
   std::string name_;
-  char name48_[48] = {};
+  char name48_[JX_Q_MGR_NAME_LENGTH] = {};
+  Identity self_;
   Store &store_;
+  QMgrSettings settings_;
   bool txnOpen_ = false;
-  std::unordered_map<std::string, QueuePtr> queues_;
-  std::unordered_map<uint32_t, std::unique_ptr<Conn>> conns_;
-  std::vector<uint32_t> touched_, runnable_;
+  std::map<std::string, QueuePtr, std::less<>> queues_;
+  std::map<uint32_t, std::unique_ptr<Session>> sessions_;
   std::set<std::pair<int64_t, uint32_t>> timedWaits_;  // blocked gets by deadline
-  uint32_t nextConnId_ = 1;
+  uint32_t nextSessionId_ = 1;
   uint64_t nextSeq_ = 1;
   uint64_t idCounter_ = 0;
   uint8_t idPrefix_[16] = {};

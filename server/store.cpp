@@ -1,22 +1,45 @@
 #include "store.hpp"
 
+#include <algorithm>
+
 namespace jxqm {
 
 namespace {
 
+// The queues table has a column for each stored queue attribute; columns
+// that an older database lacks are added with their defaults when it opens.
 constexpr const char *kSchema = R"(
 CREATE TABLE IF NOT EXISTS meta(key TEXT PRIMARY KEY, value TEXT NOT NULL);
-CREATE TABLE IF NOT EXISTS queues(
-  name TEXT PRIMARY KEY, qtype INTEGER NOT NULL, deftype INTEGER NOT NULL,
-  maxdepth INTEGER NOT NULL, maxmsgl INTEGER NOT NULL, inhibit_get INTEGER NOT NULL,
-  inhibit_put INTEGER NOT NULL, defpsist INTEGER NOT NULL, defprty INTEGER NOT NULL,
-  descr TEXT NOT NULL);
+CREATE TABLE IF NOT EXISTS queues(name TEXT PRIMARY KEY);
 CREATE TABLE IF NOT EXISTS messages(
   id INTEGER PRIMARY KEY, queue TEXT NOT NULL, seq INTEGER NOT NULL, md BLOB NOT NULL,
   data BLOB NOT NULL, expires INTEGER NOT NULL);
 CREATE TABLE IF NOT EXISTS users(
   name TEXT PRIMARY KEY, hash TEXT, authority INTEGER NOT NULL);
 )";
+
+const std::vector<const Attribute *> &queueColumns() {
+  static const std::vector<const Attribute *> rows = [] {
+    std::vector<const Attribute *> stored;
+    for (const Attribute *a : attributesOf(Object::Queue))
+      if (a->stored()) stored.push_back(a);
+    return stored;
+  }();
+  return rows;
+}
+
+std::vector<std::string> queueColumnDeclarations() {
+  std::vector<std::string> out;
+  for (const Attribute *a : queueColumns())
+    out.push_back(std::string(a->column) +
+                  (a->integer() ? " INTEGER NOT NULL DEFAULT " + std::to_string(a->fallback)
+                                : " TEXT NOT NULL DEFAULT ''"));
+  return out;
+}
+
+// Who put a message, kept beside it so that a restart does not forget.
+const std::vector<std::string> kMessageColumns = {"putter TEXT NOT NULL DEFAULT ''",
+                                                  "authority INTEGER NOT NULL DEFAULT 0"};
 
 enum Slot {
   kBegin,
@@ -50,7 +73,9 @@ bool Store::open(const std::string &path, bool create, std::string &err) {
   }
   sqlite3_busy_timeout(db_, 5000);
   // FULL makes every commit durable once it returns, also in WAL mode.
-  if (!exec("PRAGMA journal_mode=WAL") || !exec("PRAGMA synchronous=FULL") || !exec(kSchema)) {
+  if (!exec("PRAGMA journal_mode=WAL") || !exec("PRAGMA synchronous=FULL") || !exec(kSchema) ||
+      !addMissingColumns("queues", queueColumnDeclarations()) ||
+      !addMissingColumns("messages", kMessageColumns)) {
     err = err_;
     close();
     return false;
@@ -77,6 +102,22 @@ bool Store::exec(const char *sql) {
     err_ = msg ? msg : "sqlite error";
     sqlite3_free(msg);
     return false;
+  }
+  return true;
+}
+
+bool Store::addMissingColumns(const char *table, const std::vector<std::string> &columns) {
+  sqlite3_stmt *s = nullptr;
+  std::string info = std::string("PRAGMA table_info(") + table + ")";
+  if (sqlite3_prepare_v2(db_, info.c_str(), -1, &s, nullptr) != SQLITE_OK) return fail();
+  std::vector<std::string> have;
+  while (sqlite3_step(s) == SQLITE_ROW) have.push_back(column(s, 1));
+  sqlite3_finalize(s);
+  for (const std::string &c : columns) {
+    std::string name = c.substr(0, c.find(' '));
+    if (std::find(have.begin(), have.end(), name) != have.end()) continue;
+    std::string alter = std::string("ALTER TABLE ") + table + " ADD COLUMN " + c;
+    if (!exec(alter.c_str())) return false;
   }
   return true;
 }
@@ -110,25 +151,23 @@ bool Store::rollback() {
 }
 
 bool Store::loadQueues(std::vector<QueueDef> &out) {
+  const std::vector<const Attribute *> &columns = queueColumns();
+  std::string sql = "SELECT name";
+  for (const Attribute *a : columns) sql += std::string(", ") + a->column;
+  sql += " FROM queues ORDER BY name";
   sqlite3_stmt *s = nullptr;
-  if (sqlite3_prepare_v2(db_,
-                         "SELECT name, qtype, deftype, maxdepth, maxmsgl, inhibit_get, "
-                         "inhibit_put, defpsist, defprty, descr FROM queues ORDER BY name",
-                         -1, &s, nullptr) != SQLITE_OK)
-    return fail();
+  if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) return fail();
   int rc;
   while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
     QueueDef q;
     q.name = column(s, 0);
-    q.qtype = sqlite3_column_int(s, 1);
-    q.defType = sqlite3_column_int(s, 2);
-    q.maxDepth = sqlite3_column_int(s, 3);
-    q.maxMsgLength = sqlite3_column_int(s, 4);
-    q.inhibitGet = sqlite3_column_int(s, 5);
-    q.inhibitPut = sqlite3_column_int(s, 6);
-    q.defPersistence = sqlite3_column_int(s, 7);
-    q.defPriority = sqlite3_column_int(s, 8);
-    q.description = column(s, 9);
+    for (size_t i = 0; i < columns.size(); ++i) {
+      const int at = static_cast<int>(i) + 1;
+      if (columns[i]->integer())
+        q.settings.setNumber(*columns[i], sqlite3_column_int(s, at));
+      else
+        q.settings.setText(*columns[i], column(s, at));
+    }
     out.push_back(std::move(q));
   }
   sqlite3_finalize(s);
@@ -136,37 +175,81 @@ bool Store::loadQueues(std::vector<QueueDef> &out) {
 }
 
 bool Store::saveQueue(const QueueDef &q) {
-  sqlite3_stmt *s =
-      prepare(kSaveQueue, "INSERT OR REPLACE INTO queues VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10)");
+  static const std::string sql = [] {
+    std::string names = "name", values = "?1";
+    int n = 1;
+    for (const Attribute *a : queueColumns()) {
+      names += std::string(", ") + a->column;
+      values += ",?" + std::to_string(++n);
+    }
+    return "INSERT OR REPLACE INTO queues(" + names + ") VALUES(" + values + ")";
+  }();
+  sqlite3_stmt *s = prepare(kSaveQueue, sql.c_str());
   if (!s) return false;
   bindText(s, 1, q.name);
-  sqlite3_bind_int(s, 2, q.qtype);
-  sqlite3_bind_int(s, 3, q.defType);
-  sqlite3_bind_int(s, 4, q.maxDepth);
-  sqlite3_bind_int(s, 5, q.maxMsgLength);
-  sqlite3_bind_int(s, 6, q.inhibitGet);
-  sqlite3_bind_int(s, 7, q.inhibitPut);
-  sqlite3_bind_int(s, 8, q.defPersistence);
-  sqlite3_bind_int(s, 9, q.defPriority);
-  bindText(s, 10, q.description);
+  int at = 1;
+  for (const Attribute *a : queueColumns()) {
+    if (a->integer())
+      sqlite3_bind_int(s, ++at, q.settings.number(*a));
+    else
+      bindText(s, ++at, q.settings.text(*a));
+  }
+  return stepDone(s) || fail();
+}
+
+bool Store::deleteMessages(std::string_view queue) {
+  sqlite3_stmt *s = prepare(kDeleteQueueMsgs, "DELETE FROM messages WHERE queue=?1");
+  if (!s) return false;
+  bindText(s, 1, queue);
   return stepDone(s) || fail();
 }
 
 bool Store::deleteQueue(std::string_view name) {
-  sqlite3_stmt *s = prepare(kDeleteQueueMsgs, "DELETE FROM messages WHERE queue=?1");
-  if (!s) return false;
-  bindText(s, 1, name);
-  if (!stepDone(s)) return fail();
-  s = prepare(kDeleteQueue, "DELETE FROM queues WHERE name=?1");
+  if (!deleteMessages(name)) return false;
+  sqlite3_stmt *s = prepare(kDeleteQueue, "DELETE FROM queues WHERE name=?1");
   if (!s) return false;
   bindText(s, 1, name);
   return stepDone(s) || fail();
 }
 
+bool Store::loadSettings(QMgrSettings &out) {
+  for (const Attribute *a : attributesOf(Object::QMgr)) {
+    if (!a->stored()) continue;
+    sqlite3_stmt *s = nullptr;
+    if (sqlite3_prepare_v2(db_, "SELECT value FROM meta WHERE key=?1", -1, &s, nullptr) !=
+        SQLITE_OK)
+      return fail();
+    bindText(s, 1, a->column);
+    int rc = sqlite3_step(s);
+    if (rc == SQLITE_ROW) {
+      if (a->integer())
+        out.setNumber(*a, sqlite3_column_int(s, 0));
+      else
+        out.setText(*a, column(s, 0));
+    }
+    sqlite3_finalize(s);
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE) return fail();
+  }
+  return true;
+}
+
+bool Store::saveSettings(const QMgrSettings &settings) {
+  for (const Attribute *a : attributesOf(Object::QMgr)) {
+    if (!a->stored()) continue;
+    const std::string value =
+        a->integer() ? std::to_string(settings.number(*a)) : settings.text(*a);
+    if (!setMeta(a->column, value)) return false;
+  }
+  return true;
+}
+
 bool Store::loadMessages(const std::function<void(StoredMessage &&)> &each) {
   sqlite3_stmt *s = nullptr;
-  if (sqlite3_prepare_v2(db_, "SELECT id, queue, seq, md, data, expires FROM messages ORDER BY seq",
-                         -1, &s, nullptr) != SQLITE_OK)
+  if (sqlite3_prepare_v2(
+          db_,
+          "SELECT id, queue, seq, md, data, expires, putter, authority FROM messages "
+          "ORDER BY seq",
+          -1, &s, nullptr) != SQLITE_OK)
     return fail();
   int rc;
   while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
@@ -177,6 +260,8 @@ bool Store::loadMessages(const std::function<void(StoredMessage &&)> &each) {
     m.md = column(s, 3);
     m.data = column(s, 4);
     m.expiresMs = sqlite3_column_int64(s, 5);
+    m.putter = column(s, 6);
+    m.authority = sqlite3_column_int(s, 7);
     each(std::move(m));
   }
   sqlite3_finalize(s);
@@ -184,16 +269,20 @@ bool Store::loadMessages(const std::function<void(StoredMessage &&)> &each) {
 }
 
 int64_t Store::insertMessage(std::string_view queue, uint64_t seq, const std::vector<uint8_t> &md,
-                             std::string_view data, int64_t expiresMs) {
-  sqlite3_stmt *s = prepare(kInsertMsg,
-                            "INSERT INTO messages(queue, seq, md, data, expires) "
-                            "VALUES(?1,?2,?3,?4,?5)");
+                             std::string_view data, int64_t expiresMs, std::string_view putter,
+                             int32_t authority) {
+  sqlite3_stmt *s =
+      prepare(kInsertMsg,
+              "INSERT INTO messages(queue, seq, md, data, expires, putter, authority) "
+              "VALUES(?1,?2,?3,?4,?5,?6,?7)");
   if (!s) return 0;
   bindText(s, 1, queue);
   sqlite3_bind_int64(s, 2, static_cast<sqlite3_int64>(seq));
   sqlite3_bind_blob(s, 3, md.data(), static_cast<int>(md.size()), SQLITE_STATIC);
   sqlite3_bind_blob(s, 4, data.data(), static_cast<int>(data.size()), SQLITE_STATIC);
   sqlite3_bind_int64(s, 5, expiresMs);
+  bindText(s, 6, putter);
+  sqlite3_bind_int(s, 7, authority);
   if (!stepDone(s)) {
     fail();
     return 0;

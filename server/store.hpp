@@ -10,19 +10,14 @@
 #include <string_view>
 #include <vector>
 
+#include "attributes.hpp"
+
 namespace jxqm {
 
+// A queue's definition: its name and stored attributes.
 struct QueueDef {
   std::string name;
-  int32_t qtype = 1;    // JXQT_*
-  int32_t defType = 1;  // JXQDT_*
-  int32_t maxDepth = 5000;
-  int32_t maxMsgLength = 4 * 1024 * 1024;
-  int32_t inhibitGet = 0;
-  int32_t inhibitPut = 0;
-  int32_t defPersistence = 0;
-  int32_t defPriority = 0;
-  std::string description;
+  QueueSettings settings;
 };
 
 struct StoredMessage {
@@ -32,6 +27,8 @@ struct StoredMessage {
   std::string md;  // the descriptor in its wire encoding
   std::string data;
   int64_t expiresMs = 0;  // 0: never
+  std::string putter;     // who put it, in full
+  int32_t authority = 0;  // and with what authority
 };
 
 enum Authority : int32_t { kAuthNone = 0, kAuthConnect = 1, kAuthAdmin = 2 };
@@ -52,13 +49,20 @@ class Store {
   bool commit();
   bool rollback();
 
+  // Queue definitions: a column for each stored queue attribute.
   bool loadQueues(std::vector<QueueDef> &out);
   bool saveQueue(const QueueDef &q);
   bool deleteQueue(std::string_view name);  // with its messages
+  bool deleteMessages(std::string_view queue);
+  // The queue manager's own settings: a key for each stored attribute.
+  bool loadSettings(QMgrSettings &out);
+  bool saveSettings(const QMgrSettings &s);
 
   bool loadMessages(const std::function<void(StoredMessage &&)> &each);
+  // The row's identifier, 0 on failure.
   int64_t insertMessage(std::string_view queue, uint64_t seq, const std::vector<uint8_t> &md,
-                        std::string_view data, int64_t expiresMs);  // 0 on failure
+                        std::string_view data, int64_t expiresMs, std::string_view putter,
+                        int32_t authority);
   bool deleteMessage(int64_t id);
 
   bool setUser(std::string_view name, const std::string *hash, int32_t authority);
@@ -72,6 +76,8 @@ class Store {
 
  private:
   bool exec(const char *sql);
+  // Adds the columns an older database lacks ("name declaration" each).
+  bool addMissingColumns(const char *table, const std::vector<std::string> &columns);
   sqlite3_stmt *prepare(int slot, const char *sql);
   bool fail();
 

@@ -362,7 +362,7 @@ bool setUp() {
   if (run({jxqm, "create", g_qmgr}) != 0) return false;
   for (int i = 0; i < kClients; ++i) {
     if (run({jxqm, "define", g_qmgr, "BQ" + std::to_string(i)}) != 0) return false;
-    if (run({jxqm, "define", g_qmgr, "PQ" + std::to_string(i), "--maxdepth", "100000000"}) != 0)
+    if (run({jxqm, "define", g_qmgr, "PQ" + std::to_string(i), "--max-depth", "100000000"}) != 0)
       return false;
   }
   if (run({jxqm, "start", g_qmgr}) != 0) return false;

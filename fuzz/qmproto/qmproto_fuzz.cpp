@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "administration.hpp"
+#include "client_link.hpp"
 #include "queue_manager.hpp"
 #include "store.hpp"
 
@@ -18,25 +20,19 @@ jxqm::QueueManager &queueManager() {
   static jxqm::QueueManager *qm = [] {
     std::string err;
     if (!store.open(":memory:", true, err)) std::abort();
-    jxqm::QueueDef local;
-    local.name = "Q1";
-    local.maxDepth = 1000;
-    jxqm::QueueDef persistent = local;
-    persistent.name = "PQ";
-    persistent.defPersistence = 1;
-    jxqm::QueueDef model = local;
-    model.name = "SYSTEM.DEFAULT.MODEL.QUEUE";
-    model.qtype = JXQT_MODEL;
-    model.defType = JXQDT_TEMPORARY_DYNAMIC;
-    jxqm::QueueDef perm = model;
-    perm.name = "PERM.MODEL";
-    perm.defType = JXQDT_PERMANENT_DYNAMIC;
-    jxqm::QueueDef command = local;
-    command.name = "SYSTEM.ADMIN.COMMAND.QUEUE";
-    for (const auto &d : {local, persistent, model, perm, command})
-      if (!store.saveQueue(d)) std::abort();
     auto *q = new jxqm::QueueManager("FUZZ", store);
     if (!q->load()) std::abort();
+    jxqm::Administration admin(*q);
+    const jxqm::AttrList depth = {{JXIA_MAX_Q_DEPTH, 1000, {}}};
+    const jxqm::AttrList persistent = {{JXIA_MAX_Q_DEPTH, 1000, {}}, {JXIA_DEF_PERSISTENCE, 1, {}}};
+    const jxqm::AttrList permanent = {{JXIA_DEFINITION_TYPE, JXQDT_PERMANENT_DYNAMIC, {}}};
+    bool ok = admin.createQueue("Q1", JXQT_LOCAL, depth, false).ok() &&
+              admin.createQueue("PQ", JXQT_LOCAL, persistent, false).ok() &&
+              admin.createQueue("SYSTEM.DEFAULT.MODEL.QUEUE", JXQT_MODEL, depth, false).ok() &&
+              admin.createQueue("PERM.MODEL", JXQT_MODEL, permanent, false).ok() &&
+              admin.createQueue("SYSTEM.ADMIN.COMMAND.QUEUE", JXQT_LOCAL, depth, false).ok();
+    if (!ok) std::abort();
+    q->endTurn();
     return q;
   }();
   return *qm;
@@ -46,13 +42,14 @@ jxqm::QueueManager &queueManager() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   jxqm::QueueManager &qm = queueManager();
-  jxqm::Conn &c = qm.addConn(-1, false, geteuid(), "fuzz");
-  uint32_t id = c.id;
-  c.in.assign(data, data + size);
-  qm.processInput(c);
-  qm.expireWaits(jxqm::QueueManager::nowMs());
-  qm.endTurn();
-  qm.dropConn(id);
+  static uint32_t nextLink = 1;
+  {
+    jxqm::ClientLink link(qm, nullptr, nextLink++, {false, geteuid(), "fuzz"}, nullptr);
+    link.in.assign(data, data + size);
+    link.processInput();
+    qm.expireWaits(jxqm::QueueManager::nowMs());
+    qm.endTurn();
+  }
   qm.endTurn();
   return 0;
 }

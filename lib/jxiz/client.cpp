@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "admin_call.hpp"
 #include "jxiz.h"
 #include "qm_paths.hpp"
 #include "qm_protocol.hpp"
@@ -30,7 +31,6 @@
 namespace {
 
 using jxqp::Op;
-using jxqp::Reader;
 using jxqp::Writer;
 
 constexpr int32_t kHconnBase = 0x10000;
@@ -147,10 +147,20 @@ bool readReply(Connection &c, uint8_t *out, size_t n) {
   return true;
 }
 
-// Sends one request and reads its reply payload. Returns a reason: 0, or
-// JXRC_CONNECTION_BROKEN / JXRC_UNEXPECTED_ERROR after marking the connection broken.
-int32_t roundTrip(Connection &c, Op op, Writer &w, std::vector<uint8_t> &reply) {
+int32_t protocolError(Connection &c) {
+  c.broken = true;
+  return JXRC_UNEXPECTED_ERROR;
+}
+
+// Sends one request and reads its reply. Returns a reason: 0, or
+// JXRC_CONNECTION_BROKEN / JXRC_UNEXPECTED_ERROR after marking the
+// connection broken. The reply's views point into `payload`.
+template <class Request, class Reply>
+int32_t call(Connection &c, Op op, const Request &request, Reply &reply,
+             std::vector<uint8_t> &payload) {
   if (c.broken) return JXRC_CONNECTION_BROKEN;
+  Writer w;
+  jxqp::encode(w, request);
   jxqp::Bytes f = jxqp::frame(static_cast<uint8_t>(op), w);
   uint8_t hdr[jxqp::kHeaderSize];
   if (!sendAll(c.fd, f.data(), f.size()) || !readReply(c, hdr, sizeof hdr)) {
@@ -158,29 +168,17 @@ int32_t roundTrip(Connection &c, Op op, Writer &w, std::vector<uint8_t> &reply) 
     return JXRC_CONNECTION_BROKEN;
   }
   jxqp::FrameHeader h;
-  if (jxqp::decodeHeader(hdr, h) != jxqp::HeaderStatus::Ok ||
-      h.op != (static_cast<uint8_t>(op) | jxqp::kReplyBit)) {
-    c.broken = true;
-    return JXRC_UNEXPECTED_ERROR;
-  }
-  reply.resize(h.length);
-  if (!readReply(c, reply.data(), reply.size())) {
+  if (jxqp::decodeHeader(hdr, h) != jxqp::HeaderStatus::Ok || h.op != jxqp::replyOp(op))
+    return protocolError(c);
+  payload.resize(h.length);
+  if (!readReply(c, payload.data(), payload.size())) {
     c.broken = true;
     return JXRC_CONNECTION_BROKEN;
   }
+  if (!jxqp::decode(payload.data(), payload.size(), reply) || reply.cc < JXCC_OK ||
+      reply.cc > JXCC_FAILED)
+    return protocolError(c);
   return JXRC_NONE;
-}
-
-int32_t protocolError(Connection &c) {
-  c.broken = true;
-  return JXRC_UNEXPECTED_ERROR;
-}
-
-// Reads the completion code and reason that begin every reply.
-bool readCodes(Reader &r, int32_t &cc, int32_t &rc) {
-  cc = r.i32();
-  rc = r.i32();
-  return r.ok() && cc >= JXCC_OK && cc <= JXCC_FAILED;
 }
 
 int connectLocal(const std::string &name, int32_t &reason) {
@@ -253,12 +251,18 @@ int connectTcp(const std::string &where, int32_t &reason) {
   return fd;
 }
 
+// The program's name, as the queue manager lists the connection.
+std::string_view applName() {
+  std::string_view name = program_invocation_short_name ? program_invocation_short_name : "";
+  return name.substr(0, JX_APPL_NAME_LENGTH);
+}
+
 void doConnect(const char *qmgrName, const JXCNO *cno, int32_t *hconn, int32_t *cc, int32_t *rc) {
   if (!hconn) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
-  char name48[48] = {};
-  if (qmgrName) std::memcpy(name48, qmgrName, strnlen(qmgrName, 48));
-  std::string name = jxqp::fieldString(name48, 48);
-  jxqp::setField(name48, 48, name);
+  jxqp::HelloRequest hello;
+  if (qmgrName) std::memcpy(hello.qmgrName, qmgrName, strnlen(qmgrName, JX_Q_MGR_NAME_LENGTH));
+  std::string name = jxqp::fieldString(hello.qmgrName, JX_Q_MGR_NAME_LENGTH);
+  jxqp::setField(hello.qmgrName, JX_Q_MGR_NAME_LENGTH, name);
 
   std::string where, user, password;
   if (cno) {
@@ -273,32 +277,28 @@ void doConnect(const char *qmgrName, const JXCNO *cno, int32_t *hconn, int32_t *
   if (!where.empty()) {
     if (user.empty() && std::getenv("JX_USER")) user = std::getenv("JX_USER");
     if (password.empty() && std::getenv("JX_PASSWORD")) password = std::getenv("JX_PASSWORD");
+    hello.user = user;
+    hello.password = password;
   } else if (!jxqp::validQMgrName(name)) {
     return (void)fail(cc, rc, JXRC_Q_MGR_NAME_ERROR);
   }
+  hello.pid = static_cast<uint32_t>(getpid());
+  hello.applName = applName();
 
   int32_t reason = JXRC_NONE;
   int fd = where.empty() ? connectLocal(name, reason) : connectTcp(where, reason);
   if (fd < 0) return (void)fail(cc, rc, reason);
   auto c = std::make_shared<Connection>();
   c->fd = fd;
-  Writer w;
-  jxqp::encodeHello(w, name48, where.empty() ? "" : user, where.empty() ? "" : password,
-                    static_cast<uint32_t>(getpid()));
-  std::vector<uint8_t> reply;
-  reason = roundTrip(*c, Op::Hello, w, reply);
+  jxqp::HelloReply reply;
+  std::vector<uint8_t> payload;
+  reason = call(*c, Op::Hello, hello, reply, payload);
   // A queue manager that refuses the peer closes right after its answer; a
   // reset before any answer means it is not there for us.
-  if (reason) return (void)fail(cc, rc, JXRC_Q_MGR_NOT_AVAILABLE);
-  Reader r(reply.data(), reply.size());
-  int32_t rcc, rrc;
-  bool ok = readCodes(r, rcc, rrc);
-  r.u32();
-  char served[48];
-  r.fixed(served, 48);
-  if (!ok || !r.done()) return (void)fail(cc, rc, JXRC_UNEXPECTED_ERROR);
-  if (rcc != JXCC_OK) return (void)set(cc, rc, rcc, rrc);
-  std::memcpy(c->qmgr, served, 48);
+  if (reason == JXRC_CONNECTION_BROKEN) return (void)fail(cc, rc, JXRC_Q_MGR_NOT_AVAILABLE);
+  if (reason) return (void)fail(cc, rc, reason);
+  if (reply.cc != JXCC_OK) return (void)set(cc, rc, reply.cc, reply.rc);
+  std::memcpy(c->qmgr, reply.qmgrName, JX_Q_MGR_NAME_LENGTH);
   int32_t h = enter(std::move(c));
   if (!h) return (void)fail(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
   *hconn = h;
@@ -329,99 +329,130 @@ bool odUsable(const JXOD *od) {
   return od && hasEye(od->StrucId, "OD  ") && od->Version >= 1;
 }
 
+bool pmoUsable(const JXPMO *pmo) {
+  return pmo && hasEye(pmo->StrucId, "PMO ") && pmo->Version >= 1;
+}
+
 int32_t checkBuffer(int32_t length, const void *buffer) {
   if (length < 0) return JXRC_BUFFER_LENGTH_ERROR;
   if (length > 0 && !buffer) return JXRC_BUFFER_ERROR;
   return JXRC_NONE;
 }
 
-// Shared tail of JXPUT and JXPUT1.
-void finishPut(Connection &c, Op op, Writer &w, void *msgDesc, JXPMO *pmo, int32_t *cc,
-               int32_t *rc) {
-  std::vector<uint8_t> reply;
-  if (int32_t e = roundTrip(c, op, w, reply)) return (void)fail(cc, rc, e);
-  Reader r(reply.data(), reply.size());
-  int32_t rcc, rrc;
-  bool ok = readCodes(r, rcc, rrc);
-  JXMD md;
-  r.md(md);
-  char resolved[48];
-  r.fixed(resolved, 48);
-  if (!ok || !r.done()) return (void)fail(cc, rc, protocolError(c));
-  if (rcc == JXCC_OK) {
-    storeMd(msgDesc, md, static_cast<JXMD *>(msgDesc)->Version);
-    std::memcpy(pmo->ResolvedQName, resolved, 48);
-    std::memcpy(pmo->ResolvedQMgrName, c.qmgr, 48);
-  }
-  set(cc, rc, rcc, rrc);
+jxqp::ObjectRef objectRef(const JXOD &od) {
+  jxqp::ObjectRef o;
+  o.objectType = od.ObjectType;
+  std::memcpy(o.objectName, od.ObjectName, JX_Q_NAME_LENGTH);
+  std::memcpy(o.objectQMgrName, od.ObjectQMgrName, JX_Q_MGR_NAME_LENGTH);
+  std::memcpy(o.dynamicQName, od.DynamicQName, JX_Q_NAME_LENGTH);
+  return o;
 }
 
-void inqOrSet(Op op, int32_t hconn, int32_t hobj, int32_t selectorCount, int32_t *selectors,
-              int32_t intAttrCount, int32_t *intAttrs, int32_t charAttrLength, char *charAttrs,
-              int32_t *cc, int32_t *rc) {
-  auto c = lookup(hconn);
-  if (!c) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
-  if (selectorCount < 0 || selectorCount > jxqp::kMaxSelectors)
-    return (void)fail(cc, rc, JXRC_SELECTOR_COUNT_ERROR);
-  if (selectorCount > 0 && !selectors) return (void)fail(cc, rc, JXRC_SELECTOR_ERROR);
-  if (intAttrCount < 0) return (void)fail(cc, rc, JXRC_INT_ATTR_COUNT_ERROR);
-  if (intAttrCount > 0 && !intAttrs) return (void)fail(cc, rc, JXRC_INT_ATTRS_ARRAY_ERROR);
+// Shared tail of JXPUT and JXPUT1.
+template <class Request>
+void finishPut(Connection &c, Op op, const Request &request, void *msgDesc, JXPMO *pmo, int32_t *cc,
+               int32_t *rc) {
+  jxqp::PutReply reply;
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(c, op, request, reply, payload)) return (void)fail(cc, rc, e);
+  if (reply.cc == JXCC_OK) {
+    storeMd(msgDesc, reply.md, static_cast<JXMD *>(msgDesc)->Version);
+    std::memcpy(pmo->ResolvedQName, reply.resolvedQName, JX_Q_NAME_LENGTH);
+    std::memcpy(pmo->ResolvedQMgrName, c.qmgr, JX_Q_MGR_NAME_LENGTH);
+  }
+  set(cc, rc, reply.cc, reply.rc);
+}
+
+// The checks JXINQ and JXSET share, in their order.
+int32_t checkAttributeArgs(int32_t selectorCount, const int32_t *selectors, int32_t intAttrCount,
+                           const int32_t *intAttrs, int32_t charAttrLength, const char *charAttrs) {
+  if (selectorCount < 0 || selectorCount > JX_MAX_SELECTORS) return JXRC_SELECTOR_COUNT_ERROR;
+  if (selectorCount > 0 && !selectors) return JXRC_SELECTOR_ERROR;
+  if (intAttrCount < 0) return JXRC_INT_ATTR_COUNT_ERROR;
+  if (intAttrCount > 0 && !intAttrs) return JXRC_INT_ATTRS_ARRAY_ERROR;
   if (charAttrLength < 0 || (charAttrLength > 0 && !charAttrs) ||
       charAttrLength > jxqp::kMaxCharAttrLength)
-    return (void)fail(cc, rc, JXRC_CHAR_ATTR_LENGTH_ERROR);
-  std::lock_guard<std::mutex> lock(c->mu);
-  Writer w;
-  w.i32(hobj);
-  w.u32(static_cast<uint32_t>(selectorCount));
-  for (int32_t i = 0; i < selectorCount; ++i) w.i32(selectors[i]);
-  if (op == Op::Inq) {
-    w.i32(intAttrCount);
-    w.i32(charAttrLength);
-  } else {
-    int32_t n = intAttrCount < jxqp::kMaxSelectors ? intAttrCount : jxqp::kMaxSelectors;
-    w.u32(static_cast<uint32_t>(n));
-    for (int32_t i = 0; i < n; ++i) w.i32(intAttrs[i]);
-    w.blob(charAttrs, static_cast<size_t>(charAttrLength));
-  }
-  std::vector<uint8_t> reply;
-  if (int32_t e = roundTrip(*c, op, w, reply)) return (void)fail(cc, rc, e);
-  Reader r(reply.data(), reply.size());
-  int32_t rcc, rrc;
-  bool ok = readCodes(r, rcc, rrc);
-  if (op == Op::Set) {
-    if (!ok || !r.done()) return (void)fail(cc, rc, protocolError(*c));
-    return (void)set(cc, rc, rcc, rrc);
-  }
-  uint32_t n = r.u32();
-  if (!r.ok() || n > static_cast<uint32_t>(intAttrCount))
-    return (void)fail(cc, rc, protocolError(*c));
-  std::vector<int32_t> ints(n);
-  for (auto &v : ints) v = r.i32();
-  std::string_view chars = r.blob(static_cast<size_t>(charAttrLength));
-  if (!ok || !r.done()) return (void)fail(cc, rc, protocolError(*c));
-  if (rcc == JXCC_OK) {
-    if (n) std::memcpy(intAttrs, ints.data(), n * sizeof(int32_t));
-    if (!chars.empty()) std::memcpy(charAttrs, chars.data(), chars.size());
-  }
-  set(cc, rc, rcc, rrc);
+    return JXRC_CHAR_ATTR_LENGTH_ERROR;
+  return JXRC_NONE;
 }
 
-// Calls without arguments beyond the connection.
-void simpleCall(Op op, int32_t hconn, int32_t options, int32_t *cc, int32_t *rc) {
+void inquire(int32_t hconn, int32_t hobj, int32_t selectorCount, int32_t *selectors,
+             int32_t intAttrCount, int32_t *intAttrs, int32_t charAttrLength, char *charAttrs,
+             int32_t *cc, int32_t *rc) {
+  auto c = lookup(hconn);
+  if (!c) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
+  if (int32_t e = checkAttributeArgs(selectorCount, selectors, intAttrCount, intAttrs,
+                                     charAttrLength, charAttrs))
+    return (void)fail(cc, rc, e);
+  std::lock_guard<std::mutex> lock(c->mu);
+  jxqp::InqRequest request;
+  request.hobj = hobj;
+  request.selectors.assign(selectors, selectors + selectorCount);
+  request.intCount = intAttrCount;
+  request.charLength = charAttrLength;
+  jxqp::InqReply reply;
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(*c, Op::Inq, request, reply, payload)) return (void)fail(cc, rc, e);
+  if (reply.ints.size() > static_cast<size_t>(intAttrCount) ||
+      reply.chars.size() > static_cast<size_t>(charAttrLength))
+    return (void)fail(cc, rc, protocolError(*c));
+  if (reply.cc == JXCC_OK) {
+    if (!reply.ints.empty())
+      std::memcpy(intAttrs, reply.ints.data(), reply.ints.size() * sizeof(int32_t));
+    if (!reply.chars.empty()) std::memcpy(charAttrs, reply.chars.data(), reply.chars.size());
+  }
+  set(cc, rc, reply.cc, reply.rc);
+}
+
+void setAttributes(int32_t hconn, int32_t hobj, int32_t selectorCount, int32_t *selectors,
+                   int32_t intAttrCount, int32_t *intAttrs, int32_t charAttrLength, char *charAttrs,
+                   int32_t *cc, int32_t *rc) {
+  auto c = lookup(hconn);
+  if (!c) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
+  if (int32_t e = checkAttributeArgs(selectorCount, selectors, intAttrCount, intAttrs,
+                                     charAttrLength, charAttrs))
+    return (void)fail(cc, rc, e);
+  std::lock_guard<std::mutex> lock(c->mu);
+  jxqp::SetRequest request;
+  request.hobj = hobj;
+  request.selectors.assign(selectors, selectors + selectorCount);
+  // Values beyond what any set can use are not sent.
+  request.intValues.assign(intAttrs, intAttrs + std::min(intAttrCount, JX_MAX_SELECTORS));
+  request.charValues = std::string_view(charAttrs, static_cast<size_t>(charAttrLength));
+  jxqp::CodeReply reply;
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(*c, Op::Set, request, reply, payload)) return (void)fail(cc, rc, e);
+  set(cc, rc, reply.cc, reply.rc);
+}
+
+// Calls that carry at most their options.
+template <class Request>
+void simpleCall(Op op, int32_t hconn, const Request &request, int32_t *cc, int32_t *rc) {
   auto c = lookup(hconn);
   if (!c) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
   std::lock_guard<std::mutex> lock(c->mu);
-  Writer w;
-  if (op == Op::Begin) w.i32(options);
-  std::vector<uint8_t> reply;
-  if (int32_t e = roundTrip(*c, op, w, reply)) return (void)fail(cc, rc, e);
-  Reader r(reply.data(), reply.size());
-  int32_t rcc, rrc;
-  if (!readCodes(r, rcc, rrc) || !r.done()) return (void)fail(cc, rc, protocolError(*c));
-  set(cc, rc, rcc, rrc);
+  jxqp::CodeReply reply;
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(*c, op, request, reply, payload)) return (void)fail(cc, rc, e);
+  set(cc, rc, reply.cc, reply.rc);
 }
 
 }  // namespace
+
+void zstAdminCommand(int32_t hconn, const jxqp::AdminRequest &request, jxqp::AdminReply &reply) {
+  reply = {};
+  auto c = lookup(hconn);
+  if (!c) {
+    fail(&reply.cc, &reply.rc, JXRC_HCONN_ERROR);
+    return;
+  }
+  std::lock_guard<std::mutex> lock(c->mu);
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(*c, Op::Admin, request, reply, payload)) {
+    reply = {};
+    fail(&reply.cc, &reply.rc, e);
+  }
+}
 
 extern "C" {
 
@@ -448,26 +479,19 @@ JXQM_EXPORT void zstJXDISC(int32_t *Hconn, int32_t Reserved, int32_t *CompCode, 
   if (!Hconn) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
   auto c = lookup(*Hconn);
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
-  int32_t rcc = JXCC_OK, rrc = JXRC_NONE;
+  jxqp::CodeReply reply;
   {
     std::lock_guard<std::mutex> lock(c->mu);
-    Writer w;
-    std::vector<uint8_t> reply;
-    if (int32_t e = roundTrip(*c, Op::Disc, w, reply)) {
-      rcc = JXCC_FAILED;
-      rrc = e;
-    } else {
-      Reader r(reply.data(), reply.size());
-      if (!readCodes(r, rcc, rrc) || !r.done()) {
-        rcc = JXCC_FAILED;
-        rrc = JXRC_UNEXPECTED_ERROR;
-      }
+    std::vector<uint8_t> payload;
+    if (int32_t e = call(*c, Op::Disc, jxqp::EmptyRequest{}, reply, payload)) {
+      reply.cc = JXCC_FAILED;
+      reply.rc = e;
     }
   }
   // The handle is released even when the queue manager is gone.
   remove(*Hconn);
   *Hconn = JXHC_UNUSABLE_HCONN;
-  set(CompCode, Reason, rcc, rrc);
+  set(CompCode, Reason, reply.cc, reply.rc);
 }
 
 JXQM_EXPORT void zstJXOPEN(int32_t Hconn, JXOD *ObjDesc, int32_t Options, int32_t *Hobj,
@@ -478,25 +502,21 @@ JXQM_EXPORT void zstJXOPEN(int32_t Hconn, JXOD *ObjDesc, int32_t Options, int32_
   if (!odUsable(ObjDesc)) return (void)fail(CompCode, Reason, JXRC_OD_ERROR);
   if (!Hobj) return (void)fail(CompCode, Reason, JXRC_HOBJ_ERROR);
   std::lock_guard<std::mutex> lock(c->mu);
-  Writer w;
-  w.i32(Options);
-  jxqp::encodeObject(w, *ObjDesc);
-  std::vector<uint8_t> reply;
-  if (int32_t e = roundTrip(*c, Op::Open, w, reply)) return (void)fail(CompCode, Reason, e);
-  Reader r(reply.data(), reply.size());
-  int32_t rcc, rrc;
-  bool ok = readCodes(r, rcc, rrc);
-  int32_t hobj = r.i32();
-  char name[48];
-  r.fixed(name, 48);
-  if (!ok || !r.done()) return (void)fail(CompCode, Reason, protocolError(*c));
-  if (rcc == JXCC_OK) {
-    *Hobj = hobj;
-    if (jxqp::fieldString(name, 48) != jxqp::fieldString(ObjDesc->ObjectName, 48))
-      std::memcpy(ObjDesc->ObjectName, name, 48);
-    std::memcpy(ObjDesc->ResolvedQName, name, 48);
+  jxqp::OpenRequest request;
+  request.options = Options;
+  request.obj = objectRef(*ObjDesc);
+  jxqp::OpenReply reply;
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(*c, Op::Open, request, reply, payload))
+    return (void)fail(CompCode, Reason, e);
+  if (reply.cc == JXCC_OK) {
+    *Hobj = reply.hobj;
+    if (jxqp::fieldString(reply.name, JX_Q_NAME_LENGTH) !=
+        jxqp::fieldString(ObjDesc->ObjectName, JX_Q_NAME_LENGTH))
+      std::memcpy(ObjDesc->ObjectName, reply.name, JX_Q_NAME_LENGTH);
+    std::memcpy(ObjDesc->ResolvedQName, reply.name, JX_Q_NAME_LENGTH);
   }
-  set(CompCode, Reason, rcc, rrc);
+  set(CompCode, Reason, reply.cc, reply.rc);
 }
 
 JXQM_EXPORT void zstJXCLOSE(int32_t Hconn, int32_t *Hobj, int32_t Options, int32_t *CompCode,
@@ -506,16 +526,15 @@ JXQM_EXPORT void zstJXCLOSE(int32_t Hconn, int32_t *Hobj, int32_t Options, int32
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
   if (!Hobj) return (void)fail(CompCode, Reason, JXRC_HOBJ_ERROR);
   std::lock_guard<std::mutex> lock(c->mu);
-  Writer w;
-  w.i32(*Hobj);
-  w.i32(Options);
-  std::vector<uint8_t> reply;
-  if (int32_t e = roundTrip(*c, Op::Close, w, reply)) return (void)fail(CompCode, Reason, e);
-  Reader r(reply.data(), reply.size());
-  int32_t rcc, rrc;
-  if (!readCodes(r, rcc, rrc) || !r.done()) return (void)fail(CompCode, Reason, protocolError(*c));
-  if (rcc == JXCC_OK) *Hobj = JXHO_UNUSABLE_HOBJ;
-  set(CompCode, Reason, rcc, rrc);
+  jxqp::CloseRequest request;
+  request.hobj = *Hobj;
+  request.options = Options;
+  jxqp::CodeReply reply;
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(*c, Op::Close, request, reply, payload))
+    return (void)fail(CompCode, Reason, e);
+  if (reply.cc == JXCC_OK) *Hobj = JXHO_UNUSABLE_HOBJ;
+  set(CompCode, Reason, reply.cc, reply.rc);
 }
 
 JXQM_EXPORT void zstJXPUT(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXPMO *PutMsgOpts,
@@ -526,20 +545,17 @@ JXQM_EXPORT void zstJXPUT(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXPMO *Put
   auto c = lookup(Hconn);
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
   if (!mdUsable(MsgDesc)) return (void)fail(CompCode, Reason, JXRC_MD_ERROR);
-  if (!PutMsgOpts || !hasEye(PutMsgOpts->StrucId, "PMO ") || PutMsgOpts->Version < 1)
-    return (void)fail(CompCode, Reason, JXRC_PMO_ERROR);
+  if (!pmoUsable(PutMsgOpts)) return (void)fail(CompCode, Reason, JXRC_PMO_ERROR);
   if (int32_t e = checkBuffer(BufferLength, Buffer)) return (void)fail(CompCode, Reason, e);
   if (BufferLength > JX_MAX_MSG_LENGTH)
     return (void)fail(CompCode, Reason, JXRC_MSG_TOO_BIG_FOR_Q_MGR);
   std::lock_guard<std::mutex> lock(c->mu);
-  JXMD md;
-  loadMd(MsgDesc, md);
-  Writer w;
-  w.i32(Hobj);
-  w.i32(PutMsgOpts->Options);
-  w.md(md);
-  w.blob(Buffer, static_cast<size_t>(BufferLength));
-  finishPut(*c, Op::Put, w, MsgDesc, PutMsgOpts, CompCode, Reason);
+  jxqp::PutRequest request;
+  request.hobj = Hobj;
+  request.options = PutMsgOpts->Options;
+  loadMd(MsgDesc, request.md);
+  request.data = std::string_view(static_cast<const char *>(Buffer), BufferLength);
+  finishPut(*c, Op::Put, request, MsgDesc, PutMsgOpts, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXPUT1(int32_t Hconn, JXOD *ObjDesc, void *MsgDesc, JXPMO *PutMsgOpts,
@@ -549,20 +565,17 @@ JXQM_EXPORT void zstJXPUT1(int32_t Hconn, JXOD *ObjDesc, void *MsgDesc, JXPMO *P
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
   if (!odUsable(ObjDesc)) return (void)fail(CompCode, Reason, JXRC_OD_ERROR);
   if (!mdUsable(MsgDesc)) return (void)fail(CompCode, Reason, JXRC_MD_ERROR);
-  if (!PutMsgOpts || !hasEye(PutMsgOpts->StrucId, "PMO ") || PutMsgOpts->Version < 1)
-    return (void)fail(CompCode, Reason, JXRC_PMO_ERROR);
+  if (!pmoUsable(PutMsgOpts)) return (void)fail(CompCode, Reason, JXRC_PMO_ERROR);
   if (int32_t e = checkBuffer(BufferLength, Buffer)) return (void)fail(CompCode, Reason, e);
   if (BufferLength > JX_MAX_MSG_LENGTH)
     return (void)fail(CompCode, Reason, JXRC_MSG_TOO_BIG_FOR_Q_MGR);
   std::lock_guard<std::mutex> lock(c->mu);
-  JXMD md;
-  loadMd(MsgDesc, md);
-  Writer w;
-  jxqp::encodeObject(w, *ObjDesc);
-  w.i32(PutMsgOpts->Options);
-  w.md(md);
-  w.blob(Buffer, static_cast<size_t>(BufferLength));
-  finishPut(*c, Op::Put1, w, MsgDesc, PutMsgOpts, CompCode, Reason);
+  jxqp::Put1Request request;
+  request.obj = objectRef(*ObjDesc);
+  request.options = PutMsgOpts->Options;
+  loadMd(MsgDesc, request.md);
+  request.data = std::string_view(static_cast<const char *>(Buffer), BufferLength);
+  finishPut(*c, Op::Put1, request, MsgDesc, PutMsgOpts, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXGET(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXGMO *GetMsgOpts,
@@ -579,74 +592,68 @@ JXQM_EXPORT void zstJXGET(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXGMO *Get
   if (!DataLength) return (void)fail(CompCode, Reason, JXRC_DATA_LENGTH_ERROR);
   std::lock_guard<std::mutex> lock(c->mu);
   const JXMD *sel = static_cast<const JXMD *>(MsgDesc);
-  Writer w;
-  w.i32(Hobj);
-  w.i32(GetMsgOpts->Options);
-  w.i32(GetMsgOpts->WaitInterval);
-  w.i32(GetMsgOpts->MatchOptions);
-  w.fixed(sel->MsgId, 24);
-  w.fixed(sel->CorrelId, 24);
-  w.i32(BufferLength);
-  std::vector<uint8_t> reply;
-  if (int32_t e = roundTrip(*c, Op::Get, w, reply)) return (void)fail(CompCode, Reason, e);
-  Reader r(reply.data(), reply.size());
-  int32_t rcc, rrc;
-  bool ok = readCodes(r, rcc, rrc);
-  int32_t dataLength = r.i32();
-  JXMD md;
-  r.md(md);
-  char resolved[48];
-  r.fixed(resolved, 48);
-  std::string_view data = r.blob(static_cast<size_t>(BufferLength));
-  if (!ok || !r.done() || dataLength < 0) return (void)fail(CompCode, Reason, protocolError(*c));
-  bool delivered =
-      rcc == JXCC_OK || rrc == JXRC_TRUNCATED_MSG_ACCEPTED || rrc == JXRC_TRUNCATED_MSG_FAILED;
+  jxqp::GetRequest request;
+  request.hobj = Hobj;
+  request.options = GetMsgOpts->Options;
+  request.waitInterval = GetMsgOpts->WaitInterval;
+  request.matchOptions = GetMsgOpts->MatchOptions;
+  std::memcpy(request.msgId, sel->MsgId, JX_MSG_ID_LENGTH);
+  std::memcpy(request.correlId, sel->CorrelId, JX_CORREL_ID_LENGTH);
+  request.bufferLength = BufferLength;
+  jxqp::GetReply reply;
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(*c, Op::Get, request, reply, payload))
+    return (void)fail(CompCode, Reason, e);
+  if (reply.dataLength < 0 || reply.data.size() > static_cast<size_t>(BufferLength))
+    return (void)fail(CompCode, Reason, protocolError(*c));
+  bool delivered = reply.cc == JXCC_OK || reply.rc == JXRC_TRUNCATED_MSG_ACCEPTED ||
+                   reply.rc == JXRC_TRUNCATED_MSG_FAILED;
   if (delivered) {
-    storeMd(MsgDesc, md, sel->Version);
-    if (!data.empty()) std::memcpy(Buffer, data.data(), data.size());
-    *DataLength = dataLength;
-    GetMsgOpts->ReturnedLength = static_cast<int32_t>(data.size());
-    std::memcpy(GetMsgOpts->ResolvedQName, resolved, 48);
+    storeMd(MsgDesc, reply.md, sel->Version);
+    if (!reply.data.empty()) std::memcpy(Buffer, reply.data.data(), reply.data.size());
+    *DataLength = reply.dataLength;
+    GetMsgOpts->ReturnedLength = static_cast<int32_t>(reply.data.size());
+    std::memcpy(GetMsgOpts->ResolvedQName, reply.resolvedQName, JX_Q_NAME_LENGTH);
   }
-  set(CompCode, Reason, rcc, rrc);
+  set(CompCode, Reason, reply.cc, reply.rc);
 }
 
 JXQM_EXPORT void zstJXINQ(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, int32_t *Selectors,
                           int32_t IntAttrCount, int32_t *IntAttrs, int32_t CharAttrLength,
                           char *CharAttrs, int32_t *CompCode, int32_t *Reason) {
   if (!CompCode || !Reason) return;
-  inqOrSet(Op::Inq, Hconn, Hobj, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
-           CharAttrs, CompCode, Reason);
+  inquire(Hconn, Hobj, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength, CharAttrs,
+          CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXSET(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, int32_t *Selectors,
                           int32_t IntAttrCount, int32_t *IntAttrs, int32_t CharAttrLength,
                           char *CharAttrs, int32_t *CompCode, int32_t *Reason) {
   if (!CompCode || !Reason) return;
-  inqOrSet(Op::Set, Hconn, Hobj, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
-           CharAttrs, CompCode, Reason);
+  setAttributes(Hconn, Hobj, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
+                CharAttrs, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXCMIT(int32_t Hconn, int32_t *CompCode, int32_t *Reason) {
   if (!CompCode || !Reason) return;
-  simpleCall(Op::Commit, Hconn, 0, CompCode, Reason);
+  simpleCall(Op::Commit, Hconn, jxqp::EmptyRequest{}, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXBACK(int32_t Hconn, int32_t *CompCode, int32_t *Reason) {
   if (!CompCode || !Reason) return;
-  simpleCall(Op::Backout, Hconn, 0, CompCode, Reason);
+  simpleCall(Op::Backout, Hconn, jxqp::EmptyRequest{}, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXBEGIN(int32_t Hconn, void *BeginOpts, int32_t *CompCode, int32_t *Reason) {
   if (!CompCode || !Reason) return;
-  int32_t options = JXBO_NONE;
+  jxqp::BeginRequest request;
   if (BeginOpts) {
     const JXBO *bo = static_cast<const JXBO *>(BeginOpts);
     if (!hasEye(bo->StrucId, "BO  ") || bo->Version < 1)
       return (void)fail(CompCode, Reason, JXRC_OPTIONS_ERROR);
-    options = bo->Options;
+    request.options = bo->Options;
   }
-  simpleCall(Op::Begin, Hconn, options, CompCode, Reason);
+  simpleCall(Op::Begin, Hconn, request, CompCode, Reason);
 }
 
 }  // extern "C"

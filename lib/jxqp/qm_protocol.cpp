@@ -9,7 +9,7 @@ constexpr uint8_t kMagic[4] = {'J', 'X', 'Q', 'P'};
 }
 
 bool validRequestOp(uint8_t op) {
-  return op >= static_cast<uint8_t>(Op::Hello) && op <= static_cast<uint8_t>(Op::Disc);
+  return op >= static_cast<uint8_t>(Op::Hello) && op <= kLastOp;
 }
 
 HeaderStatus decodeHeader(const uint8_t *p, FrameHeader &h) {
@@ -43,38 +43,6 @@ void Writer::fixed(const void *p, size_t n) {
 void Writer::blob(const void *p, size_t n) {
   u32(static_cast<uint32_t>(n));
   if (n) fixed(p, n);
-}
-
-void Writer::md(const JXMD &m) {
-  fixed(m.StrucId, 4);
-  i32(m.Version);
-  i32(m.Report);
-  i32(m.MsgType);
-  i32(m.Expiry);
-  i32(m.Feedback);
-  i32(m.Encoding);
-  i32(m.CodedCharSetId);
-  fixed(m.Format, 8);
-  i32(m.Priority);
-  i32(m.Persistence);
-  fixed(m.MsgId, 24);
-  fixed(m.CorrelId, 24);
-  i32(m.BackoutCount);
-  fixed(m.ReplyToQ, 48);
-  fixed(m.ReplyToQMgr, 48);
-  fixed(m.UserIdentifier, 12);
-  fixed(m.AccountingToken, 32);
-  fixed(m.ApplIdentityData, 32);
-  i32(m.PutApplType);
-  fixed(m.PutApplName, 28);
-  fixed(m.PutDate, 8);
-  fixed(m.PutTime, 8);
-  fixed(m.ApplOriginData, 4);
-  fixed(m.GroupId, 24);
-  i32(m.MsgSeqNumber);
-  i32(m.Offset);
-  i32(m.MsgFlags);
-  i32(m.OriginalLength);
 }
 
 bool Reader::need(size_t n) {
@@ -124,38 +92,6 @@ std::string_view Reader::blob(size_t limit) {
   return v;
 }
 
-void Reader::md(JXMD &m) {
-  fixed(m.StrucId, 4);
-  m.Version = i32();
-  m.Report = i32();
-  m.MsgType = i32();
-  m.Expiry = i32();
-  m.Feedback = i32();
-  m.Encoding = i32();
-  m.CodedCharSetId = i32();
-  fixed(m.Format, 8);
-  m.Priority = i32();
-  m.Persistence = i32();
-  fixed(m.MsgId, 24);
-  fixed(m.CorrelId, 24);
-  m.BackoutCount = i32();
-  fixed(m.ReplyToQ, 48);
-  fixed(m.ReplyToQMgr, 48);
-  fixed(m.UserIdentifier, 12);
-  fixed(m.AccountingToken, 32);
-  fixed(m.ApplIdentityData, 32);
-  m.PutApplType = i32();
-  fixed(m.PutApplName, 28);
-  fixed(m.PutDate, 8);
-  fixed(m.PutTime, 8);
-  fixed(m.ApplOriginData, 4);
-  fixed(m.GroupId, 24);
-  m.MsgSeqNumber = i32();
-  m.Offset = i32();
-  m.MsgFlags = i32();
-  m.OriginalLength = i32();
-}
-
 void appendFrame(Bytes &out, uint8_t op, Writer &w) {
   Bytes &payload = w.bytes();
   uint32_t n = static_cast<uint32_t>(payload.size());
@@ -173,101 +109,260 @@ Bytes frame(uint8_t op, Writer &w) {
   return out;
 }
 
-void encodeHello(Writer &w, const char *qmgr48, std::string_view user, std::string_view password,
-                 uint32_t pid) {
-  w.fixed(qmgr48, 48);
-  w.str(user);
-  w.str(password);
-  w.u32(pid);
-}
-
-void encodeObject(Writer &w, const JXOD &od) {
-  w.i32(od.ObjectType);
-  w.fixed(od.ObjectName, 48);
-  w.fixed(od.ObjectQMgrName, 48);
-  w.fixed(od.DynamicQName, 48);
-}
-
 namespace {
 
-void readObject(Reader &r, ObjectRef &o) {
-  o.objectType = r.i32();
-  r.fixed(o.objectName, 48);
-  r.fixed(o.objectQMgrName, 48);
-  r.fixed(o.dynamicQName, 48);
+// The two directions of one field list: fields(io, message) names every
+// field in wire order once, and runs with an Encoder to write it or a
+// Decoder to read it.
+struct Encoder {
+  Writer &w;
+  void i32(const int32_t &v) { w.i32(v); }
+  void u32(const uint32_t &v) { w.u32(v); }
+  template <size_t N>
+  void fixed(const char (&a)[N]) {
+    w.fixed(a, N);
+  }
+  template <size_t N>
+  void fixed(const uint8_t (&a)[N]) {
+    w.fixed(a, N);
+  }
+  void str(const std::string_view &s, size_t) { w.str(s); }
+  template <class T, class F>
+  void list(const std::vector<T> &v, size_t, F each) {
+    w.u32(static_cast<uint32_t>(v.size()));
+    for (const T &x : v) each(*this, const_cast<T &>(x));
+  }
+};
+
+struct Decoder {
+  Reader &r;
+  void i32(int32_t &v) { v = r.i32(); }
+  void u32(uint32_t &v) { v = r.u32(); }
+  template <size_t N>
+  void fixed(char (&a)[N]) {
+    r.fixed(a, N);
+  }
+  template <size_t N>
+  void fixed(uint8_t (&a)[N]) {
+    r.fixed(a, N);
+  }
+  void str(std::string_view &s, size_t limit) { s = r.blob(limit); }
+  template <class T, class F>
+  void list(std::vector<T> &v, size_t limit, F each) {
+    uint32_t n = r.u32();
+    if (!r.ok() || n > limit) return r.fail();
+    v.resize(n);
+    for (T &x : v) each(*this, x);
+  }
+};
+
+template <class IO>
+void fields(IO &io, JXMD &m) {
+  io.fixed(m.StrucId);
+  io.i32(m.Version);
+  io.i32(m.Report);
+  io.i32(m.MsgType);
+  io.i32(m.Expiry);
+  io.i32(m.Feedback);
+  io.i32(m.Encoding);
+  io.i32(m.CodedCharSetId);
+  io.fixed(m.Format);
+  io.i32(m.Priority);
+  io.i32(m.Persistence);
+  io.fixed(m.MsgId);
+  io.fixed(m.CorrelId);
+  io.i32(m.BackoutCount);
+  io.fixed(m.ReplyToQ);
+  io.fixed(m.ReplyToQMgr);
+  io.fixed(m.UserIdentifier);
+  io.fixed(m.AccountingToken);
+  io.fixed(m.ApplIdentityData);
+  io.i32(m.PutApplType);
+  io.fixed(m.PutApplName);
+  io.fixed(m.PutDate);
+  io.fixed(m.PutTime);
+  io.fixed(m.ApplOriginData);
+  io.fixed(m.GroupId);
+  io.i32(m.MsgSeqNumber);
+  io.i32(m.Offset);
+  io.i32(m.MsgFlags);
+  io.i32(m.OriginalLength);
 }
 
-bool readIntList(Reader &r, std::vector<int32_t> &out) {
-  uint32_t n = r.u32();
-  if (!r.ok() || n > static_cast<uint32_t>(kMaxSelectors)) return false;
-  out.resize(n);
-  for (auto &v : out) v = r.i32();
-  return r.ok();
+template <class IO>
+void fields(IO &io, ObjectRef &m) {
+  io.i32(m.objectType);
+  io.fixed(m.objectName);
+  io.fixed(m.objectQMgrName);
+  io.fixed(m.dynamicQName);
+}
+
+template <class IO>
+void integer(IO &io, int32_t &v) {
+  io.i32(v);
+}
+
+template <class IO>
+void fields(IO &io, HelloRequest &m) {
+  io.fixed(m.qmgrName);
+  io.str(m.user, kMaxCredential);
+  io.str(m.password, kMaxCredential);
+  io.u32(m.pid);
+  io.str(m.applName, JX_APPL_NAME_LENGTH);
+}
+template <class IO>
+void fields(IO &io, OpenRequest &m) {
+  io.i32(m.options);
+  fields(io, m.obj);
+}
+template <class IO>
+void fields(IO &io, CloseRequest &m) {
+  io.i32(m.hobj);
+  io.i32(m.options);
+}
+template <class IO>
+void fields(IO &io, PutRequest &m) {
+  io.i32(m.hobj);
+  io.i32(m.options);
+  fields(io, m.md);
+  io.str(m.data, JX_MAX_MSG_LENGTH);
+}
+template <class IO>
+void fields(IO &io, Put1Request &m) {
+  fields(io, m.obj);
+  io.i32(m.options);
+  fields(io, m.md);
+  io.str(m.data, JX_MAX_MSG_LENGTH);
+}
+template <class IO>
+void fields(IO &io, GetRequest &m) {
+  io.i32(m.hobj);
+  io.i32(m.options);
+  io.i32(m.waitInterval);
+  io.i32(m.matchOptions);
+  io.fixed(m.msgId);
+  io.fixed(m.correlId);
+  io.i32(m.bufferLength);
+}
+template <class IO>
+void fields(IO &io, InqRequest &m) {
+  io.i32(m.hobj);
+  io.list(m.selectors, JX_MAX_SELECTORS, integer<IO>);
+  io.i32(m.intCount);
+  io.i32(m.charLength);
+}
+template <class IO>
+void fields(IO &io, SetRequest &m) {
+  io.i32(m.hobj);
+  io.list(m.selectors, JX_MAX_SELECTORS, integer<IO>);
+  io.list(m.intValues, JX_MAX_SELECTORS, integer<IO>);
+  io.str(m.charValues, kMaxCharAttrLength);
+}
+template <class IO>
+void fields(IO &io, BeginRequest &m) {
+  io.i32(m.options);
+}
+template <class IO>
+void fields(IO &, EmptyRequest &) {}
+template <class IO>
+void attribute(IO &io, AttributeArg &m) {
+  io.i32(m.selector);
+  io.i32(m.number);
+  io.str(m.text, kMaxAttributeText);
+}
+template <class IO>
+void fields(IO &io, AdminRequest &m) {
+  io.i32(m.command);
+  io.str(m.name, JX_Q_NAME_LENGTH);
+  io.str(m.toName, JX_Q_NAME_LENGTH);
+  io.i32(m.queueType);
+  io.i32(m.flags);
+  io.list(m.attributes, JX_MAX_SELECTORS, attribute<IO>);
+}
+
+template <class IO>
+void fields(IO &io, CodeReply &m) {
+  io.i32(m.cc);
+  io.i32(m.rc);
+}
+template <class IO>
+void fields(IO &io, HelloReply &m) {
+  io.i32(m.cc);
+  io.i32(m.rc);
+  io.u32(m.connectionId);
+  io.fixed(m.qmgrName);
+}
+template <class IO>
+void fields(IO &io, OpenReply &m) {
+  io.i32(m.cc);
+  io.i32(m.rc);
+  io.i32(m.hobj);
+  io.fixed(m.name);
+}
+template <class IO>
+void fields(IO &io, PutReply &m) {
+  io.i32(m.cc);
+  io.i32(m.rc);
+  fields(io, m.md);
+  io.fixed(m.resolvedQName);
+}
+template <class IO>
+void fields(IO &io, GetReply &m) {
+  io.i32(m.cc);
+  io.i32(m.rc);
+  io.i32(m.dataLength);
+  fields(io, m.md);
+  io.fixed(m.resolvedQName);
+  io.str(m.data, JX_MAX_MSG_LENGTH);
+}
+template <class IO>
+void fields(IO &io, InqReply &m) {
+  io.i32(m.cc);
+  io.i32(m.rc);
+  io.list(m.ints, JX_MAX_SELECTORS, integer<IO>);
+  io.str(m.chars, kMaxCharAttrLength);
+}
+template <class IO>
+void fields(IO &io, AdminReply &m) {
+  io.i32(m.cc);
+  io.i32(m.rc);
+  io.i32(m.parameter);
+}
+
+template <class M>
+void encodeFields(Writer &w, const M &m) {
+  Encoder e{w};
+  // The encoder only reads: the field lists take the message as their
+  // decoder does, by reference.
+  fields(e, const_cast<M &>(m));
+}
+
+template <class M>
+bool decodeFields(const uint8_t *p, size_t n, M &m) {
+  Reader r(p, n);
+  Decoder d{r};
+  fields(d, m);
+  return r.done();
 }
 
 }  // namespace
 
-bool decodeRequest(uint8_t op, const uint8_t *payload, size_t n, Request &q) {
-  if (!validRequestOp(op)) return false;
-  Reader r(payload, n);
-  q.op = static_cast<Op>(op);
-  switch (q.op) {
-    case Op::Hello:
-      r.fixed(q.qmgrName, 48);
-      q.user = r.blob(kMaxCredential);
-      q.password = r.blob(kMaxCredential);
-      q.pid = r.u32();
-      break;
-    case Op::Open:
-      q.options = r.i32();
-      readObject(r, q.obj);
-      break;
-    case Op::Close:
-      q.hobj = r.i32();
-      q.options = r.i32();
-      break;
-    case Op::Put:
-      q.hobj = r.i32();
-      q.options = r.i32();
-      r.md(q.md);
-      q.data = r.blob(JX_MAX_MSG_LENGTH);
-      break;
-    case Op::Put1:
-      readObject(r, q.obj);
-      q.options = r.i32();
-      r.md(q.md);
-      q.data = r.blob(JX_MAX_MSG_LENGTH);
-      break;
-    case Op::Get:
-      q.hobj = r.i32();
-      q.options = r.i32();
-      q.waitInterval = r.i32();
-      q.matchOptions = r.i32();
-      r.fixed(q.md.MsgId, 24);
-      r.fixed(q.md.CorrelId, 24);
-      q.bufferLength = r.i32();
-      break;
-    case Op::Inq:
-      q.hobj = r.i32();
-      if (!readIntList(r, q.selectors)) return false;
-      q.intCount = r.i32();
-      q.charLength = r.i32();
-      break;
-    case Op::Set:
-      q.hobj = r.i32();
-      if (!readIntList(r, q.selectors)) return false;
-      if (!readIntList(r, q.intValues)) return false;
-      q.charValues = r.blob(static_cast<size_t>(kMaxCharAttrLength));
-      break;
-    case Op::Begin:
-      q.options = r.i32();
-      break;
-    case Op::Commit:
-    case Op::Backout:
-    case Op::Disc:
-      break;
-  }
-  return r.done();
+void Writer::md(const JXMD &m) {
+  encodeFields(*this, m);
 }
+
+void Reader::md(JXMD &m) {
+  Decoder d{*this};
+  fields(d, m);
+}
+
+#define JXQP_DEFINE_CODEC(M)                      \
+  void encode(Writer &w, const M &m) {            \
+    encodeFields(w, m);                           \
+  }                                               \
+  bool decode(const uint8_t *p, size_t n, M &m) { \
+    return decodeFields(p, n, m);                 \
+  }
+JXQP_MESSAGES(JXQP_DEFINE_CODEC)
 
 }  // namespace jxqp

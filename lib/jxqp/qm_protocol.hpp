@@ -7,8 +7,10 @@
 //   6  u16 flags        0
 //   8  u32 length       payload bytes, at most kMaxPayload
 // Every integer is little-endian and every field is written one by one, so
-// a 32-bit client and a 64-bit server agree. A payload must be consumed
-// exactly by its decoder; anything else is a malformed frame.
+// a 32-bit client and a 64-bit server agree. Each request and reply below
+// is described once, field by field, and that one description both encodes
+// and decodes it. A payload must be consumed exactly by its decoder;
+// anything else is a malformed frame.
 #pragma once
 
 #include <jx/jxqm.h>
@@ -21,13 +23,13 @@
 
 namespace jxqp {
 
-inline constexpr uint8_t kProtocolVersion = 1;
+inline constexpr uint8_t kProtocolVersion = 2;
 inline constexpr size_t kHeaderSize = 12;
 inline constexpr uint8_t kReplyBit = 0x80;
 inline constexpr uint32_t kMaxPayload = JX_MAX_MSG_LENGTH + 4096;
-inline constexpr int32_t kMaxSelectors = 256;
 inline constexpr int32_t kMaxCharAttrLength = 64 * 1024;
-inline constexpr size_t kMaxCredential = 64;
+inline constexpr size_t kMaxCredential = JX_USER_ID_LENGTH;
+inline constexpr size_t kMaxAttributeText = 4096;
 
 enum class Op : uint8_t {
   Hello = 1,
@@ -42,8 +44,12 @@ enum class Op : uint8_t {
   Backout = 10,
   Begin = 11,
   Disc = 12,
+  Admin = 13,  // an administration command; administrators only
 };
-bool validRequestOp(uint8_t op);
+inline constexpr uint8_t kLastOp = static_cast<uint8_t>(Op::Admin);
+inline uint8_t replyOp(Op op) {
+  return static_cast<uint8_t>(static_cast<uint8_t>(op) | kReplyBit);
+}
 
 struct FrameHeader {
   uint8_t version = 0;
@@ -88,6 +94,7 @@ class Reader {
   // into the frame.
   std::string_view blob(size_t limit);
   void md(JXMD &m);
+  void fail() { ok_ = false; }
   bool ok() const { return ok_; }
   bool done() const { return ok_ && p_ == end_; }
 
@@ -103,46 +110,147 @@ Bytes frame(uint8_t op, Writer &w);
 // Appends the same frame to `out`, such as the replies waiting on a connection.
 void appendFrame(Bytes &out, uint8_t op, Writer &w);
 
-// ---- decoded requests (server side) ----
+// ---- requests ----
+// Views (std::string_view) point into the frame they were decoded from.
 
 struct ObjectRef {
   int32_t objectType = 0;
-  char objectName[48] = {};
-  char objectQMgrName[48] = {};
-  char dynamicQName[48] = {};
+  char objectName[JX_Q_NAME_LENGTH] = {};
+  char objectQMgrName[JX_Q_MGR_NAME_LENGTH] = {};
+  char dynamicQName[JX_Q_NAME_LENGTH] = {};
 };
 
-struct Request {
-  Op op{};
-  // Hello
-  char qmgrName[48] = {};
-  std::string_view user, password;
+struct HelloRequest {
+  char qmgrName[JX_Q_MGR_NAME_LENGTH] = {};
+  std::string_view user, password;  // TCP only
   uint32_t pid = 0;
-  // Open / Put1
+  std::string_view applName;  // the program, at most JX_APPL_NAME_LENGTH
+};
+struct OpenRequest {
+  int32_t options = 0;
   ObjectRef obj;
-  int32_t options = 0;  // open, close, put, get or begin options
-  int32_t hobj = 0;
-  // Put / Put1 / Get
-  JXMD md{};
+};
+struct CloseRequest {
+  int32_t hobj = 0, options = 0;
+};
+struct PutRequest {
+  int32_t hobj = 0, options = 0;
+  JXMD md = JXMD_DEFAULT;
   std::string_view data;
-  int32_t waitInterval = 0;
-  int32_t matchOptions = 0;
+};
+struct Put1Request {
+  ObjectRef obj;
+  int32_t options = 0;
+  JXMD md = JXMD_DEFAULT;
+  std::string_view data;
+};
+struct GetRequest {
+  int32_t hobj = 0, options = 0, waitInterval = 0, matchOptions = 0;
+  uint8_t msgId[JX_MSG_ID_LENGTH] = {};
+  uint8_t correlId[JX_CORREL_ID_LENGTH] = {};
   int32_t bufferLength = 0;
-  // Inq / Set
+};
+struct InqRequest {
+  int32_t hobj = 0;
   std::vector<int32_t> selectors;
-  int32_t intCount = 0;            // Inq: slots the caller has
-  std::vector<int32_t> intValues;  // Set
-  int32_t charLength = 0;          // Inq: length of the caller's area
-  std::string_view charValues;     // Set
+  int32_t intCount = 0;    // slots the caller has
+  int32_t charLength = 0;  // length of the caller's area
+};
+struct SetRequest {
+  int32_t hobj = 0;
+  std::vector<int32_t> selectors;
+  std::vector<int32_t> intValues;
+  std::string_view charValues;
+};
+struct BeginRequest {
+  int32_t options = 0;
+};
+// Commit, backout and disconnect carry nothing.
+struct EmptyRequest {};
+
+// An attribute value of an administration command: `number` for an integer
+// selector, `text` for a string one.
+struct AttributeArg {
+  int32_t selector = 0;
+  int32_t number = 0;
+  std::string_view text;
+};
+// JXCMD_CREATE_QUEUE (flags JXSEL_REPLACE), JXCMD_CHANGE_QUEUE,
+// JXCMD_COPY_QUEUE (name from, toName to), JXCMD_DELETE_QUEUE (flags
+// JXSEL_PURGE), JXCMD_CLEAR_QUEUE.
+struct AdminRequest {
+  int32_t command = 0;
+  std::string_view name, toName;
+  int32_t queueType = 0;
+  int32_t flags = 0;
+  std::vector<AttributeArg> attributes;
+};
+inline constexpr int32_t kAdminReplace = 1;
+inline constexpr int32_t kAdminPurge = 2;
+
+// ---- replies ----
+
+// Close, set, commit, backout, begin and disconnect.
+struct CodeReply {
+  int32_t cc = JXCC_OK, rc = JXRC_NONE;
+};
+struct HelloReply {
+  int32_t cc = JXCC_OK, rc = JXRC_NONE;
+  uint32_t connectionId = 0;
+  char qmgrName[JX_Q_MGR_NAME_LENGTH] = {};
+};
+struct OpenReply {
+  int32_t cc = JXCC_OK, rc = JXRC_NONE;
+  int32_t hobj = 0;
+  char name[JX_Q_NAME_LENGTH] = {};  // the queue opened (a model's new queue)
+};
+struct PutReply {
+  int32_t cc = JXCC_OK, rc = JXRC_NONE;
+  JXMD md = JXMD_DEFAULT;  // as the queue manager completed it
+  char resolvedQName[JX_Q_NAME_LENGTH] = {};
+};
+struct GetReply {
+  int32_t cc = JXCC_OK, rc = JXRC_NONE;
+  int32_t dataLength = 0;  // the whole message's
+  JXMD md = JXMD_DEFAULT;
+  char resolvedQName[JX_Q_NAME_LENGTH] = {};
+  std::string_view data;  // what fits the caller's buffer
+};
+struct InqReply {
+  int32_t cc = JXCC_OK, rc = JXRC_NONE;
+  std::vector<int32_t> ints;
+  std::string_view chars;
+};
+struct AdminReply {
+  int32_t cc = JXCC_OK, rc = JXRC_NONE;
+  int32_t parameter = 0;  // the selector in error, for reasons 4002-4006
 };
 
-// Strict decoder of one request payload; false on any malformation.
-bool decodeRequest(uint8_t op, const uint8_t *payload, size_t n, Request &r);
+// A reply of any kind that failed with `reason`, its other fields empty.
+template <class Reply>
+Reply failedReply(int32_t reason) {
+  Reply r;
+  r.cc = JXCC_FAILED;
+  r.rc = reason;
+  return r;
+}
 
-// ---- request encoders (client side) ----
+// encode appends a message's payload to a writer; decode reads one whole
+// payload (false on any malformation, or bytes left over).
+#define JXQP_MESSAGES(X)                                                                      \
+  X(HelloRequest)                                                                             \
+  X(OpenRequest)                                                                              \
+  X(CloseRequest) X(PutRequest) X(Put1Request) X(GetRequest) X(InqRequest) X(SetRequest)      \
+      X(BeginRequest) X(EmptyRequest) X(AdminRequest) X(CodeReply) X(HelloReply) X(OpenReply) \
+          X(PutReply) X(GetReply) X(InqReply) X(AdminReply)
+#define JXQP_DECLARE_CODEC(M)         \
+  void encode(Writer &w, const M &m); \
+  bool decode(const uint8_t *p, size_t n, M &m);
+JXQP_MESSAGES(JXQP_DECLARE_CODEC)
+#undef JXQP_DECLARE_CODEC
 
-void encodeHello(Writer &w, const char *qmgr48, std::string_view user, std::string_view password,
-                 uint32_t pid);
-void encodeObject(Writer &w, const JXOD &od);
+// The request each op carries is decoded by the table of the receiving side;
+// this says only whether an op is one.
+bool validRequestOp(uint8_t op);
 
 }  // namespace jxqp

@@ -31,9 +31,12 @@ TEST_F(ControlTool, LifeCycle) {
   EXPECT_NE(r.out.find("running (pid"), std::string::npos) << r.out;
   r = jxqm({"delete", qm});
   EXPECT_EQ(r.status, 1) << "a running queue manager is not deleted";
-  r = jxqm({"define", qm, "LATE.Q"});
+  // Definitions go to a running queue manager, refused as the calls refuse them.
+  r = jxqm({"define", qm, "LIVE.Q", "--max-depth", "7"});
+  EXPECT_EQ(r.status, 0) << r.out;
+  r = jxqm({"define", qm, "LIVE.Q"});
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("stop it"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("reason 2100 (object already exists)"), std::string::npos) << r.out;
 
   int32_t h = connect(qm);  // a client still connected does not hold up the stop
   ASSERT_EQ(jxqm({"stop", qm}).status, 0);
@@ -43,8 +46,15 @@ TEST_F(ControlTool, LifeCycle) {
   zstJXDISC(&h, 0, &cc, &rc);
   EXPECT_EQ(rc, JXRC_CONNECTION_BROKEN);
 
-  ASSERT_EQ(jxqm({"define", qm, "LATE.Q", "--maxdepth", "7"}).status, 0);
-  EXPECT_EQ(jxqm({"define", qm, "LATE.Q"}).status, 1) << "defined twice";
+  // And to a stopped one alike.
+  EXPECT_EQ(jxqm({"define", qm, "LIVE.Q"}).status, 1) << "defined twice";
+  ASSERT_EQ(jxqm({"alter", qm, "LIVE.Q", "--max-depth", "9"}).status, 0);
+  r = jxqm({"undefine", qm, "SYSTEM.DEFAULT.LOCAL.QUEUE"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("reason 4004 (parameter value not valid), --name"), std::string::npos)
+      << r.out;
+  ASSERT_EQ(jxqm({"undefine", qm, "LIVE.Q"}).status, 0);
+  EXPECT_EQ(jxqm({"alter", qm, "LIVE.Q", "--max-depth", "9"}).status, 1) << "gone";
   ASSERT_EQ(jxqm({"delete", qm}).status, 0);
   EXPECT_FALSE(std::filesystem::exists(dir));
 }
@@ -57,8 +67,10 @@ TEST_F(ControlTool, RefusesBadArguments) {
   std::string qm = uniqueName("BA");
   ASSERT_EQ(jxqm({"create", qm}).status, 0);
   EXPECT_EQ(jxqm({"define", qm, "bad queue"}).status, 2);
-  EXPECT_EQ(jxqm({"define", qm, "Q", "--maxdepth", "-1"}).status, 2);
-  EXPECT_EQ(jxqm({"define", qm, "Q", "--maxmsgl", "x"}).status, 2);
+  EXPECT_EQ(jxqm({"define", qm, "Q", "--max-depth", "-1"}).status, 2);
+  EXPECT_EQ(jxqm({"define", qm, "Q", "--max-message-length", "x"}).status, 2);
+  EXPECT_EQ(jxqm({"define", qm, "Q", "--current-depth", "1"}).status, 2) << "not settable";
+  EXPECT_EQ(jxqm({"alter", qm, "Q"}).status, 2) << "nothing to change";
   EXPECT_EQ(jxqm({"adduser", qm, "bob"}, "").status, 2) << "no password given";
   EXPECT_EQ(jxqm({"authorize", qm, "bob", "root"}).status, 2);
   EXPECT_EQ(jxqm({"deluser", qm, "nobody-here"}).status, 1);

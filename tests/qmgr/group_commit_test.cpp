@@ -29,7 +29,7 @@ using GroupCommit = ServerTest;
 // the database already sees the message: a reply sent before its group's
 // commit would be seen returning while the row is not yet there.
 TEST_F(GroupCommit, APutReturnsOnlyOnceItsMessageIsCommitted) {
-  QueueManagerProcess qm({"PQ --maxdepth 100000"});
+  QueueManagerProcess qm({"PQ --max-depth 100000"});
   constexpr int kClients = 8, kPuts = 150;
   std::atomic<int> unseen{0}, failed{0};
   std::vector<std::thread> clients;
@@ -94,7 +94,7 @@ std::map<int, int> countByClient(const std::string &acked) {
 // others'. The rest go on being served, and after a crash of the queue
 // manager every acknowledged message of every client is there once.
 TEST_F(GroupCommit, ClientsDyingInAGroupCostTheOthersNothing) {
-  QueueManagerProcess qm({"PQ --maxdepth 1000000"});
+  QueueManagerProcess qm({"PQ --max-depth 1000000"});
   constexpr int kClients = 6, kKilled = 3;
   Reporters clients(kClients, [&](int c, int fd) { producer(qm.name(), c, fd); });
   clients.collect(300);

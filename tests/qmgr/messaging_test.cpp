@@ -13,7 +13,7 @@ namespace {
 
 class Messaging : public ConnectedTest {
  protected:
-  Messaging() : ConnectedTest({"Q1", "SMALL --maxdepth 3 --maxmsgl 100"}) {}
+  Messaging() : ConnectedTest({"Q1", "SMALL --max-depth 3 --max-message-length 100"}) {}
 };
 
 TEST_F(Messaging, PutInOneProcessGetInAnother) {

@@ -42,7 +42,7 @@ constexpr int kClients = 4;
 using Persistence = ServerTest;
 
 TEST_F(Persistence, AcknowledgedPersistentMessagesSurviveKillNine) {
-  QueueManagerProcess qm({"PQ --maxdepth 1000000", "NQ --maxdepth 1000000"});
+  QueueManagerProcess qm({"PQ --max-depth 1000000", "NQ --max-depth 1000000"});
   Reporters clients(kClients, [&](int c, int fd) { producer(qm.name(), c, fd); });
   // Let the load build up, then crash the queue manager in the middle of it.
   clients.collect(1000);

@@ -1,20 +1,16 @@
-// The wire codec: explicit little-endian fields, strict lengths, limits.
+// The wire codec: explicit little-endian fields, strict lengths, limits, and
+// one description per message for both directions.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstring>
+#include <string>
 
 #include "qm_protocol.hpp"
 
 using namespace jxqp;
 
 namespace {
-
-// A payload of 32-bit fields.
-Bytes ints(std::initializer_list<int32_t> values) {
-  Writer w;
-  for (int32_t v : values) w.i32(v);
-  return w.bytes();
-}
 
 TEST(Protocol, FieldsAreLittleEndianWhateverTheMachine) {
   Writer w;
@@ -56,7 +52,8 @@ TEST(Protocol, HeaderChecksMagicVersionFlagsAndLength) {
   Bytes f = frame(1, w);
   FrameHeader h;
   EXPECT_EQ(decodeHeader(f.data(), h), HeaderStatus::Ok);
-  const std::pair<size_t, uint8_t> breaks[] = {{0, 'X'}, {4, 2}, {7, 1}};
+  const std::pair<size_t, uint8_t> breaks[] = {
+      {0, 'X'}, {4, static_cast<uint8_t>(kProtocolVersion + 1)}, {7, 1}};
   for (const auto &[offset, value] : breaks) {
     Bytes bad = f;
     bad[offset] = value;
@@ -71,59 +68,111 @@ TEST(Protocol, HeaderChecksMagicVersionFlagsAndLength) {
   EXPECT_EQ(decodeHeader(bad.data(), h), HeaderStatus::Ok);
 }
 
-// Every request must be consumed exactly: one byte less or more is refused.
-TEST(Protocol, RequestsMustBeExactlyConsumed) {
-  JXOD od = JXOD_DEFAULT;
-  JXMD md = JXMD_DEFAULT;
-  Writer hello, open, put;
-  char name[48] = "QM";
-  encodeHello(hello, name, "user", "pw", 42);
-  open.i32(JXOO_OUTPUT);
-  encodeObject(open, od);
-  put.i32(3);
-  put.i32(0);
-  put.md(md);
-  put.str("data");
-  const std::pair<Op, Bytes> cases[] = {
-      {Op::Hello, hello.bytes()},
-      {Op::Open, open.bytes()},
-      {Op::Put, put.bytes()},
-      // Handle, two selectors, one integer and 48 characters wanted.
-      {Op::Inq, ints({3, 2, 17, 2016, 1, 48})},
-      // Handle, one selector, one integer value and an empty string.
-      {Op::Set, ints({3, 1, 10, 1, 1, 0})},
-      {Op::Commit, {}},
-  };
-  for (const auto &[op, p] : cases) {
-    Request r;
-    uint8_t o = static_cast<uint8_t>(op);
-    EXPECT_TRUE(decodeRequest(o, p.data(), p.size(), r)) << int(o);
-    Bytes longer = p;
-    longer.push_back(0);
-    EXPECT_FALSE(decodeRequest(o, longer.data(), longer.size(), r)) << int(o);
-    if (!p.empty()) {
-      EXPECT_FALSE(decodeRequest(o, p.data(), p.size() - 1, r)) << int(o);
-    }
+// Encodes a message and decodes it again as the other side does.
+template <class M>
+Bytes encoded(const M &m) {
+  Writer w;
+  encode(w, m);
+  return w.bytes();
+}
+
+// Every request and reply is consumed exactly: one byte less or more is
+// refused, and what decodes encodes to the same bytes.
+template <class M>
+void expectExact(const char *name, const M &m) {
+  SCOPED_TRACE(name);
+  Bytes p = encoded(m);
+  M back;
+  ASSERT_TRUE(decode(p.data(), p.size(), back));
+  EXPECT_EQ(encoded(back), p);
+  Bytes longer = p;
+  longer.push_back(0);
+  EXPECT_FALSE(decode(longer.data(), longer.size(), back));
+  if (!p.empty()) {
+    EXPECT_FALSE(decode(p.data(), p.size() - 1, back));
   }
-  Request r;
-  EXPECT_FALSE(decodeRequest(0, nullptr, 0, r));
-  EXPECT_FALSE(decodeRequest(13, nullptr, 0, r));
+}
+
+TEST(Protocol, RequestsAndRepliesMustBeExactlyConsumed) {
+  HelloRequest hello;
+  hello.user = "user";
+  hello.password = "pw";
+  hello.pid = 42;
+  hello.applName = "app";
+  OpenRequest open;
+  open.options = JXOO_OUTPUT;
+  PutRequest put;
+  put.hobj = 3;
+  put.data = "data";
+  InqRequest inq;
+  inq.hobj = 3;
+  inq.selectors = {17, 2016};
+  inq.intCount = 1;
+  inq.charLength = 48;
+  SetRequest set;
+  set.selectors = {10};
+  set.intValues = {1};
+  AdminRequest admin;
+  admin.command = 11;
+  admin.name = "Q";
+  admin.attributes = {{JXIA_MAX_Q_DEPTH, 7, {}}, {JXCA_Q_DESC, 0, "text"}};
+  InqReply inqReply;
+  inqReply.ints = {1, 2};
+  inqReply.chars = "abc";
+  GetReply getReply;
+  getReply.dataLength = 9;
+  getReply.data = "part";
+  expectExact("hello", hello);
+  expectExact("open", open);
+  expectExact("put", put);
+  expectExact("put1", Put1Request{});
+  expectExact("get", GetRequest{});
+  expectExact("inquire", inq);
+  expectExact("set", set);
+  expectExact("commit", EmptyRequest{});
+  expectExact("administration", admin);
+  expectExact("code reply", CodeReply{JXCC_FAILED, JXRC_HOBJ_ERROR});
+  expectExact("hello reply", HelloReply{});
+  expectExact("open reply", OpenReply{});
+  expectExact("put reply", PutReply{});
+  expectExact("get reply", getReply);
+  expectExact("inquire reply", inqReply);
+  expectExact("administration reply", AdminReply{JXCC_FAILED, JXRCCF_PARM_VALUE, 15});
+  EXPECT_FALSE(validRequestOp(0));
+  EXPECT_FALSE(validRequestOp(kLastOp + 1));
+}
+
+// Replies lay out their fields in order: a put's is the codes, the whole
+// descriptor and the resolved name.
+TEST(Protocol, ReplyFieldsInOrder) {
+  PutReply r;
+  r.cc = JXCC_WARNING;
+  r.rc = 0x0A0B;
+  r.md.Priority = 7;
+  r.resolvedQName[0] = 'Q';
+  Bytes p = encoded(r);
+  ASSERT_EQ(p.size(), 8u + JXMD_LENGTH_2 + JX_Q_NAME_LENGTH);
+  EXPECT_EQ(p[0], JXCC_WARNING);
+  EXPECT_EQ(p[4], 0x0B);
+  EXPECT_EQ(p[5], 0x0A);
+  EXPECT_EQ(p[8 + offsetof(JXMD, Priority)], 7);
+  EXPECT_EQ(p[8 + JXMD_LENGTH_2], 'Q');
 }
 
 TEST(Protocol, LimitsOnCountsAndStrings) {
-  Request r;
   Writer w;
   w.i32(1);
-  w.u32(kMaxSelectors + 1);
-  for (int i = 0; i <= kMaxSelectors; ++i) w.i32(1);
+  w.u32(JX_MAX_SELECTORS + 1);
+  for (int i = 0; i <= JX_MAX_SELECTORS; ++i) w.i32(1);
   w.i32(0);
   w.i32(0);
-  EXPECT_FALSE(decodeRequest(static_cast<uint8_t>(Op::Inq), w.bytes().data(), w.bytes().size(), r));
-  Writer h;
-  char name[48] = {};
-  encodeHello(h, name, std::string(kMaxCredential + 1, 'u'), "", 1);
-  EXPECT_FALSE(
-      decodeRequest(static_cast<uint8_t>(Op::Hello), h.bytes().data(), h.bytes().size(), r));
+  InqRequest inq;
+  EXPECT_FALSE(decode(w.bytes().data(), w.bytes().size(), inq));
+  HelloRequest hello;
+  std::string longUser(kMaxCredential + 1, 'u');
+  hello.user = longUser;
+  Bytes h = encoded(hello);
+  EXPECT_FALSE(decode(h.data(), h.size(), hello));
   // A blob whose length runs past the end of the payload.
   Writer p;
   p.i32(1);
@@ -131,7 +180,8 @@ TEST(Protocol, LimitsOnCountsAndStrings) {
   p.md(JXMD_DEFAULT);
   p.u32(1000);
   p.u8('x');
-  EXPECT_FALSE(decodeRequest(static_cast<uint8_t>(Op::Put), p.bytes().data(), p.bytes().size(), r));
+  PutRequest put;
+  EXPECT_FALSE(decode(p.bytes().data(), p.bytes().size(), put));
 }
 
 }  // namespace

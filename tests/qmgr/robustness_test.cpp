@@ -36,8 +36,9 @@ class Robustness : public ConnectedTest {
   }
   static jxqp::Bytes hello() {
     jxqp::Writer w;
-    char name[48] = {};
-    jxqp::encodeHello(w, name, "", "", 1);
+    jxqp::HelloRequest r;
+    r.pid = 1;
+    jxqp::encode(w, r);
     return jxqp::frame(static_cast<uint8_t>(jxqp::Op::Hello), w);
   }
   // A fresh connection that has said hello and read the reply.
@@ -65,9 +66,10 @@ jxqp::Bytes patched(jxqp::Bytes f, size_t offset, uint8_t value) {
 
 TEST_F(Robustness, BadFramesEndOnlyTheirConnection) {
   jxqp::Writer open;
-  JXOD od = JXOD_DEFAULT;
-  open.i32(JXOO_OUTPUT);
-  jxqp::encodeObject(open, od);
+  jxqp::OpenRequest openRequest;
+  openRequest.options = JXOO_OUTPUT;
+  openRequest.obj.objectType = JXOT_Q;
+  jxqp::encode(open, openRequest);
   // A close request is one handle of four bytes: three are one short.
   jxqp::Writer shortClose;
   shortClose.i32(1);

@@ -1,8 +1,12 @@
-// jxqm: create, start, stop, inspect and delete queue managers, define
-// queues while one is stopped, and manage its users.
+// jxqm: create, start, stop, inspect and delete queue managers, define,
+// alter and delete their queues, and manage their users. Definitions go
+// through the queue manager's administration calls: over a connection
+// while it runs, in this process (holding its lock) while it is stopped.
 #include <fcntl.h>
+#include <jx/jxai.h>
 #include <jx/jxqm.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,7 +24,10 @@
 #include <thread>
 #include <vector>
 
+#include "admin_call.hpp"
+#include "administration.hpp"
 #include "credentials.hpp"
+#include "jxiz.h"
 #include "qm_paths.hpp"
 #include "qmgr_files.hpp"
 #include "store.hpp"
@@ -42,10 +49,15 @@ const char *kUsage =
     "  stop NAME                         stop it cleanly\n"
     "  status NAME                       exit 0 running, 3 stopped\n"
     "  delete NAME                       delete a stopped queue manager\n"
-    "  define NAME QUEUE [--maxdepth N] [--maxmsgl N] [--persistent] [--desc TEXT]\n"
-    "         [--model | --permanent-dynamic]\n"
-    "                                    define a local queue, or a model for temporary\n"
-    "                                    or permanent dynamic queues (queue manager stopped)\n"
+    "  define NAME QUEUE [--ATTRIBUTE VALUE]... [--model | --permanent-dynamic]\n"
+    "         [--persistent] [--replace]\n"
+    "                                    define a local queue, or a model for temporary or\n"
+    "                                    permanent dynamic queues\n"
+    "  alter NAME QUEUE --ATTRIBUTE VALUE...\n"
+    "                                    change a queue's attributes\n"
+    "  undefine NAME QUEUE [--purge]     delete a queue (with its messages: --purge)\n"
+    "    attributes: --max-depth, --max-message-length, --description, --inhibit-put ...\n"
+    "    (every settable queue attribute, by its word)\n"
     "  adduser NAME USER [--admin]       add or update a user; password read from stdin\n"
     "  authorize NAME USER none|connect|admin\n"
     "                                    set what a user (local or TCP) may do\n"
@@ -164,49 +176,159 @@ int cmdStop(const std::string &name) {
   return fail("queue manager " + name + " did not stop within 30 seconds");
 }
 
-int cmdDefine(const std::string &name, const std::vector<std::string> &args) {
+// ---- definitions ----
+
+const char *kVerbs[] = {"define", "alter", "undefine"};
+
+// A definition command as the administration calls take it.
+struct Definition {
+  int32_t command = 0;
+  std::string queue;
+  int32_t type = 0;  // define: JXQT_LOCAL unless --model; alter: 0, whatever it is
+  bool replace = false, purge = false;
+  jxqm::AttrList attributes;
+};
+
+// Parses --WORD VALUE (any settable queue attribute, and definition-type
+// when defining) and the verbs' flags. 0, or the exit status of a refusal.
+int parseDefinition(const std::string &verb, const std::vector<std::string> &args, Definition &d) {
   if (args.empty()) return usage();
-  jxqm::QueueDef q;
-  q.name = args[0];
-  if (!jxqm::validQueueName(q.name)) return fail("invalid queue name '" + q.name + "'", kExitUsage);
+  d.queue = args[0];
+  if (!jxqm::validQueueName(d.queue))
+    return fail("invalid queue name '" + d.queue + "'", kExitUsage);
+  const bool defining = verb == "define";
+  d.command = defining          ? JXCMD_CREATE_QUEUE
+              : verb == "alter" ? JXCMD_CHANGE_QUEUE
+                                : JXCMD_DELETE_QUEUE;
+  if (defining) d.type = JXQT_LOCAL;
+  auto set = [&](int32_t selector, int32_t value) {
+    d.attributes.push_back({selector, value, {}});
+  };
   for (size_t i = 1; i < args.size(); ++i) {
     const std::string &a = args[i];
-    bool more = i + 1 < args.size();
-    if (a == "--maxdepth" && more) {
-      if (!parseInt(args[++i].c_str(), 0, 999999999, q.maxDepth))
-        return fail("--maxdepth must be 0 to 999999999", kExitUsage);
-    } else if (a == "--maxmsgl" && more) {
-      if (!parseInt(args[++i].c_str(), 0, 4 * 1024 * 1024, q.maxMsgLength))
-        return fail("--maxmsgl must be 0 to 4194304", kExitUsage);
+    if (d.command == JXCMD_DELETE_QUEUE) {
+      if (a != "--purge") return usage();
+      d.purge = true;
+    } else if (defining && a == "--replace") {
+      d.replace = true;
+    } else if (defining && (a == "--model" || a == "--permanent-dynamic")) {
+      d.type = JXQT_MODEL;
+      set(JXIA_DEFINITION_TYPE, a == "--model" ? JXQDT_TEMPORARY_DYNAMIC : JXQDT_PERMANENT_DYNAMIC);
     } else if (a == "--persistent") {
-      q.defPersistence = 1;
-    } else if (a == "--model") {
-      q.qtype = JXQT_MODEL;
-      q.defType = JXQDT_TEMPORARY_DYNAMIC;
-    } else if (a == "--permanent-dynamic") {
-      q.qtype = JXQT_MODEL;
-      q.defType = JXQDT_PERMANENT_DYNAMIC;
-    } else if (a == "--desc" && more) {
-      q.description = args[++i];
-      if (q.description.size() > 64) return fail("--desc is at most 64 characters", kExitUsage);
+      set(JXIA_DEF_PERSISTENCE, JXPER_PERSISTENT);
     } else {
-      return usage();
+      const jxqm::Attribute *row =
+          a.starts_with("--") ? jxqm::findAttribute(jxqm::Object::Queue, a.substr(2)) : nullptr;
+      const bool allowed = row && (row->access == jxqm::Access::Settable ||
+                                   (defining && row->selector == JXIA_DEFINITION_TYPE));
+      if (!allowed || i + 1 >= args.size()) return usage();
+      const std::string &value = args[++i];
+      jxqm::AttrValue v{row->selector, 0, {}};
+      if (row->integer()) {
+        if (!parseInt(value.c_str(), row->min, row->max, v.number))
+          return fail(
+              a + " must be " + std::to_string(row->min) + " to " + std::to_string(row->max),
+              kExitUsage);
+      } else {
+        if (value.size() > static_cast<size_t>(row->length))
+          return fail(a + " is at most " + std::to_string(row->length) + " characters", kExitUsage);
+        v.text = value;
+      }
+      d.attributes.push_back(std::move(v));
     }
   }
-  std::string dir = jxqp::qmgrDir(name);
-  long pid;
-  if (jxqm::queueManagerRunning(dir, pid))
-    return fail("queue manager " + name + " is running: stop it to define queues");
-  jxqm::Store st;
-  std::string err;
-  if (!st.open(dir + "/" + jxqp::kDbFile, false, err)) return fail("cannot open database: " + err);
-  std::vector<jxqm::QueueDef> defs;
-  if (!st.loadQueues(defs)) return fail("cannot read definitions: " + st.lastError());
-  for (const auto &d : defs)
-    if (d.name == q.name) return fail("queue " + q.name + " already exists");
-  if (!st.saveQueue(q)) return fail("cannot define queue: " + st.lastError());
-  std::cout << "queue " << q.name << " defined" << std::endl;
+  if (d.command == JXCMD_CHANGE_QUEUE && d.attributes.empty()) return usage();
   return kExitOk;
+}
+
+jxqm::AdminResult runDefinition(jxqm::Administration &admin, const Definition &d) {
+  switch (d.command) {
+    case JXCMD_CREATE_QUEUE:
+      return admin.createQueue(d.queue, d.type, d.attributes, d.replace);
+    case JXCMD_CHANGE_QUEUE:
+      return admin.changeQueue(d.queue, d.type, d.attributes);
+    default:
+      return admin.deleteQueue(d.queue, d.purge);
+  }
+}
+
+// The queue manager is stopped: its own administration calls, in this
+// process, with its lock held so that it cannot start meanwhile.
+// Returns false when it is running after all.
+bool defineOffline(const std::string &name, const Definition &d, jxqm::AdminResult &result,
+                   std::string &err) {
+  const std::string dir = jxqp::qmgrDir(name);
+  int lock = open((dir + "/" + jxqp::kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (lock < 0) {
+    err = std::string("cannot open the lock file: ") + std::strerror(errno);
+    result = {JXCC_FAILED, JXRC_RESOURCE_PROBLEM, 0};
+    return true;
+  }
+  if (flock(lock, LOCK_EX | LOCK_NB) != 0) {
+    close(lock);
+    return false;
+  }
+  jxqm::Store store;
+  if (!store.open(dir + "/" + jxqp::kDbFile, false, err)) {
+    result = {JXCC_FAILED, JXRC_RESOURCE_PROBLEM, 0};
+  } else {
+    jxqm::QueueManager qm(name, store);
+    if (!qm.load()) {
+      err = "cannot load the queue manager: " + store.lastError();
+      result = {JXCC_FAILED, JXRC_RESOURCE_PROBLEM, 0};
+    } else {
+      jxqm::Administration admin(qm);
+      result = runDefinition(admin, d);
+      qm.endTurn();
+    }
+  }
+  close(lock);
+  return true;
+}
+
+// The queue manager runs: the same calls over a connection, which it
+// answers for administrators only.
+jxqm::AdminResult defineOnline(const std::string &name, const Definition &d) {
+  char qmgr[JX_Q_MGR_NAME_LENGTH] = {};
+  std::memcpy(qmgr, name.data(), name.size());
+  int32_t hconn = 0, cc = 0, rc = 0;
+  zstJXCONN(qmgr, &hconn, &cc, &rc, 0);
+  if (cc != JXCC_OK) return {cc, rc, 0};
+  jxqp::AdminRequest request;
+  request.command = d.command;
+  request.name = d.queue;
+  request.queueType = d.type;
+  request.flags = (d.replace ? jxqp::kAdminReplace : 0) | (d.purge ? jxqp::kAdminPurge : 0);
+  for (const jxqm::AttrValue &v : d.attributes)
+    request.attributes.push_back({v.selector, v.number, v.text});
+  jxqp::AdminReply reply;
+  zstAdminCommand(hconn, request, reply);
+  zstJXDISC(&hconn, 0, &cc, &rc);
+  return {reply.cc, reply.rc, reply.parameter};
+}
+
+int cmdDefinition(const std::string &verb, const std::string &name,
+                  const std::vector<std::string> &args) {
+  Definition d;
+  if (int rc = parseDefinition(verb, args, d)) return rc;
+  jxqm::AdminResult result;
+  std::string err;
+  long pid;
+  if (jxqm::queueManagerRunning(jxqp::qmgrDir(name), pid) || !defineOffline(name, d, result, err))
+    result = defineOnline(name, d);
+  const char *done = d.command == JXCMD_CREATE_QUEUE   ? "defined"
+                     : d.command == JXCMD_CHANGE_QUEUE ? "altered"
+                                                       : "deleted";
+  if (result.ok()) {
+    std::cout << "queue " << d.queue << " " << done << std::endl;
+    return kExitOk;
+  }
+  std::string why = "reason " + std::to_string(result.rc) + " (" +
+                    (jxReasonWords(result.rc) ? jxReasonWords(result.rc) : "unknown reason") + ")";
+  if (const jxqm::Attribute *a = jxqm::findAttribute(jxqm::Object::Queue, result.parameter))
+    why += std::string(", --") + a->word;
+  if (!err.empty()) why += ": " + err;
+  return fail("queue " + d.queue + " not " + done + ": " + why);
 }
 
 int openStore(const std::string &name, jxqm::Store &st) {
@@ -305,7 +427,8 @@ int main(int argc, char **argv) {
     std::cout << "queue manager " << name << " deleted" << std::endl;
     return kExitOk;
   }
-  if (cmd == "define") return cmdDefine(name, args);
+  if (std::find(std::begin(kVerbs), std::end(kVerbs), cmd) != std::end(kVerbs))
+    return cmdDefinition(cmd, name, args);
   if (cmd == "adduser") return cmdAddUser(name, args);
   if (cmd == "authorize") return cmdAuthorize(name, args);
   if (cmd == "deluser") {

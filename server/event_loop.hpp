@@ -1,0 +1,71 @@
+// The one thread that serves every connection: epoll, accepting, reading
+// and writing, and the turns in which the queue manager's work is done and
+// committed before the replies go out.
+#pragma once
+
+#include <sys/epoll.h>
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "client_link.hpp"
+#include "queue_manager.hpp"
+
+namespace jxqm {
+
+class EventLoop final : public LinkOwner {
+ public:
+  struct Options {
+    int localFd = -1, tcpFd = -1, signalFd = -1;  // listeners and the stop signal
+    size_t maxConnections = 32;
+    int64_t helloTimeoutMs = 10000;
+    int pollUs = 200;  // polling after a turn with work; 0: none
+  };
+  EventLoop(QueueManager &qm, Options options);
+  ~EventLoop();
+  EventLoop(const EventLoop &) = delete;
+  EventLoop &operator=(const EventLoop &) = delete;
+
+  // False when epoll could not be set up.
+  bool ready() const { return ep_ >= 0; }
+  // Serves until the stop signal; false when epoll fails.
+  bool run();
+  // Drops every connection (their units of work are backed out).
+  void dropAll();
+
+  // LinkOwner
+  void touched(ClientLink &link) override;
+  void runnable(ClientLink &link) override;
+
+ private:
+  int waitForEvents(epoll_event *events, int timeout, bool busy);
+  void handleEvents(const epoll_event *events, int n);
+  void accept(int listener, bool tcp);
+  bool readFrom(ClientLink &link);
+  bool writeTo(ClientLink &link);
+  void drop(uint32_t id);
+  ClientLink *link(uint32_t id);
+  int finishTurn();
+  void runInput();
+  bool anyRunnable();
+  void gather();
+  int64_t expireHellos(int64_t now);
+
+  QueueManager &qm_;
+  Options opt_;
+  int ep_ = -1;
+  bool stopping_ = false;
+  uint32_t nextLinkId_ = 1;
+  std::unordered_map<uint32_t, std::unique_ptr<ClientLink>> links_;
+  // A turn looks only at the links that had events or were given replies,
+  // never at every link: most of them are idle.
+  std::vector<uint32_t> touched_, runnable_;
+  std::vector<uint32_t> lastGroup_;                          // links answered by the last commit
+  std::deque<std::pair<int64_t, uint32_t>> helloDeadlines_;  // in accept order
+};
+
+}  // namespace jxqm
