@@ -26,8 +26,6 @@ AdminResult refused(Refusal r, int32_t selector) {
     case Refusal::Unknown:
     case Refusal::NotSettable:
       return failed(JXRCCF_PARM_NOT_ALLOWED, selector);
-    case Refusal::WrongType:
-      return failed(JXRCCF_PARM_TYPE, selector);
     case Refusal::OutOfRange:
       return failed(JXRCCF_PARM_VALUE, selector);
   }
@@ -72,7 +70,8 @@ template <Object O>
 AdminResult Administration::apply(Settings<O> &settings, const AttrList &attributes,
                                   bool creating) {
   int32_t selector = 0;
-  return refused(applyValues(settings, attributes, creating, selector), selector);
+  Refusal r = applyValues(settings, attributes, creating, selector);
+  return refused(r, selector);
 }
 
 AdminResult Administration::checkDefinition(const QueueDef &def, int32_t type) {

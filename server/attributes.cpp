@@ -26,8 +26,6 @@ Refusal checkValue(const Attribute *a, const AttrValue &v, bool creating) {
   if (!a) return Refusal::Unknown;
   if (a->access == Access::Status || (a->access == Access::Fixed && !creating))
     return Refusal::NotSettable;
-  bool integerSelector = v.selector >= JXIA_FIRST && v.selector <= JXIA_LAST;
-  if (integerSelector != a->integer()) return Refusal::WrongType;
   if (a->integer() ? v.number < a->min || v.number > a->max
                    : v.text.size() > static_cast<size_t>(a->length))
     return Refusal::OutOfRange;

@@ -136,7 +136,7 @@ struct AttrValue {
 using AttrList = std::vector<AttrValue>;
 
 // Why a value may not be given to an attribute.
-enum class Refusal : uint8_t { None, Unknown, NotSettable, WrongType, OutOfRange };
+enum class Refusal : uint8_t { None, Unknown, NotSettable, OutOfRange };
 // Whether `v` may be given to the attribute by a change (`creating`: also
 // to a fixed attribute, when the object is made).
 Refusal checkValue(const Attribute *a, const AttrValue &v, bool creating);

@@ -135,7 +135,7 @@ void SocketFloor(benchmark::State &state) {
 struct Client {
   int32_t hconn = 0, hobj = 0;
   bool open(const std::string &queue, int32_t options) {
-    char name[48] = {};
+    char name[JX_Q_MGR_NAME_LENGTH] = {};
     std::memcpy(name, g_qmgr.data(), g_qmgr.size());
     int32_t cc, rc;
     zstJXCONN(name, &hconn, &cc, &rc, 0);

@@ -40,7 +40,7 @@ struct Connection {
   std::mutex mu;
   int fd = -1;
   bool broken = false;
-  char qmgr[48] = {};  // the name the queue manager answered with
+  char qmgr[JX_Q_MGR_NAME_LENGTH] = {};  // the name the queue manager answered with
   // Replies are read through this buffer: a header and a small payload
   // usually arrive in one receive.
   uint8_t rbuf[16384];

@@ -21,7 +21,7 @@ class DynamicQueues : public ConnectedTest {
     int32_t h = 0, cc, rc;
     zstJXOPEN(hconn, &od, options, &h, &cc, &rc);
     EXPECT_EQ(rc, reason);
-    name.assign(od.ObjectName, strnlen(od.ObjectName, 48));
+    name.assign(od.ObjectName, strnlen(od.ObjectName, JX_Q_NAME_LENGTH));
     return h;
   }
 };
@@ -134,7 +134,7 @@ TEST_F(PermanentDynamicQueues, OutliveTheirConnectionAndTheQueueManager) {
   int32_t q, cc, rc;
   zstJXOPEN(h, &od, JXOO_OUTPUT | JXOO_INQUIRE, &q, &cc, &rc);
   ASSERT_EQ(rc, JXRC_NONE);
-  std::string name(od.ObjectName, strnlen(od.ObjectName, 48));
+  std::string name(od.ObjectName, strnlen(od.ObjectName, JX_Q_NAME_LENGTH));
   ASSERT_EQ(put(h, q, "kept", nullptr, JXPMO_NO_SYNCPOINT, JXPER_AS_Q_DEF), JXRC_NONE);
   int32_t sel = JXIA_DEFINITION_TYPE, type = 0;
   zstJXINQ(h, q, 1, &sel, 1, &type, 0, nullptr, &cc, &rc);

@@ -69,7 +69,7 @@ TEST_F(GroupCommit, APutReturnsOnlyOnceItsMessageIsCommitted) {
 // Puts persistent messages "<client> <n>" until the queue manager goes
 // away, writing the text of each acknowledged one to `fd`.
 [[noreturn]] void producer(const std::string &qmgr, int client, int fd) {
-  char name[48] = {};
+  char name[JX_Q_MGR_NAME_LENGTH] = {};
   setName(name, qmgr);
   int32_t h, cc, rc;
   zstJXCONN(name, &h, &cc, &rc, 0);

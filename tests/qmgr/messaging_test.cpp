@@ -38,10 +38,10 @@ TEST_F(Messaging, PutInOneProcessGetInAnother) {
     EXPECT_EQ(g.data, "message " + std::to_string(i));  // arrival order
     EXPECT_EQ(g.dataLength, static_cast<int32_t>(g.data.size()));
     EXPECT_EQ(std::memcmp(g.md.PutDate, "20", 2), 0);
-    ids.insert(std::string(reinterpret_cast<char *>(g.md.MsgId), 24));
+    ids.insert(std::string(reinterpret_cast<char *>(g.md.MsgId), JX_MSG_ID_LENGTH));
   }
   EXPECT_EQ(ids.size(), 50u) << "message identifiers must be unique";
-  EXPECT_EQ(ids.count(std::string(24, '\0')), 0u);
+  EXPECT_EQ(ids.count(std::string(JX_MSG_ID_LENGTH, '\0')), 0u);
   EXPECT_EQ(get(hconn_, hobj).rc, JXRC_NO_MSG_AVAILABLE);
 }
 
@@ -86,29 +86,29 @@ TEST_F(Messaging, GetByCorrelationIdentifierAmongMany) {
   std::vector<JXMD> sent(300);
   for (int i = 0; i < 300; ++i) {
     sent[i] = JXMD_DEFAULT;
-    std::snprintf(reinterpret_cast<char *>(sent[i].CorrelId), 24, "corr-%d", i);
+    std::snprintf(reinterpret_cast<char *>(sent[i].CorrelId), JX_CORREL_ID_LENGTH, "corr-%d", i);
     ASSERT_EQ(put(hconn_, out, "body " + std::to_string(i), &sent[i]), JXRC_NONE);
   }
   JXMD sel = JXMD_DEFAULT;
-  std::memcpy(sel.CorrelId, sent[217].CorrelId, 24);
+  std::memcpy(sel.CorrelId, sent[217].CorrelId, JX_CORREL_ID_LENGTH);
   Got g = get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel);
   ASSERT_EQ(g.rc, JXRC_NONE);
   EXPECT_EQ(g.data, "body 217");
-  EXPECT_EQ(std::memcmp(g.md.MsgId, sent[217].MsgId, 24), 0);
+  EXPECT_EQ(std::memcmp(g.md.MsgId, sent[217].MsgId, JX_MSG_ID_LENGTH), 0);
   // Gone once taken.
   sel = JXMD_DEFAULT;
-  std::memcpy(sel.CorrelId, sent[217].CorrelId, 24);
+  std::memcpy(sel.CorrelId, sent[217].CorrelId, JX_CORREL_ID_LENGTH);
   EXPECT_EQ(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel).rc, JXRC_NO_MSG_AVAILABLE);
   // By message identifier; correlation ignored when not asked to match it.
   sel = JXMD_DEFAULT;
-  std::memcpy(sel.MsgId, sent[5].MsgId, 24);
-  std::memcpy(sel.CorrelId, sent[9].CorrelId, 24);
+  std::memcpy(sel.MsgId, sent[5].MsgId, JX_MSG_ID_LENGTH);
+  std::memcpy(sel.CorrelId, sent[9].CorrelId, JX_CORREL_ID_LENGTH);
   g = get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel, JXMO_MATCH_MSG_ID);
   EXPECT_EQ(g.data, "body 5");
   // Both must match when both are asked for.
   sel = JXMD_DEFAULT;
-  std::memcpy(sel.MsgId, sent[6].MsgId, 24);
-  std::memcpy(sel.CorrelId, sent[9].CorrelId, 24);
+  std::memcpy(sel.MsgId, sent[6].MsgId, JX_MSG_ID_LENGTH);
+  std::memcpy(sel.CorrelId, sent[9].CorrelId, JX_CORREL_ID_LENGTH);
   EXPECT_EQ(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel).rc, JXRC_NO_MSG_AVAILABLE);
   // All-zero identifiers match anything: the oldest message comes first.
   EXPECT_EQ(get(hconn_, in).data, "body 0");
@@ -208,8 +208,8 @@ TEST_F(Messaging, InquireOpenCountsDepthAndNames) {
   EXPECT_EQ(ints[1], 1);
   EXPECT_EQ(ints[2], 1);
   EXPECT_EQ(ints[3], JXQT_LOCAL);
-  EXPECT_EQ(std::string(chars, 48), "Q1" + std::string(46, ' '));
-  EXPECT_EQ(std::string(chars + 48, qm_->name().size()), qm_->name());
+  EXPECT_EQ(std::string(chars, JX_Q_NAME_LENGTH), "Q1" + std::string(46, ' '));
+  EXPECT_EQ(std::string(chars + JX_Q_NAME_LENGTH, qm_->name().size()), qm_->name());
   zstJXCLOSE(hconn_, &in1, JXCO_NONE, &cc, &rc);
   EXPECT_EQ(in1, JXHO_UNUSABLE_HOBJ);
   zstJXINQ(hconn_, inq, 1, sel, 1, ints, 0, nullptr, &cc, &rc);

@@ -2,6 +2,7 @@
 // by their credentials, TCP clients by user and password.
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -42,7 +43,7 @@ int32_t connectTcp(const std::string &where, const std::string &user, const std:
   std::strncpy(cno.ConnectionName, where.c_str(), sizeof cno.ConnectionName - 1);
   std::strncpy(cno.UserId, user.c_str(), sizeof cno.UserId - 1);
   std::strncpy(cno.Password, pw.c_str(), sizeof cno.Password - 1);
-  char name[48] = {};
+  char name[JX_Q_MGR_NAME_LENGTH] = {};
   int32_t h = kUntouched, cc;
   zstJXCONNX(name, &cno, &h, &cc, &rc, 0);
   return h;
@@ -87,7 +88,7 @@ TEST_F(Tcp, UserAndPasswordAreRequiredAndChecked) {
   setenv("JX_SERVER", where.c_str(), 1);
   setenv("JX_USER", "root_admin", 1);
   setenv("JX_PASSWORD", "adm1n-pw", 1);
-  char name[48] = {};
+  char name[JX_Q_MGR_NAME_LENGTH] = {};
   int32_t cc;
   zstJXCONN(name, &h, &cc, &rc, 1);
   unsetenv("JX_SERVER");
@@ -104,6 +105,36 @@ TEST_F(Tcp, UserAndPasswordAreRequiredAndChecked) {
   }
 }
 
+// The descriptor's user identifier is the queue manager's to give: the
+// authenticated user of the connection, whatever a put wrote there.
+TEST_F(Tcp, MessagesCarryTheAuthenticatedUser) {
+  std::string where = "127.0.0.1:" + std::to_string(freePort());
+  QueueManagerProcess qm({"Q1"}, {"--listen", where});
+  ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
+  int32_t rc = -1;
+  int32_t remote = connectTcp(where, "alice", "s3cret-pw", rc);
+  ASSERT_EQ(rc, JXRC_NONE);
+  int32_t local = connect(qm.name());
+  const std::string owner = getpwuid(geteuid())->pw_name;
+  struct Client {
+    int32_t hconn;
+    std::string user;
+  };
+  for (Client c : {Client{remote, "alice"}, Client{local, owner}}) {
+    int32_t q = openQueue(c.hconn, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+    JXMD md = JXMD_DEFAULT;
+    std::memcpy(md.UserIdentifier, "mallory", 7);
+    ASSERT_EQ(put(c.hconn, q, "who", &md), JXRC_NONE);
+    const std::string expected = c.user.substr(0, JX_USER_IDENTIFIER_LENGTH);
+    Got g = get(c.hconn, q);
+    for (const JXMD *seen : {&md, &g.md})
+      EXPECT_EQ(std::string(seen->UserIdentifier,
+                            strnlen(seen->UserIdentifier, JX_USER_IDENTIFIER_LENGTH)),
+                expected);
+    disconnect(c.hconn);
+  }
+}
+
 TEST_F(Tcp, NoListenerWithoutAListenAddress) {
   QueueManagerProcess qm;
   int32_t rc = -1;
@@ -111,7 +142,7 @@ TEST_F(Tcp, NoListenerWithoutAListenAddress) {
   EXPECT_EQ(rc, JXRC_HOST_NOT_AVAILABLE);
   JXCNO bad = JXCNO_DEFAULT;
   bad.StrucId[0] = 'X';
-  char name[48] = {};
+  char name[JX_Q_MGR_NAME_LENGTH] = {};
   int32_t h, cc;
   zstJXCONNX(name, &bad, &h, &cc, &rc, 0);
   EXPECT_EQ(rc, JXRC_CNO_ERROR);

@@ -117,12 +117,12 @@ void QueueManagerProcess::kill9() {
 }
 
 void setName(char *field, const std::string &s) {
-  std::memset(field, 0, 48);
+  std::memset(field, 0, JX_Q_NAME_LENGTH);
   std::memcpy(field, s.data(), s.size());
 }
 
 int32_t tryConnect(const std::string &qmgr, int32_t &hconn) {
-  char name[48] = {};
+  char name[JX_Q_MGR_NAME_LENGTH] = {};
   setName(name, qmgr);
   int32_t cc = -1, rc = -1;
   zstJXCONN(name, &hconn, &cc, &rc, 0);
