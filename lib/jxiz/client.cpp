@@ -363,66 +363,30 @@ void finishPut(Connection &c, Op op, const Request &request, void *msgDesc, JXPM
   set(cc, rc, reply.cc, reply.rc);
 }
 
-// The checks JXINQ and JXSET share, in their order.
-int32_t checkAttributeArgs(int32_t selectorCount, const int32_t *selectors, int32_t intAttrCount,
-                           const int32_t *intAttrs, int32_t charAttrLength, const char *charAttrs) {
-  if (selectorCount < 0 || selectorCount > JX_MAX_SELECTORS) return JXRC_SELECTOR_COUNT_ERROR;
-  if (selectorCount > 0 && !selectors) return JXRC_SELECTOR_ERROR;
-  if (intAttrCount < 0) return JXRC_INT_ATTR_COUNT_ERROR;
-  if (intAttrCount > 0 && !intAttrs) return JXRC_INT_ATTRS_ARRAY_ERROR;
-  if (charAttrLength < 0 || (charAttrLength > 0 && !charAttrs) ||
-      charAttrLength > jxqp::kMaxCharAttrLength)
-    return JXRC_CHAR_ATTR_LENGTH_ERROR;
-  return JXRC_NONE;
-}
-
-void inquire(int32_t hconn, int32_t hobj, int32_t selectorCount, int32_t *selectors,
-             int32_t intAttrCount, int32_t *intAttrs, int32_t charAttrLength, char *charAttrs,
-             int32_t *cc, int32_t *rc) {
+// The checks JXINQ and JXSET share, in their order; the connection they
+// go on, or null with the failure set.
+std::shared_ptr<Connection> attributeCall(int32_t hconn, int32_t selectorCount,
+                                          const int32_t *selectors, int32_t intAttrCount,
+                                          const int32_t *intAttrs, int32_t charAttrLength,
+                                          const char *charAttrs, int32_t *cc, int32_t *rc) {
   auto c = lookup(hconn);
-  if (!c) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
-  if (int32_t e = checkAttributeArgs(selectorCount, selectors, intAttrCount, intAttrs,
-                                     charAttrLength, charAttrs))
-    return (void)fail(cc, rc, e);
-  std::lock_guard<std::mutex> lock(c->mu);
-  jxqp::InqRequest request;
-  request.hobj = hobj;
-  request.selectors.assign(selectors, selectors + selectorCount);
-  request.intCount = intAttrCount;
-  request.charLength = charAttrLength;
-  jxqp::InqReply reply;
-  std::vector<uint8_t> payload;
-  if (int32_t e = call(*c, Op::Inq, request, reply, payload)) return (void)fail(cc, rc, e);
-  if (reply.ints.size() > static_cast<size_t>(intAttrCount) ||
-      reply.chars.size() > static_cast<size_t>(charAttrLength))
-    return (void)fail(cc, rc, protocolError(*c));
-  if (reply.cc == JXCC_OK) {
-    if (!reply.ints.empty())
-      std::memcpy(intAttrs, reply.ints.data(), reply.ints.size() * sizeof(int32_t));
-    if (!reply.chars.empty()) std::memcpy(charAttrs, reply.chars.data(), reply.chars.size());
-  }
-  set(cc, rc, reply.cc, reply.rc);
-}
-
-void setAttributes(int32_t hconn, int32_t hobj, int32_t selectorCount, int32_t *selectors,
-                   int32_t intAttrCount, int32_t *intAttrs, int32_t charAttrLength, char *charAttrs,
-                   int32_t *cc, int32_t *rc) {
-  auto c = lookup(hconn);
-  if (!c) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
-  if (int32_t e = checkAttributeArgs(selectorCount, selectors, intAttrCount, intAttrs,
-                                     charAttrLength, charAttrs))
-    return (void)fail(cc, rc, e);
-  std::lock_guard<std::mutex> lock(c->mu);
-  jxqp::SetRequest request;
-  request.hobj = hobj;
-  request.selectors.assign(selectors, selectors + selectorCount);
-  // Values beyond what any set can use are not sent.
-  request.intValues.assign(intAttrs, intAttrs + std::min(intAttrCount, JX_MAX_SELECTORS));
-  request.charValues = std::string_view(charAttrs, static_cast<size_t>(charAttrLength));
-  jxqp::CodeReply reply;
-  std::vector<uint8_t> payload;
-  if (int32_t e = call(*c, Op::Set, request, reply, payload)) return (void)fail(cc, rc, e);
-  set(cc, rc, reply.cc, reply.rc);
+  int32_t reason = JXRC_NONE;
+  if (!c)
+    reason = JXRC_HCONN_ERROR;
+  else if (selectorCount < 0 || selectorCount > JX_MAX_SELECTORS)
+    reason = JXRC_SELECTOR_COUNT_ERROR;
+  else if (selectorCount > 0 && !selectors)
+    reason = JXRC_SELECTOR_ERROR;
+  else if (intAttrCount < 0)
+    reason = JXRC_INT_ATTR_COUNT_ERROR;
+  else if (intAttrCount > 0 && !intAttrs)
+    reason = JXRC_INT_ATTRS_ARRAY_ERROR;
+  else if (charAttrLength < 0 || (charAttrLength > 0 && !charAttrs) ||
+           charAttrLength > jxqp::kMaxCharAttrLength)
+    reason = JXRC_CHAR_ATTR_LENGTH_ERROR;
+  if (!reason) return c;
+  fail(cc, rc, reason);
+  return nullptr;
 }
 
 // Calls that carry at most their options.
@@ -622,16 +586,49 @@ JXQM_EXPORT void zstJXINQ(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, in
                           int32_t IntAttrCount, int32_t *IntAttrs, int32_t CharAttrLength,
                           char *CharAttrs, int32_t *CompCode, int32_t *Reason) {
   if (!CompCode || !Reason) return;
-  inquire(Hconn, Hobj, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength, CharAttrs,
-          CompCode, Reason);
+  auto c = attributeCall(Hconn, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
+                         CharAttrs, CompCode, Reason);
+  if (!c) return;
+  std::lock_guard<std::mutex> lock(c->mu);
+  jxqp::InqRequest request;
+  request.hobj = Hobj;
+  request.selectors.assign(Selectors, Selectors + SelectorCount);
+  request.intCount = IntAttrCount;
+  request.charLength = CharAttrLength;
+  jxqp::InqReply reply;
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(*c, Op::Inq, request, reply, payload))
+    return (void)fail(CompCode, Reason, e);
+  if (reply.ints.size() > static_cast<size_t>(IntAttrCount) ||
+      reply.chars.size() > static_cast<size_t>(CharAttrLength))
+    return (void)fail(CompCode, Reason, protocolError(*c));
+  if (reply.cc == JXCC_OK) {
+    if (!reply.ints.empty())
+      std::memcpy(IntAttrs, reply.ints.data(), reply.ints.size() * sizeof(int32_t));
+    if (!reply.chars.empty()) std::memcpy(CharAttrs, reply.chars.data(), reply.chars.size());
+  }
+  set(CompCode, Reason, reply.cc, reply.rc);
 }
 
 JXQM_EXPORT void zstJXSET(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, int32_t *Selectors,
                           int32_t IntAttrCount, int32_t *IntAttrs, int32_t CharAttrLength,
                           char *CharAttrs, int32_t *CompCode, int32_t *Reason) {
   if (!CompCode || !Reason) return;
-  setAttributes(Hconn, Hobj, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
-                CharAttrs, CompCode, Reason);
+  auto c = attributeCall(Hconn, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
+                         CharAttrs, CompCode, Reason);
+  if (!c) return;
+  std::lock_guard<std::mutex> lock(c->mu);
+  jxqp::SetRequest request;
+  request.hobj = Hobj;
+  request.selectors.assign(Selectors, Selectors + SelectorCount);
+  // Values beyond what any set can use are not sent.
+  request.intValues.assign(IntAttrs, IntAttrs + std::min(IntAttrCount, JX_MAX_SELECTORS));
+  request.charValues = std::string_view(CharAttrs, static_cast<size_t>(CharAttrLength));
+  jxqp::CodeReply reply;
+  std::vector<uint8_t> payload;
+  if (int32_t e = call(*c, Op::Set, request, reply, payload))
+    return (void)fail(CompCode, Reason, e);
+  set(CompCode, Reason, reply.cc, reply.rc);
 }
 
 JXQM_EXPORT void zstJXCMIT(int32_t Hconn, int32_t *CompCode, int32_t *Reason) {
