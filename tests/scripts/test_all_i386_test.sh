@@ -14,7 +14,7 @@ fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 
 tree=$work/tree
 mkdir -p "$tree/tests" "$tree/tools" "$tree/deps"
-cp -r "$src"/{CMakeLists.txt,cmake,include,lib,scripts} "$tree"/
+cp -r "$src"/{CMakeLists.txt,cmake,include,lib,scripts,tables} "$tree"/
 cp -r "$src"/tests/{CMakeLists.txt,support,jxmcs} "$tree"/tests/
 cp -r "$src"/tools/{CMakeLists.txt,jxtrace} "$tree"/tools/
 [ -d "$src/deps/gtest-i386" ] && ln -s "$src/deps/gtest-i386" "$tree/deps/gtest-i386"
