@@ -11,27 +11,9 @@
 #include <utility>
 #include <vector>
 
-namespace {
+#include "outcome.hpp"
 
-struct Outcome {
-  int32_t cc = -1;
-  int32_t rc = -1;
-  bool operator==(const Outcome &o) const { return cc == o.cc && rc == o.rc; }
-};
-std::ostream &operator<<(std::ostream &os, const Outcome &o) {
-  return os << "{cc " << o.cc << ", rc " << o.rc << "}";
-}
-const Outcome kOk{JXCC_OK, JXRC_NONE};
-Outcome failed(int32_t rc) {
-  return {JXCC_FAILED, rc};
-}
-// Runs a call that ends with a completion code and a reason.
-template <typename F, typename... A>
-Outcome call(F f, A... args) {
-  Outcome o;
-  f(args..., &o.cc, &o.rc);
-  return o;
-}
+namespace {
 
 constexpr int32_t kUntouched = 0x5A5A5A5A;
 // An address in read-only memory: refused for writing.

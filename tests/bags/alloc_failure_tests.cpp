@@ -4,15 +4,7 @@
 #include <functional>
 
 #include "bag_test_util.hpp"
-
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
-#define LEAKS_ACCEPTED_BEGIN() __lsan_disable()
-#define LEAKS_ACCEPTED_END() __lsan_enable()
-#else
-#define LEAKS_ACCEPTED_BEGIN()
-#define LEAKS_ACCEPTED_END()
-#endif
+#include "leaks.hpp"
 
 namespace {
 

@@ -9,28 +9,9 @@
 #include <vector>
 
 #include "bag.hpp"
+#include "outcome.hpp"
 #include "trace_file.hpp"
 #include "zuzt_funcs_ids.hpp"
-
-struct Outcome {
-  int32_t cc = -1;
-  int32_t rc = -1;
-  bool operator==(const Outcome &o) const { return cc == o.cc && rc == o.rc; }
-};
-inline std::ostream &operator<<(std::ostream &os, const Outcome &o) {
-  return os << "{cc " << o.cc << ", rc " << o.rc << "}";
-}
-inline const Outcome kOk{JXCC_OK, JXRC_NONE};
-inline Outcome failed(int32_t rc) {
-  return {JXCC_FAILED, rc};
-}
-// Runs a call that ends with a completion code and a reason.
-template <typename F, typename... A>
-Outcome call(F f, A... args) {
-  Outcome o;
-  f(args..., &o.cc, &o.rc);
-  return o;
-}
 
 // A bag created by the worker, so any option (system bags included) works.
 inline zaiBAG *newBag(int32_t options) {
