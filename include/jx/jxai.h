@@ -110,6 +110,14 @@ typedef int32_t JXHOBJ;
 #define JXFMT_EVENT "JXEVENT "
 #define JXFMT_PCF "JXPCF   "
 
+/* ---- Command execution ------------------------------------------------- */
+#define JXSEL_WAIT_INTERVAL 1075  /* options bag: wait for each reply, ms; -1 no limit */
+#define JXEXEC_WAIT_DEFAULT 30000 /* wait for each reply without an options bag, ms */
+#define JXSEL_REPLY_BAG 4001      /* response bag: one nested system bag per reply */
+#define JXQ_ADMIN_COMMAND "SYSTEM.ADMIN.COMMAND.QUEUE" /* the command server's queue */
+#define JXQ_DEFAULT_MODEL "SYSTEM.DEFAULT.MODEL.QUEUE" /* model of temporary reply queues */
+#define JXQ_REPLY_TEMPLATE "JXAI.REPLY.*"              /* names of temporary reply queues */
+
 /* ---- Commands --------------------------------------------------------- */
 /* The commands a queue manager's command server answers, and (44-46) the
  * categories of the event messages it puts. */

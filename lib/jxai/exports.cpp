@@ -62,6 +62,18 @@ JXAI_FORWARD(Trim,
              (JXLONG BufferLength, const JXCHAR *Buffer, PJXCHAR String, PJXLONG CompCode,
               PJXLONG Reason),
              (BufferLength, Buffer, String, CompCode, Reason))
+JXAI_FORWARD(Execute,
+             (JXHCONN Hconn, JXLONG Command, JXHBAG OptionsBag, JXHBAG RequestBag, JXHBAG ReplyBag,
+              JXHOBJ Requestq, JXHOBJ Replyq, PJXLONG CompCode, PJXLONG Reason),
+             (Hconn, Command, OptionsBag, RequestBag, ReplyBag, Requestq, Replyq, CompCode, Reason))
+JXAI_FORWARD(PutBag,
+             (JXHCONN Hconn, JXHOBJ Hobj, void *Msgdesc, void *Putmsgopts, JXHBAG Bag,
+              PJXLONG CompCode, PJXLONG Reason),
+             (Hconn, Hobj, Msgdesc, Putmsgopts, Bag, CompCode, Reason))
+JXAI_FORWARD(GetBag,
+             (JXHCONN Hconn, JXHOBJ Hobj, void *Msgdesc, void *Getmsgopts, JXHBAG Bag,
+              PJXLONG CompCode, PJXLONG Reason),
+             (Hconn, Hobj, Msgdesc, Getmsgopts, Bag, CompCode, Reason))
 JXAI_FORWARD(BufferToBag,
              (JXHBAG OptionsBag, JXLONG BufferLength, const void *Buffer, JXHBAG DataBag,
               PJXLONG CompCode, PJXLONG Reason),
