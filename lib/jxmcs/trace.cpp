@@ -103,6 +103,14 @@ int traceFd() {
   return fd;
 }
 
+// Whether anything in the process may trace: the enabled or override word,
+// or a level with the API option. Otherwise the service writes nothing,
+// whoever calls it.
+bool processTracing() {
+  const xihTRACEWORDS *w = xihProcessAnchor.Trace;
+  return w->Enabled || w->Override || (w->Level != XTR_LEVEL_UNSET && (w->Options & XTR_OPT_API));
+}
+
 void emit(int64_t functionId, const char *text, size_t n) {
   int fd = traceFd();
   if (fd < 0) return;
@@ -135,6 +143,7 @@ void traceSink(void *ctx, const char *line, size_t n) {
 }
 
 void traceData(uint16_t component, uint16_t function, const void *address, uint32_t length) {
+  if (!processTracing()) return;
   DumpTarget target{XCS_FUNC_ID(component & 63u, function & 1023u)};
   dumpLines(address, length, traceSink, &target);
 }
@@ -176,7 +185,7 @@ XCS_EXPORT const char *xtrFunctionName(uint32_t functionId) {
 }
 
 XCS_EXPORT void xtr_FNC_entry(xihTHREADANCHOR *thread) {
-  if (!thread) return;
+  if (!thread || !processTracing()) return;
   int64_t id = currentFunction(thread);
   if (id == kNoFunction && thread->HistoryIndex > 0) id = xihHistoryAt(thread, 0) & 0xFFFFu;
   char buf[96];
@@ -190,7 +199,7 @@ XCS_EXPORT void xtr_FNC_entry(xihTHREADANCHOR *thread) {
 }
 
 XCS_EXPORT void xtr_FNC_retcode(xihTHREADANCHOR *thread, int32_t reason) {
-  if (!thread) return;
+  if (!thread || !processTracing()) return;
   // The frame has popped the function and recorded its exit mark.
   int64_t id =
       thread->HistoryIndex > 0 ? (int64_t)(xihHistoryAt(thread, 0) & 0xFFFFu) : kNoFunction;
@@ -206,7 +215,7 @@ XCS_EXPORT void xtr_FNC_retcode(xihTHREADANCHOR *thread, int32_t reason) {
 }
 
 XCS_EXPORT void xtr_parms(const char *format, ...) {
-  if (!format) return;
+  if (!format || !processTracing()) return;
   const xihTHREADANCHOR *t = xihCurrentThread;
   int64_t id =
       t ? (int64_t)XCS_FUNC_ID(t->TraceComponent & 63u, t->TraceFunction & 1023u) : kNoFunction;
@@ -233,11 +242,11 @@ XCS_EXPORT void xtr_parms(const char *format, ...) {
 }
 
 XCS_EXPORT void xtr_text(const char *text) {
-  if (text) emit(currentFunction(xihCurrentThread), text, strlen(text));
+  if (text && processTracing()) emit(currentFunction(xihCurrentThread), text, strlen(text));
 }
 
 XCS_EXPORT void xtr_text_api(const char *text) {
-  if (text) emit(currentFunction(xihCurrentThread), text, strlen(text));
+  if (text && processTracing()) emit(currentFunction(xihCurrentThread), text, strlen(text));
 }
 
 XCS_EXPORT void xtr_data(uint16_t component, uint16_t function, const void *address,

@@ -158,12 +158,13 @@ TEST_F(ApiBlocks, ItemInfoExitShowsTheCallersReason) {
 }
 
 TEST_F(ApiBlocks, TruncateWritesItsExitBlockEvenWithTheApiTraceOff) {
-  set(0, XTR_LEVEL_UNSET, 0, 0);
+  set(1, XTR_LEVEL_UNSET, 0, 0);
   call(jxTruncateBag, h, 3);
   EXPECT_EQ(freshApi(), heading("jxTruncateBag <<") + inputs({"Bag", "ItemCount"}) +
                             result(JXCC_FAILED, JXRC_BAD_ITEM_COUNT));
-  // Another call writes nothing with the switch off.
+  // With the process's tracing off, not even that block.
   set(0, XTR_LEVEL_UNSET, 0, 0);
+  call(jxTruncateBag, h, 3);
   call(jxClearBag, h);
   EXPECT_TRUE(fresh().empty());
 }

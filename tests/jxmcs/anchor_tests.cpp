@@ -12,6 +12,7 @@
 
 #include "test_util.hpp"
 #include "trace_control.hpp"
+#include "trace_file.hpp"
 
 using namespace jxtest;
 
@@ -111,7 +112,8 @@ TEST(Anchors, TraceWordsFromEnvironmentAtStart) {
 // A forked child keeps the parent's recorded process id until it clears the
 // inherited state; then it has its own id, trace slot and trace file.
 TEST(Anchors, ClearAfterForkGivesNewPidSlotAndTraceFile) {
-  xcsInitialize(48, 1030, 0, 0, 0);
+  TraceWordsGuard words;
+  words.set(1, 0, 0, 0);    // the child keeps tracing in its own slot
   xtr_text("parent line");  // the parent has a trace file open
   xihPROCESSANCHOR *p = xihProcess();
   xihTRACEWORDS *parentWords = p->Trace;

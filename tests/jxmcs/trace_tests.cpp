@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "test_util.hpp"
+#include "trace_file.hpp"
 
 using namespace jxtest;
 
@@ -25,12 +26,13 @@ class Trace : public ::testing::Test {
     // A name of the full 40 bytes has no NUL of its own.
     memset(g_names[199], 'N', XCS_FUNC_NAME_LEN);
     xtrRegisterNames(XCS_COMP_ADMIN, g_names, 200);
-    xcsInitialize(48, 1030, 0, 0, 0);
+    words.set(1, 0, 0, 0);  // the process traces
     t = xihThreadAddress();
   }
   void TearDown() override {
     while (t->StackDepth) xihPopStack(t);
   }
+  TraceWordsGuard words;
   xihTHREADANCHOR *t = nullptr;
 };
 
@@ -148,7 +150,36 @@ TEST(TraceNames, RegisteredNamesAndFallbacks) {
   EXPECT_STREQ(xtrFunctionName(XCS_FUNC_ID(40, 1)), "uno") << "bad registrations change nothing";
 }
 
-TEST(TraceArguments, NullArgumentsWriteNothing) {
+TEST_F(Trace, NothingAtAllWhileTheProcessTracesNothing) {
+  const struct {
+    int32_t enabled, level;
+    uint32_t options;
+    int32_t override;
+    bool writes;
+  } rows[] = {
+      {0, XTR_LEVEL_UNSET, 0xFFFFFFFFu, 0, false},
+      {0, 0, ~XTR_OPT_API, 0, false},
+      {0, 0, XTR_OPT_API, 0, true},
+      {1, XTR_LEVEL_UNSET, 0, 0, true},
+      {0, XTR_LEVEL_UNSET, 0, 1, true},
+  };
+  for (const auto &r : rows) {
+    words.set(r.enabled, r.level, r.options, r.override);
+    TraceWindow w;
+    xtr_text("t");
+    xtr_text_api("a");
+    xtr_parms("p%d", 1);
+    xtr_data(25, 93, "d", 1);
+    xtr_data_api(25, 93, "d", 1);
+    xtr_data_detail(25, 93, "d", 1);
+    xtr_FNC_entry(t);
+    xtr_FNC_retcode(t, 0);
+    EXPECT_EQ(w.lines().size(), r.writes ? 8u : 0u)
+        << r.enabled << r.level << r.options << r.override;
+  }
+}
+
+TEST_F(Trace, NullArgumentsWriteNothing) {
   xtr_text("before");
   TraceWindow w;
   xtr_text(nullptr);
