@@ -6,7 +6,7 @@
 
 inline void tracingOff() {
   xcsInitialize(48, 1030, 0, 0, 0);
-  xihTRACEWORDS *w = xihProcess()->Trace;
+  xihTRACEWORDS *w = xihProcessInline()->Trace;
   w->Enabled = 0;
   w->Level = XTR_LEVEL_UNSET;
   w->Options = 0;

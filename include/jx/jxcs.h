@@ -138,10 +138,12 @@ static inline void xihPopStack(xihTHREADANCHOR *t) {
   t->StackDepth--;
 }
 
-/* The process anchor, read without a call: the call frame tests its trace
+/* The process anchor. */
+XCS_EXPORT xihPROCESSANCHOR *xihProcess(void);
+/* The same anchor, read without a call: the call frame tests its trace
  * words on every API entry and exit. */
 XCS_EXPORT extern xihPROCESSANCHOR xihProcessAnchor;
-static inline xihPROCESSANCHOR *xihProcess(void) {
+static inline xihPROCESSANCHOR *xihProcessInline(void) {
   return &xihProcessAnchor;
 }
 /* The calling thread's anchor, or null before xcsInitialize on this thread. */

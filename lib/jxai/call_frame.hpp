@@ -26,7 +26,7 @@ inline constexpr int32_t kParmKindInternal = 2;
 inline constexpr uint16_t kExportRowOffset = kFn_zaiJXCreateBag - kFn_jxCreateBag;
 
 inline const xihTRACEWORDS *traceWords() {
-  return xihProcess()->Trace;
+  return xihProcessInline()->Trace;
 }
 
 // API parameter trace: a level is set and the API bit is on, or override.

@@ -215,6 +215,10 @@ XCS_EXPORT __thread xihTHREADANCHOR *xihCurrentThread JXCS_TLS = nullptr;
 
 extern "C" {
 
+XCS_EXPORT xihPROCESSANCHOR *xihProcess(void) {
+  return &xihProcessAnchor;
+}
+
 XCS_EXPORT xihTHREADANCHOR *xihThreadAddress(void) {
   return xihCurrentThread;
 }

@@ -1,6 +1,7 @@
 // Anchors: set-up once per thread, one anchor per thread, the history ring
 // and stack helpers, trace words from the environment, and clearing state
 // inherited over fork.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <jx/jxcs.h>
 #include <string.h>
@@ -30,7 +31,12 @@ TEST(Anchors, ThreadSetUpOnce) {
     EXPECT_EQ(t->StackDepth, 1u) << "a second set-up must not reset the anchor";
   }).join();
   EXPECT_EQ(xcsGetPid(), getpid());
-  // Other libraries find the process anchor through CSCtrl and its eye-catcher.
+  // Other libraries find the process anchor through CSCtrl and its
+  // eye-catcher, or the exported xihProcess; the header's inline path too.
+  const auto exported =
+      reinterpret_cast<xihPROCESSANCHOR *(*)()>(dlsym(RTLD_DEFAULT, "xihProcess"));
+  ASSERT_NE(exported, nullptr);
+  EXPECT_EQ(exported(), xihProcessInline());
   ASSERT_EQ(CSCtrl, (void *)xihProcess());
   EXPECT_EQ(memcmp(xihProcess()->StrucId, XIH_PROCESS_EYE, 4), 0);
 }
