@@ -28,7 +28,7 @@ class Execute : public MessagingTest {
  protected:
   void SetUp() override {
     MessagingTest::SetUp();
-    request.add(JXSEL_QUEUE_NAME, "QONE").set(JXSYS_CCSID, kRequestCcsid);
+    request.add(JXCA_Q_NAME, "QONE").set(JXSYS_CCSID, kRequestCcsid);
     response.set(JXSYS_CCSID, kResponseCcsid);
   }
   Outcome run(JXHBAG options = JXHB_NONE, int32_t requestq = 0, int32_t replyq = 0) {
@@ -93,7 +93,7 @@ TEST_F(Execute, CommandQueueExchangeFromRequestToSummary) {
                 {JXQ_ADMIN_COMMAND, JXQ_REPLY_TEMPLATE, "JXAI.REPLY.", replyQueue, JXFMT_ADMIN}));
   const Msg expected = Msg()
                            .header(JXPCF_TYPE_COMMAND, JXCMD_INQUIRE_QUEUE, 2)
-                           .string(JXSEL_QUEUE_NAME, "QONE", 0)
+                           .string(JXCA_Q_NAME, "QONE", 0)
                            .intList(JXSEL_QUEUE_ATTRS, {JXIA_CURRENT_Q_DEPTH});
   EXPECT_EQ(put.data, std::string(expected.data.begin(), expected.data.end()));
   ASSERT_EQ(requests.size(), 1u);
@@ -300,7 +300,7 @@ TEST_F(Execute, TwoThreadsAtOnceEachWithItsOwnReplyQueue) {
     for (int i = 0; i < 20; ++i) {
       ApiBag req(JXBAG_ADMIN), resp;
       const std::string name = "T" + std::to_string(t) + "Q" + std::to_string(i);
-      req.add(JXSEL_QUEUE_NAME, name);
+      req.add(JXCA_Q_NAME, name);
       EXPECT_EQ(call(jxExecute, hconn, 13, JXHB_NONE, req.h, resp.h, 0, 0), kOk);
       EXPECT_EQ(contents(resp.h).size(), 9u);
       JXHBAG bag = JXHB_NONE;

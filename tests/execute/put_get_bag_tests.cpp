@@ -73,7 +73,7 @@ TEST_F(PutGetBag, GetRefusalsInTheirOrderTakeNothingAndLeaveTheBag) {
   // A reply bag of an executed command is a system bag.
   Responder r(qm()->name(), kRequestQueue, [](const qmtest::Got &) { return Replies{reply(1)}; });
   ApiBag request(JXBAG_ADMIN), response;
-  request.add(JXSEL_QUEUE_NAME, "QONE");
+  request.add(JXCA_Q_NAME, "QONE");
   ASSERT_EQ(call(jxExecute, hconn_, 13, JXHB_NONE, request.h, response.h,
                  open(kRequestQueue, JXOO_OUTPUT), 0),
             kOk);
