@@ -215,8 +215,10 @@ TEST_F(Execute, EarlyRefusalsPutNothingAndLeaveTheResponseBag) {
   const int32_t requestq = open(kRequestQueue, JXOO_OUTPUT);
   for (const auto &c : cases) {
     QmCallLog log;
+    LEAKS_ACCEPTED_BEGIN();  // a message the writer refused keeps its buffer
     EXPECT_EQ(call(jxExecute, hconn_, 13, c.options, c.request, c.response, requestq, 0),
               failed(c.reason));
+    LEAKS_ACCEPTED_END();
     EXPECT_TRUE(log.calls.empty());
     EXPECT_EQ(contents(response.h), before);
   }
