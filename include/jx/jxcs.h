@@ -186,9 +186,10 @@ XCS_EXPORT const char *xcsDataRoot(void);
 
 /* Blocks of up to XCS_SLAB_MAX bytes come from a slab below 2 GiB, so their
  * addresses fit a signed 32-bit handle; freed slab blocks are reused oldest
- * first. Larger blocks come from the C heap; freed ones of 64 KiB and more
- * are kept (up to 64 MiB in all) for later requests of nearly their size, so that structures that
- * grow and go away repeatedly do not fault in fresh pages each time. */
+ * first. Larger blocks come from the C heap, and from 128 KiB on from
+ * mappings of their own; freed ones of 64 KiB and more are kept (up to
+ * 64 MiB in all) for later requests of nearly their size, so that structures
+ * that grow and go away repeatedly do not fault in fresh pages each time. */
 #define XCS_SLAB_MAX 256
 
 XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t length, void **ppBlock);
@@ -196,6 +197,20 @@ XCS_EXPORT int32_t xcsGetMem(uint16_t component, uint16_t function, size_t lengt
 XCS_EXPORT int32_t xcsGetZeroedMem(uint16_t component, uint16_t function, size_t length,
                                    void **ppBlock);
 XCS_EXPORT void xcsFreeMem(uint16_t component, void *block);
+/* Grows the block at *ppBlock (null: a new block, as xcsGetMem) to hold
+ * length bytes, keeping its contents; the bytes after them are undefined and
+ * the block may move. A large block keeps its pages, so growth copies and
+ * faults in only what it adds. On failure the block and *ppBlock are as they
+ * were; the failure switch counts the call as an allocation. */
+XCS_EXPORT int32_t xcsGrowMem(uint16_t component, uint16_t function, size_t length, void **ppBlock);
+/* The same, keeping the first `kept` bytes and clearing the rest up to
+ * length: pages the growth adds read as zero without being touched. */
+XCS_EXPORT int32_t xcsGrowZeroedMem(uint16_t component, uint16_t function, size_t kept,
+                                    size_t length, void **ppBlock);
+/* Commits the pages of [start, start + length), which the caller is about to
+ * write, in one call instead of a fault each. A hint: where the system cannot,
+ * nothing happens. */
+XCS_EXPORT void xcsCommitMem(void *start, size_t length);
 /* Hands the freed blocks kept for reuse back to the heap. */
 XCS_EXPORT void xcsTrimMem(void);
 

@@ -10,10 +10,16 @@
 // than kQuarantine blocks of the class wait, so a stale handle meets its
 // "?" mark for as long as possible. Slab memory stays mapped for the life of
 // the process, so any slab address can be checked by a range test alone.
+//
+// Blocks from kMapMinBlock on are mapped on their own, so that they grow by
+// moving their pages (mremap) rather than by copying them into fresh ones.
+// Pages about to be written can be committed in one call: on a virtual
+// machine a fault per page costs many times the page's own zeroing.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -47,6 +53,11 @@ constexpr uint8_t kUsed = 'U';
 constexpr uint8_t kFree = 'F';
 constexpr uint32_t kLargeMagic = 0x4C534358;  // "XCSL"
 constexpr uint32_t kLargeFreed = 0x46534358;  // "XCSF"
+#if defined(__SANITIZE_ADDRESS__)
+constexpr size_t kMapMinBlock = SIZE_MAX;  // the sanitizer sees every block
+#else
+constexpr size_t kMapMinBlock = 16u << 10;
+#endif
 // Freed heap blocks from 4 KiB on are kept for reuse rather than handed back
 // to the heap, which would return their pages to the system: bags that grow
 // to many items and are deleted, again and again, would otherwise fault in
@@ -78,7 +89,8 @@ static_assert(sizeof(SlabHeader) == kHeader);
 
 struct LargeHeader {
   uint32_t magic;
-  uint32_t component;
+  uint16_t component;
+  uint16_t mapped;  // 1: a mapping of its own, else a heap block
   uint64_t length;  // bytes usable after the header
 };
 static_assert(sizeof(LargeHeader) == 16);
@@ -246,6 +258,34 @@ bool slabPut(SlabHeader *h) {
   return inUse;
 }
 
+size_t pageSize() {
+  static const size_t size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  return size;
+}
+
+size_t mappedSize(size_t length) {
+  const size_t page = pageSize();
+  return (sizeof(LargeHeader) + length + page - 1) & ~(page - 1);
+}
+
+// A mapping of its own; fresh pages read as zero.
+LargeHeader *mapBlock(size_t length) {
+  const size_t size = mappedSize(length);
+  void *p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (p == MAP_FAILED) return nullptr;
+  auto *h = static_cast<LargeHeader *>(p);
+  h->mapped = 1;
+  h->length = length;
+  return h;
+}
+
+void release(LargeHeader *h) {
+  if (h->mapped)
+    munmap(h, mappedSize(h->length));
+  else
+    free(h);
+}
+
 // The cache for blocks of this length, or null for smaller ones.
 BlockCache *cacheFor(size_t length) {
   if (length >= kLargeCacheMinBlock) return &g_largeCache;
@@ -278,7 +318,7 @@ LargeHeader *cacheTake(BlockCache &cache, size_t length) {
 void cachePut(LargeHeader *h) {
   BlockCache *cache = cacheFor(h->length);
   if (!cache || h->length > cache->maxBytes) {
-    free(h);
+    release(h);
     return;
   }
   LargeHeader *handedBack[kCacheSlots];
@@ -299,7 +339,7 @@ void cachePut(LargeHeader *h) {
   *slot = h;
   cache->bytes += h->length;
   pthread_mutex_unlock(&cache->lock);
-  for (size_t i = 0; i < n; ++i) free(handedBack[i]);
+  for (size_t i = 0; i < n; ++i) release(handedBack[i]);
 }
 
 // A zeroed block from the heap is cleared by calloc, which skips pages the
@@ -312,10 +352,52 @@ LargeHeader *largeGet(size_t length, bool zeroed) {
     if (zeroed) memset(h + 1, 0, length);
     return h;
   }
+  if (length >= kMapMinBlock) return mapBlock(length);
   h = static_cast<LargeHeader *>(zeroed ? calloc(1, sizeof(LargeHeader) + length)
                                         : malloc(sizeof(LargeHeader) + length));
-  if (h) h->length = length;
+  if (h) {
+    h->mapped = 0;
+    h->length = length;
+  }
   return h;
+}
+
+// Grows a heap or mapped block to `length` bytes, keeping its first `kept`
+// and, when `zeroed`, clearing the rest; null, with the block as it was,
+// when storage is not obtained. A block kept for reuse is taken first; a
+// mapping grows where it lies or moves its pages, and the pages it adds read
+// as zero untouched; a heap block becomes a mapping when it outgrows the heap.
+LargeHeader *largeGrow(LargeHeader *h, size_t length, size_t kept, bool zeroed) {
+  BlockCache *cache = cacheFor(length);
+  LargeHeader *grown = cache ? cacheTake(*cache, length) : nullptr;
+  if (!grown && h->mapped) {
+    const size_t have = mappedSize(h->length), want = mappedSize(length);
+    if (want > have) {
+      void *p = mremap(h, have, want, MREMAP_MAYMOVE);
+      if (p == MAP_FAILED) return nullptr;
+      h = static_cast<LargeHeader *>(p);
+    }
+    const size_t dirty = std::min(length, have - sizeof(LargeHeader));
+    if (zeroed && dirty > kept) memset(reinterpret_cast<char *>(h + 1) + kept, 0, dirty - kept);
+    h->length = length;
+    return h;
+  }
+  if (!grown && length < kMapMinBlock) {
+    grown = static_cast<LargeHeader *>(realloc(h, sizeof(LargeHeader) + length));
+    if (!grown) return nullptr;
+    grown->length = length;
+    if (zeroed) memset(reinterpret_cast<char *>(grown + 1) + kept, 0, length - kept);
+    return grown;
+  }
+  const bool fresh = !grown;
+  if (fresh && !(grown = mapBlock(length))) return nullptr;
+  memcpy(grown + 1, h + 1, kept);
+  if (zeroed && !fresh) memset(reinterpret_cast<char *>(grown + 1) + kept, 0, length - kept);
+  grown->magic = h->magic;
+  grown->component = h->component;
+  h->magic = kLargeFreed;
+  cachePut(h);
+  return grown;
 }
 
 void reportBadFree(uint16_t component, const void *block) {
@@ -359,27 +441,88 @@ extern "C" {
 
 namespace {
 
+// A block of the slab or of the heap, without the failure switch.
+void *allocate(uint16_t component, size_t length, bool zeroed) {
+  if (length <= XCS_SLAB_MAX) {
+    void *block = slabGet(length == 0 ? 0 : (length - 1) / kGranule);
+    if (block && zeroed) memset(block, 0, length);
+    return block;
+  }
+  if (length > kMaxBlock) return nullptr;
+  LargeHeader *h = largeGet(length, zeroed);
+  if (!h) return nullptr;
+  h->magic = kLargeMagic;
+  h->component = component;
+  return h + 1;
+}
+
 int32_t getMem(uint16_t component, uint16_t function, size_t length, void **ppBlock, bool zeroed) {
   if (!ppBlock) return XCS_E_NO_STORAGE;
   if (g_failArmed.load(std::memory_order_relaxed) && failThisOne(function)) {
     *ppBlock = nullptr;
     return XCS_E_NO_STORAGE;
   }
-  void *block = nullptr;
-  if (length <= XCS_SLAB_MAX) {
-    size_t cls = length == 0 ? 0 : (length - 1) / kGranule;
-    block = slabGet(cls);
-    if (block && zeroed) memset(block, 0, length);
-  } else if (length <= kMaxBlock) {
-    if (LargeHeader *h = largeGet(length, zeroed)) {
-      h->magic = kLargeMagic;
-      h->component = component;
-      block = h + 1;
-    }
-  }
+  void *block = allocate(component, length, zeroed);
   *ppBlock = block;
   if (!block) return XCS_E_NO_STORAGE;
   g_inUse.fetch_add(1, std::memory_order_relaxed);
+  return XCS_OK;
+}
+
+// The slab header of an address inside the slab, or null for one outside;
+// `bad` is set when the address is not that of a slab block.
+SlabHeader *slabBlock(uintptr_t p, bool &bad) {
+  uintptr_t base = g_base.load(std::memory_order_acquire);
+  if (base == 0 || p < base || p >= base + kReserve) return nullptr;
+  auto *h = reinterpret_cast<SlabHeader *>(p - kHeader);
+  bad = !(p >= base + kHeader && p < base + g_top.load(std::memory_order_acquire) &&
+          (p - base) % kGranule == 0 && h->magic == kMagic && h->cls < kClasses);
+  return h;
+}
+
+// The header of a heap or mapped block in use, or null.
+LargeHeader *largeBlock(uintptr_t p) {
+  LargeHeader copy;
+  auto *h = reinterpret_cast<LargeHeader *>(p - sizeof(LargeHeader));
+  return p % 16 == 0 && p > sizeof(LargeHeader) && safeCopy(&copy, h, sizeof copy) &&
+                 copy.magic == kLargeMagic
+             ? h
+             : nullptr;
+}
+
+int32_t growMem(uint16_t component, uint16_t function, size_t kept, size_t length, bool zeroed,
+                void **ppBlock) {
+  if (!ppBlock) return XCS_E_NO_STORAGE;
+  if (!*ppBlock) return getMem(component, function, length, ppBlock, zeroed);
+  if (g_failArmed.load(std::memory_order_relaxed) && failThisOne(function)) {
+    return XCS_E_NO_STORAGE;
+  }
+  uintptr_t p = (uintptr_t)*ppBlock;
+  bool bad = false;
+  SlabHeader *slab = slabBlock(p, bad);
+  LargeHeader *large = slab ? nullptr : largeBlock(p);
+  if (bad || (slab && slab->state != kUsed) || (!slab && !large)) {
+    reportBadFree(component, *ppBlock);
+    return XCS_E_BAD_BLOCK;
+  }
+  const size_t have = slab ? (slab->cls + 1) * kGranule : large->length;
+  kept = std::min({kept, have, length});
+  if (length <= have) {
+    if (zeroed) memset(static_cast<char *>(*ppBlock) + kept, 0, length - kept);
+    return XCS_OK;
+  }
+  if (length > kMaxBlock) return XCS_E_NO_STORAGE;
+  if (large) {
+    large = largeGrow(large, length, kept, zeroed);
+    if (!large) return XCS_E_NO_STORAGE;
+    *ppBlock = large + 1;
+    return XCS_OK;
+  }
+  void *grown = allocate(component, length, zeroed);
+  if (!grown) return XCS_E_NO_STORAGE;
+  memcpy(grown, *ppBlock, kept);
+  slabPut(slab);  // in use, as tested above
+  *ppBlock = grown;
   return XCS_OK;
 }
 
@@ -397,21 +540,15 @@ XCS_EXPORT int32_t xcsGetZeroedMem(uint16_t component, uint16_t function, size_t
 XCS_EXPORT void xcsFreeMem(uint16_t component, void *block) {
   if (!block) return;
   uintptr_t p = (uintptr_t)block;
-  uintptr_t base = g_base.load(std::memory_order_acquire);
-  if (base != 0 && p >= base && p < base + kReserve) {
-    auto *h = reinterpret_cast<SlabHeader *>(p - kHeader);
-    if (p >= base + kHeader && p < base + g_top.load(std::memory_order_acquire) &&
-        (p - base) % kGranule == 0 && h->magic == kMagic && h->cls < kClasses && slabPut(h)) {
+  bool bad = false;
+  if (SlabHeader *h = slabBlock(p, bad)) {
+    if (!bad && slabPut(h))
       g_inUse.fetch_sub(1, std::memory_order_relaxed);
-    } else {
+    else
       reportBadFree(component, block);
-    }
     return;
   }
-  LargeHeader copy;
-  auto *h = reinterpret_cast<LargeHeader *>(p - sizeof(LargeHeader));
-  if (p % 16 == 0 && p > sizeof(LargeHeader) && safeCopy(&copy, h, sizeof copy) &&
-      copy.magic == kLargeMagic) {
+  if (LargeHeader *h = largeBlock(p)) {
     h->magic = kLargeFreed;
     cachePut(h);
     g_inUse.fetch_sub(1, std::memory_order_relaxed);
@@ -420,11 +557,27 @@ XCS_EXPORT void xcsFreeMem(uint16_t component, void *block) {
   }
 }
 
+XCS_EXPORT int32_t xcsGrowMem(uint16_t component, uint16_t function, size_t length,
+                              void **ppBlock) {
+  return growMem(component, function, SIZE_MAX, length, false, ppBlock);
+}
+
+XCS_EXPORT int32_t xcsGrowZeroedMem(uint16_t component, uint16_t function, size_t kept,
+                                    size_t length, void **ppBlock) {
+  return growMem(component, function, kept, length, true, ppBlock);
+}
+
+XCS_EXPORT void xcsCommitMem(void *start, size_t length) {
+  const uintptr_t first = (uintptr_t)start & ~(uintptr_t)(pageSize() - 1);
+  // A hint: where the system cannot commit, the pages fault in one by one.
+  (void)madvise((void *)first, (uintptr_t)start + length - first, MADV_POPULATE_WRITE);
+}
+
 XCS_EXPORT void xcsTrimMem(void) {
   for (BlockCache *cache : {&g_midCache, &g_largeCache}) {
     pthread_mutex_lock(&cache->lock);
     for (auto &b : cache->blocks) {
-      free(b);
+      if (b) release(b);
       b = nullptr;
     }
     cache->bytes = 0;
