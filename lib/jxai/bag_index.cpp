@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "call_frame.hpp"
+#include "fill_ahead.hpp"
 
 namespace jxai {
 namespace {
@@ -21,11 +22,6 @@ constexpr int32_t kFirstSystemCapacity = 16;
 constexpr uint32_t kHashMultiplier = 0x9E3779B9u;  // Fibonacci hashing
 // The index's storage is tagged as the lookup's, which it serves.
 constexpr uint16_t kStorageTag = kFn_zaiFindSelector;
-
-void *getStorage(size_t bytes) {
-  void *block = nullptr;
-  return xcsGetMem(kComponent, kStorageTag, bytes, &block) == XCS_OK ? block : nullptr;
-}
 
 // Every slot of a zeroed table or array starts absent (count 0).
 template <typename T>
@@ -157,8 +153,6 @@ int64_t denseCapacityFor(int32_t selector) {
 // covers into it. False, with the index unchanged, when storage is not
 // obtained.
 bool growDense(BagIndex &ix, int64_t capacity) {
-  auto *dense = getZeroedStorage<Occurrences>(static_cast<size_t>(capacity));
-  if (!dense) return false;
   const auto covered = [&](int32_t s) { return denseSlot(s) < capacity; };
   int32_t moving = 0;
   if (ix.table) {
@@ -167,20 +161,24 @@ bool growDense(BagIndex &ix, int64_t capacity) {
     }
   }
   BagIndex grown = ix;
+  if (moving > 0 &&
+      !rebuiltTable(ix, ix.tableMask + 1, grown, [&](int32_t s) { return !covered(s); })) {
+    return false;
+  }
+  void *block = ix.dense;
+  if (xcsGrowZeroedMem(kComponent, kStorageTag,
+                       static_cast<size_t>(ix.denseCapacity) * sizeof(Occurrences),
+                       static_cast<size_t>(capacity) * sizeof(Occurrences), &block) != XCS_OK) {
+    if (moving > 0) freeStorage(grown.table);
+    return false;
+  }
+  auto *dense = static_cast<Occurrences *>(block);
   if (moving > 0) {
-    if (!rebuiltTable(ix, ix.tableMask + 1, grown, [&](int32_t s) { return !covered(s); })) {
-      freeStorage(dense);
-      return false;
-    }
     for (uint32_t i = 0; i <= ix.tableMask; ++i) {
       const SelectorEntry &e = ix.table[i];
       if (e.occ.count != 0 && covered(e.selector)) dense[denseSlot(e.selector)] = e.occ;
     }
     freeStorage(ix.table);
-  }
-  if (ix.dense) {
-    memcpy(dense, ix.dense, static_cast<size_t>(ix.denseCapacity) * sizeof(Occurrences));
-    freeStorage(ix.dense);
   }
   grown.dense = dense;
   grown.denseCapacity = static_cast<int32_t>(capacity);
@@ -204,18 +202,17 @@ bool reservePlace(BagIndex &ix, int32_t itemCount, int32_t selector) {
   return growTable(ix);
 }
 
-// Doubles an array, keeping its contents.
+// Doubles an array, keeping its contents; the places it adds read as zero.
 template <typename T>
 bool growArray(T *&array, int32_t &capacity, int32_t first) {
   const int64_t wanted = capacity ? int64_t{capacity} * 2 : first;
   if (wanted > INT32_MAX) return false;
-  T *grown = static_cast<T *>(getStorage(static_cast<size_t>(wanted) * sizeof(T)));
-  if (!grown) return false;
-  if (array) {
-    memcpy(grown, array, static_cast<size_t>(capacity) * sizeof(T));
-    freeStorage(array);
+  void *block = array;
+  if (xcsGrowZeroedMem(kComponent, kStorageTag, static_cast<size_t>(capacity) * sizeof(T),
+                       static_cast<size_t>(wanted) * sizeof(T), &block) != XCS_OK) {
+    return false;
   }
-  array = grown;
+  array = static_cast<T *>(block);
   capacity = static_cast<int32_t>(wanted);
   return true;
 }
@@ -266,14 +263,22 @@ bool indexReserve(BagIndex &ix, int32_t itemCount, int32_t selector) {
   return true;
 }
 
+// Links past the last item are kept at {0, 0}, the links of an item whose
+// selector occurs once: a bag of distinct selectors never writes its links,
+// and their pages are never touched.
 void indexAppend(BagIndex &ix, int32_t selector, int32_t position) {
   Occurrences *e = lookup(ix, selector);
   if (!e) {
     e = insertNew(ix, selector);
+    if (isDense(ix, selector) && fillsAhead(static_cast<size_t>(ix.denseCapacity) * sizeof *e)) {
+      fillAhead(e, sizeof *e, ix.dense + ix.denseCapacity);
+    }
     e->count = 1;
     e->first = position;
-    ix.links[position] = {0, 0};
   } else {
+    if (fillsAhead(static_cast<size_t>(ix.linkCapacity) * sizeof(ItemLink))) {
+      fillAhead(&ix.links[position], sizeof(ItemLink), ix.links + ix.linkCapacity);
+    }
     const int32_t f = e->first;
     const int32_t l = last(ix, *e);
     ix.links[l].next = position - l;
@@ -319,6 +324,7 @@ void indexRemove(BagIndex &ix, const zaiVECTOR *items, int32_t selector, int32_t
     memmove(ix.links + k, ix.links + k + 1,
             static_cast<size_t>(oldCount - k - 1) * sizeof(ItemLink));
   }
+  ix.links[oldCount - 1] = {0, 0};
 
   // Most removals come after every system item: nothing there to move.
   if (selector >= 0 && (ix.systemCount == 0 || ix.system[ix.systemCount - 1] < k)) return;

@@ -4,9 +4,13 @@
 #include <string.h>
 
 #include "call_frame.hpp"
+#include "fill_ahead.hpp"
 
 namespace {
 
+using jxai::commitFrom;
+using jxai::fillAhead;
+using jxai::fillsAhead;
 using jxai::kComponent;
 using jxai::LeafFrame;
 
@@ -126,18 +130,19 @@ int32_t zaiVectorAdd(zaiVECTOR *pVector, const void *pElement) {
   if (v->Count == v->Capacity) {
     // A vector created empty still has to grow.
     const int64_t capacity = v->Capacity ? int64_t{v->Capacity} * 2 : 1;
-    void *data = nullptr;
+    void *data = v->Slots;
     if (!fits(capacity, v->Stride) ||
-        xcsGetMem(kComponent, kFn_zaiVectorAdd, dataBlockSize(capacity, v->Stride), &data) !=
+        xcsGrowMem(kComponent, kFn_zaiVectorAdd, dataBlockSize(capacity, v->Stride), &data) !=
             XCS_OK) {
       return rc = ZAI_VEC_NO_STORAGE;
     }
+    // The block grows in place or moves with its pages; the places then move
+    // up past the doubled slot table.
     void **slots = static_cast<void **>(data);
-    if (v->Capacity > 0) {
-      memcpy(slots + capacity, zaiVectorFirstPlace(v),
-             static_cast<size_t>(v->Capacity) * v->Stride);
-    }
-    xcsFreeMem(kComponent, v->Slots);
+    const size_t kept = static_cast<size_t>(v->Capacity) * v->Stride;
+    commitFrom(data, static_cast<size_t>(capacity) * sizeof(void *) + kept,
+               dataBlockSize(capacity, v->Stride));
+    memmove(slots + capacity, slots + v->Capacity, kept);
     v->Slots = slots;
     v->Capacity = static_cast<int32_t>(capacity);
     layOutSlots(slots, v->Capacity, v->Stride);
@@ -149,7 +154,12 @@ int32_t zaiVectorAdd(zaiVECTOR *pVector, const void *pElement) {
   if (v->Count >= kAheadFrom && v->Count + kPlacesAhead < v->Capacity) {
     __builtin_prefetch(zaiVectorAt(v, v->Count + kPlacesAhead), 1);
   }
-  memcpy(zaiVectorAt(v, v->Count), pElement, static_cast<size_t>(v->ElementSize));
+  void *place = zaiVectorAt(v, v->Count);
+  const size_t blockLength = dataBlockSize(v->Capacity, v->Stride);
+  if (fillsAhead(blockLength)) {
+    fillAhead(place, v->ElementSize, reinterpret_cast<char *>(v->Slots) + blockLength);
+  }
+  memcpy(place, pElement, static_cast<size_t>(v->ElementSize));
   v->Count++;
   return rc;
 }
