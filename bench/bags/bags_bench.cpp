@@ -3,17 +3,13 @@
 //   AddInteger       append N items with distinct selectors to a new bag
 //   InquireInteger   read the first and the last user selector of an N-item bag
 //   CountItems       count one selector of an N-item bag
-// and, reported once, the resident memory an N-item bag holds per item.
+// (first_fill.cpp measures a bag's first growth and its resident memory).
 //
 // Targets: an add at most 80 ns; inquiring the last selector of 100,000 items
-// within 2x of the same call on 10 items; at most 96 resident bytes per item
-// at 100,000 items.
+// within 2x of the same call on 10 items.
 #include <benchmark/benchmark.h>
 #include <jx/jxai.h>
 #include <jx/jxcs.h>
-#include <malloc.h>
-#include <stdio.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <vector>
@@ -159,48 +155,8 @@ void BM_CountBaseline(benchmark::State &state) {
   }
 }
 
-long residentBytes() {
-  long pages = 0, resident = 0;
-  FILE *f = fopen("/proc/self/statm", "r");
-  if (!f) return 0;
-  if (fscanf(f, "%ld %ld", &pages, &resident) != 2) resident = 0;
-  fclose(f);
-  return resident * sysconf(_SC_PAGESIZE);
-}
-
-// Resident bytes per item of an N-item bag (and of the plain vector), with
-// the heap and the kept large blocks trimmed before and after, so freed
-// growth steps do not count (before_trim: what the bag's process holds
-// before that second trim).
-void BM_ResidentPerItem(benchmark::State &state) {
-  tracingOff();
-  const int32_t n = static_cast<int32_t>(state.range(0));
-  double bag = 0, untrimmed = 0, plain = 0;
-  for (auto _ : state) {
-    xcsTrimMem();
-    malloc_trim(0);
-    long before = residentBytes();
-    const JXHBAG h = makeBag(n);
-    untrimmed = static_cast<double>(residentBytes() - before) / n;
-    xcsTrimMem();
-    malloc_trim(0);
-    bag = static_cast<double>(residentBytes() - before) / n;
-    dropBag(h);
-    malloc_trim(0);
-    before = residentBytes();
-    std::vector<Record> v = makeRecords(n);
-    malloc_trim(0);
-    plain = static_cast<double>(residentBytes() - before) / n;
-    benchmark::DoNotOptimize(v.data());
-  }
-  state.counters["bag_bytes_per_item"] = bag;
-  state.counters["before_trim"] = untrimmed;
-  state.counters["vector_bytes_per_item"] = plain;
-}
-
 }  // namespace
 
-BENCHMARK(BM_ResidentPerItem)->Arg(100000)->Iterations(1);
 BENCHMARK(BM_AddInteger)->Arg(10)->Arg(1000)->Arg(100000);
 BENCHMARK(BM_AddBaseline)->Arg(10)->Arg(1000)->Arg(100000);
 BENCHMARK(BM_InquireInteger)->ArgsProduct({{10, 1000, 100000}, {0, 1}});
