@@ -8,9 +8,15 @@
 //   QmgrPersistentPut  durable puts by 1 and by 8 clients in alternating
 //                    windows, and the ratio of the rates; with 8 clients
 //                    commits are shared
-// The others run with 1 and 8 client threads, each thread on its own
+//   ExecuteOneReply  jxExecute of a ping command that a responder thread
+//                    answers with one reply, the round trips it makes
+//                    counted once
+//   DirectOneReply   the same queue-manager calls made directly, with
+//                    hand-built records and a hand-written PCF message
+// The first three run with 1 and 8 client threads, each thread on its own
 // connection.
 #include <benchmark/benchmark.h>
+#include <jx/jxai.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -24,12 +30,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "jxiz.h"
+#include "qm_call_log.hpp"
 
 namespace {
 
@@ -49,6 +57,7 @@ std::string g_echoSocket;
 int run(const std::vector<std::string> &args) {
   pid_t p = fork();
   if (p == 0) {
+    dup2(STDERR_FILENO, STDOUT_FILENO);  // stdout carries the results alone
     std::vector<char *> argv;
     for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
     argv.push_back(nullptr);
@@ -342,10 +351,178 @@ void RedisPushPop(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations());
 }
 
+// Answers every command on the command server's queue with one reply, from a
+// connection of its own, until it goes away.
+class Responder {
+ public:
+  bool start() {
+    Client c;
+    if (!c.open(JXQ_ADMIN_COMMAND, JXOO_INPUT_SHARED)) return false;
+    std::swap(hconn_, c.hconn);
+    hobj_ = c.hobj;
+    thread_ = std::thread([this] { serve(); });
+    return true;
+  }
+  ~Responder() {
+    stop_ = true;
+    if (thread_.joinable()) thread_.join();
+    int32_t cc, rc;
+    if (hconn_ > 0) zstJXDISC(&hconn_, 0, &cc, &rc);
+  }
+
+ private:
+  void serve() {
+    std::vector<char> request(4096);
+    while (!stop_) {
+      JXMD md = JXMD_DEFAULT;
+      JXGMO gmo = JXGMO_DEFAULT;
+      gmo.Options = JXGMO_WAIT | JXGMO_NO_SYNCPOINT;
+      gmo.WaitInterval = 100;
+      int32_t cc, rc, length;
+      zstJXGET(hconn_, hobj_, &md, &gmo, static_cast<int32_t>(request.size()), request.data(),
+               &length, 0, &cc, &rc);
+      if (cc != JXCC_OK) continue;
+      int32_t header[9];
+      std::memcpy(header, request.data(), sizeof header);
+      const int32_t reply[9] = {JXPCF_TYPE_RESPONSE,
+                                JXPCF_HEADER_LENGTH,
+                                JXPCF_HEADER_VERSION,
+                                header[3],
+                                1,
+                                JXPCF_CONTROL_LAST,
+                                JXCC_OK,
+                                JXRC_NONE,
+                                0};
+      JXOD od = JXOD_DEFAULT;
+      std::memcpy(od.ObjectName, md.ReplyToQ, sizeof od.ObjectName);
+      JXMD rmd = JXMD_DEFAULT;
+      rmd.MsgType = JXMT_REPLY;
+      std::memcpy(rmd.Format, JXFMT_ADMIN, sizeof rmd.Format);
+      std::memcpy(rmd.CorrelId, md.MsgId, sizeof rmd.CorrelId);
+      JXPMO pmo = JXPMO_DEFAULT;
+      pmo.Options = JXPMO_NO_SYNCPOINT;
+      zstJXPUT1(hconn_, &od, &rmd, &pmo, sizeof reply, const_cast<int32_t *>(reply), &cc, &rc);
+    }
+  }
+
+  int32_t hconn_ = 0, hobj_ = 0;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+std::unique_ptr<Responder> g_responder;
+
+// A connection, a ping command and a response bag of the caller's thread.
+struct Executor {
+  Client c;
+  JXHBAG request = JXHB_NONE, response = JXHB_NONE;
+  bool start() {
+    int32_t cc, rc;
+    if (!g_responder) {
+      g_responder = std::make_unique<Responder>();
+      if (!g_responder->start()) return false;
+    }
+    if (!c.open(JXQ_ADMIN_COMMAND, JXOO_INQUIRE)) return false;
+    jxCreateBag(JXBAG_ADMIN, &request, &cc, &rc);
+    if (cc == JXCC_OK) jxCreateBag(JXBAG_ADMIN, &response, &cc, &rc);
+    return cc == JXCC_OK;
+  }
+  ~Executor() {
+    int32_t cc, rc;
+    for (JXHBAG *bag : {&request, &response})
+      if (*bag != JXHB_NONE) jxDeleteBag(bag, &cc, &rc);
+  }
+  bool execute() {
+    int32_t cc, rc;
+    jxExecute(c.hconn, JXCMD_PING_QMGR, JXHB_NONE, request, response, 0, 0, &cc, &rc);
+    return cc == JXCC_OK;
+  }
+};
+
+void ExecuteOneReply(benchmark::State &state) {
+  Executor x;
+  if (!x.start() || !x.execute()) {
+    state.SkipWithError("no reply to jxExecute");
+    return;
+  }
+  {
+    QmCallLog log;
+    x.execute();
+    state.counters["round_trips"] = static_cast<double>(log.calls.size());
+  }
+  for (auto _ : state) {
+    if (!x.execute()) {
+      state.SkipWithError("jxExecute failed");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+// What jxExecute does at the least for one reply: the command queue opened
+// and its readers inquired, a temporary reply queue, the put, the get, both
+// closes.
+bool directPing(int32_t hconn) {
+  static const int32_t kPing[9] = {JXPCF_TYPE_COMMAND,
+                                   JXPCF_HEADER_LENGTH,
+                                   JXPCF_HEADER_VERSION,
+                                   JXCMD_PING_QMGR,
+                                   1,
+                                   JXPCF_CONTROL_LAST,
+                                   JXCC_OK,
+                                   JXRC_NONE,
+                                   0};
+  int32_t cc, rc, command, reply, readers = 0, selector = JXIA_OPEN_INPUT_COUNT, length;
+  JXOD cod = JXOD_DEFAULT;
+  std::strcpy(cod.ObjectName, JXQ_ADMIN_COMMAND);
+  JXOPEN(hconn, &cod, JXOO_OUTPUT | JXOO_INQUIRE, &command, &cc, &rc);
+  if (cc != JXCC_OK) return false;
+  JXINQ(hconn, command, 1, &selector, 1, &readers, 0, nullptr, &cc, &rc);
+  JXOD rod = JXOD_DEFAULT;
+  std::strcpy(rod.ObjectName, JXQ_DEFAULT_MODEL);
+  std::strcpy(rod.DynamicQName, JXQ_REPLY_TEMPLATE);
+  JXOPEN(hconn, &rod, JXOO_INPUT_EXCLUSIVE, &reply, &cc, &rc);
+  JXMD md = JXMD_DEFAULT;
+  md.MsgType = JXMT_REQUEST;
+  std::memcpy(md.Format, JXFMT_ADMIN, sizeof md.Format);
+  std::memcpy(md.ReplyToQ, rod.ObjectName, sizeof md.ReplyToQ);
+  JXPMO pmo = JXPMO_DEFAULT;
+  pmo.Options = JXPMO_NO_SYNCPOINT;
+  JXPUT(hconn, command, &md, &pmo, sizeof kPing, const_cast<int32_t *>(kPing), &cc, &rc);
+  JXMD rmd = JXMD_DEFAULT;
+  std::memcpy(rmd.CorrelId, md.MsgId, sizeof rmd.CorrelId);
+  JXGMO gmo = JXGMO_DEFAULT;
+  gmo.Options = JXGMO_WAIT | JXGMO_NO_SYNCPOINT | JXGMO_CONVERT;
+  gmo.WaitInterval = 30000;
+  char buffer[4096];
+  JXGET(hconn, reply, &rmd, &gmo, sizeof buffer, buffer, &length, &cc, &rc);
+  const bool ok = cc == JXCC_OK;
+  JXCLOSE(hconn, &reply, JXCO_DELETE_PURGE, &cc, &rc);
+  JXCLOSE(hconn, &command, JXCO_NONE, &cc, &rc);
+  return ok;
+}
+
+void DirectOneReply(benchmark::State &state) {
+  Executor x;
+  if (!x.start()) {
+    state.SkipWithError("cannot connect to the queue manager");
+    return;
+  }
+  for (auto _ : state) {
+    if (!directPing(x.c.hconn)) {
+      state.SkipWithError("no reply");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
 BENCHMARK(SocketFloor)->Threads(1)->Threads(kClients)->UseRealTime();
 BENCHMARK(QmgrPutGet)->Threads(1)->Threads(kClients)->UseRealTime();
 BENCHMARK(RedisPushPop)->Threads(1)->Threads(kClients)->UseRealTime();
 BENCHMARK(QmgrPersistentPut)->UseRealTime();
+BENCHMARK(ExecuteOneReply)->UseRealTime();
+BENCHMARK(DirectOneReply)->UseRealTime();
 
 std::string findRedis() {
   for (const char *p : {"/usr/bin/redis-server", "/usr/local/bin/redis-server"})
@@ -402,6 +579,7 @@ bool setUp() {
 }
 
 void tearDown() {
+  g_responder.reset();
   run({std::string(JX_QM_BIN_DIR) + "/jxqm", "stop", g_qmgr});
   for (pid_t p : {g_echo, g_redis})
     if (p > 0) {

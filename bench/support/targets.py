@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Runs the frame, bag, first-fill and PCF benchmarks and prints each
-performance target with the figure measured for it, against its baseline
-from the same run.
+"""Runs the frame, bag, PCF, command-execution and first-fill benchmarks and
+prints each performance target with the figure measured for it, against its
+baseline from the same run.
 
 The benchmarks' repetitions are interleaved at random, so that a drift of
 the machine's speed during the run falls on a call and on its baseline
@@ -69,6 +69,22 @@ def bags(report, build, repetitions, min_time):
                 f"{large:.1f} vs {small:.1f} ns")
 
 
+def execute(report, build, repetitions, min_time):
+    names = ("SocketFloor/real_time/threads:1", "ExecuteOneReply/real_time",
+             "DirectOneReply/real_time")
+    runs = run(f"{build}/bin/qmgr_bench", repetitions, min_time,
+               [f"--benchmark_filter=^({'|'.join(names)})$"])
+    print("Command execution, wall time")
+    floor, ours, direct = (fastest(runs, n, "real_time") for n in names)
+    trips = runs[names[1]][0]["round_trips"]
+    report.line("jxExecute, one reply, vs the same calls made directly", ours / direct, "x", 1.2,
+                f"{ours / 1e3:.0f} vs {direct / 1e3:.0f} us")
+    # A floor iteration is two exchanges, a put's and a get's.
+    report.line(f"jxExecute per round trip ({trips:.0f}) vs socket ping-pong",
+                (ours / trips) / (floor / 2), "x", 1.5,
+                f"{ours / trips / 1e3:.1f} vs {floor / 2e3:.1f} us")
+
+
 def first_fill(report, build, repetitions):
     """Each side in fresh processes, taken in turn; the fastest of each."""
     runs = collections.defaultdict(list)
@@ -109,7 +125,7 @@ def main():
     parser.add_argument("--min-time", type=float, default=0.1)
     args = parser.parse_args()
     report = Report()
-    for part in (frame, bags, pcf):
+    for part in (frame, bags, pcf, execute):
         part(report, args.build, args.repetitions, args.min_time)
     first_fill(report, args.build, max(args.repetitions, 9))
     print(f"{report.missed} target(s) missed")
