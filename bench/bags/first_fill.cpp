@@ -14,15 +14,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "item_record.hpp"
 #include "tracing_off.hpp"
 
 namespace {
-
-struct Record {  // the item record's shape: six 32-bit fields
-  char id[4];
-  int32_t selector, type, value, length, ccsid;
-};
-static_assert(sizeof(Record) == 24);
 
 constexpr int32_t kFirstSelector = 1;
 constexpr int32_t kDefaultItems = 100000;

@@ -24,6 +24,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -351,6 +352,28 @@ void RedisPushPop(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations());
 }
 
+// A PCF message of one header and no parameters: the last of its exchange.
+using PcfHeader = std::array<int32_t, 9>;
+constexpr size_t kCommandWord = 3;
+PcfHeader pcfHeader(int32_t type, int32_t command) {
+  return {type,
+          JXPCF_HEADER_LENGTH,
+          JXPCF_HEADER_VERSION,
+          command,
+          1,
+          JXPCF_CONTROL_LAST,
+          JXCC_OK,
+          JXRC_NONE,
+          0};
+}
+
+JXMD adminMd(int32_t msgType) {
+  JXMD md = JXMD_DEFAULT;
+  md.MsgType = msgType;
+  std::memcpy(md.Format, JXFMT_ADMIN, sizeof md.Format);
+  return md;
+}
+
 // Answers every command on the command server's queue with one reply, from a
 // connection of its own, until it goes away.
 class Responder {
@@ -382,26 +405,16 @@ class Responder {
       zstJXGET(hconn_, hobj_, &md, &gmo, static_cast<int32_t>(request.size()), request.data(),
                &length, 0, &cc, &rc);
       if (cc != JXCC_OK) continue;
-      int32_t header[9];
-      std::memcpy(header, request.data(), sizeof header);
-      const int32_t reply[9] = {JXPCF_TYPE_RESPONSE,
-                                JXPCF_HEADER_LENGTH,
-                                JXPCF_HEADER_VERSION,
-                                header[3],
-                                1,
-                                JXPCF_CONTROL_LAST,
-                                JXCC_OK,
-                                JXRC_NONE,
-                                0};
+      PcfHeader command;
+      std::memcpy(command.data(), request.data(), sizeof command);
+      PcfHeader reply = pcfHeader(JXPCF_TYPE_RESPONSE, command[kCommandWord]);
       JXOD od = JXOD_DEFAULT;
       std::memcpy(od.ObjectName, md.ReplyToQ, sizeof od.ObjectName);
-      JXMD rmd = JXMD_DEFAULT;
-      rmd.MsgType = JXMT_REPLY;
-      std::memcpy(rmd.Format, JXFMT_ADMIN, sizeof rmd.Format);
+      JXMD rmd = adminMd(JXMT_REPLY);
       std::memcpy(rmd.CorrelId, md.MsgId, sizeof rmd.CorrelId);
       JXPMO pmo = JXPMO_DEFAULT;
       pmo.Options = JXPMO_NO_SYNCPOINT;
-      zstJXPUT1(hconn_, &od, &rmd, &pmo, sizeof reply, const_cast<int32_t *>(reply), &cc, &rc);
+      zstJXPUT1(hconn_, &od, &rmd, &pmo, sizeof reply, reply.data(), &cc, &rc);
     }
   }
 
@@ -463,15 +476,7 @@ void ExecuteOneReply(benchmark::State &state) {
 // and its readers inquired, a temporary reply queue, the put, the get, both
 // closes.
 bool directPing(int32_t hconn) {
-  static const int32_t kPing[9] = {JXPCF_TYPE_COMMAND,
-                                   JXPCF_HEADER_LENGTH,
-                                   JXPCF_HEADER_VERSION,
-                                   JXCMD_PING_QMGR,
-                                   1,
-                                   JXPCF_CONTROL_LAST,
-                                   JXCC_OK,
-                                   JXRC_NONE,
-                                   0};
+  PcfHeader ping = pcfHeader(JXPCF_TYPE_COMMAND, JXCMD_PING_QMGR);
   int32_t cc, rc, command, reply, readers = 0, selector = JXIA_OPEN_INPUT_COUNT, length;
   JXOD cod = JXOD_DEFAULT;
   std::strcpy(cod.ObjectName, JXQ_ADMIN_COMMAND);
@@ -482,13 +487,11 @@ bool directPing(int32_t hconn) {
   std::strcpy(rod.ObjectName, JXQ_DEFAULT_MODEL);
   std::strcpy(rod.DynamicQName, JXQ_REPLY_TEMPLATE);
   JXOPEN(hconn, &rod, JXOO_INPUT_EXCLUSIVE, &reply, &cc, &rc);
-  JXMD md = JXMD_DEFAULT;
-  md.MsgType = JXMT_REQUEST;
-  std::memcpy(md.Format, JXFMT_ADMIN, sizeof md.Format);
+  JXMD md = adminMd(JXMT_REQUEST);
   std::memcpy(md.ReplyToQ, rod.ObjectName, sizeof md.ReplyToQ);
   JXPMO pmo = JXPMO_DEFAULT;
   pmo.Options = JXPMO_NO_SYNCPOINT;
-  JXPUT(hconn, command, &md, &pmo, sizeof kPing, const_cast<int32_t *>(kPing), &cc, &rc);
+  JXPUT(hconn, command, &md, &pmo, sizeof ping, ping.data(), &cc, &rc);
   JXMD rmd = JXMD_DEFAULT;
   std::memcpy(rmd.CorrelId, md.MsgId, sizeof rmd.CorrelId);
   JXGMO gmo = JXGMO_DEFAULT;
