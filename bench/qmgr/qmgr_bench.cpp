@@ -9,8 +9,9 @@
 //                    windows, and the ratio of the rates; with 8 clients
 //                    commits are shared
 //   ExecuteOneReply  jxExecute of a ping command that a responder thread
-//                    answers with one reply, the round trips it makes
-//                    counted once
+//                    answers with one reply (the queue manager runs without
+//                    its command server), the round trips it makes counted
+//                    once
 //   DirectOneReply   the same queue-manager calls made directly, with
 //                    hand-built records and a hand-written PCF message
 // The first three run with 1 and 8 client threads, each thread on its own
@@ -39,6 +40,7 @@
 
 #include "jxiz.h"
 #include "qm_call_log.hpp"
+#include "run_program.hpp"
 
 namespace {
 
@@ -54,21 +56,6 @@ std::string g_redisSocket;
 pid_t g_redis = 0;
 pid_t g_echo = 0;
 std::string g_echoSocket;
-
-int run(const std::vector<std::string> &args) {
-  pid_t p = fork();
-  if (p == 0) {
-    dup2(STDERR_FILENO, STDOUT_FILENO);  // stdout carries the results alone
-    std::vector<char *> argv;
-    for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    _exit(127);
-  }
-  int status = 0;
-  waitpid(p, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
-}
 
 int connectUnix(const std::string &path) {
   int fd = socket(AF_UNIX, SOCK_STREAM, 0);
@@ -539,13 +526,14 @@ bool setUp() {
   g_root = root;
   setenv("JX_DATA_PATH", root, 1);
   std::string jxqm = std::string(JX_QM_BIN_DIR) + "/jxqm";
-  if (run({jxqm, "create", g_qmgr}) != 0) return false;
+  if (runProgram({jxqm, "create", g_qmgr}) != 0) return false;
   for (int i = 0; i < kClients; ++i) {
-    if (run({jxqm, "define", g_qmgr, "BQ" + std::to_string(i)}) != 0) return false;
-    if (run({jxqm, "define", g_qmgr, "PQ" + std::to_string(i), "--max-depth", "100000000"}) != 0)
+    if (runProgram({jxqm, "define", g_qmgr, "BQ" + std::to_string(i)}) != 0) return false;
+    if (runProgram(
+            {jxqm, "define", g_qmgr, "PQ" + std::to_string(i), "--max-depth", "100000000"}) != 0)
       return false;
   }
-  if (run({jxqm, "start", g_qmgr}) != 0) return false;
+  if (runProgram({jxqm, "start", g_qmgr, "--no-command-server"}) != 0) return false;
 
   g_echoSocket = g_root + "/echo.sock";
   int lfd = socket(AF_UNIX, SOCK_STREAM, 0);
@@ -583,7 +571,7 @@ bool setUp() {
 
 void tearDown() {
   g_responder.reset();
-  run({std::string(JX_QM_BIN_DIR) + "/jxqm", "stop", g_qmgr});
+  runProgram({std::string(JX_QM_BIN_DIR) + "/jxqm", "stop", g_qmgr});
   for (pid_t p : {g_echo, g_redis})
     if (p > 0) {
       kill(p, SIGTERM);

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Runs the frame, bag, PCF, command-execution and first-fill benchmarks and
-prints each performance target with the figure measured for it, against its
-baseline from the same run.
+"""Runs the frame, bag, PCF, command-execution, command-server and first-fill
+benchmarks and prints each performance target with the figure measured for
+it, against its baseline from the same run.
 
 The benchmarks' repetitions are interleaved at random, so that a drift of
 the machine's speed during the run falls on a call and on its baseline
@@ -85,6 +85,25 @@ def execute(report, build, repetitions, min_time):
                 f"{ours / trips / 1e3:.1f} vs {floor / 2e3:.1f} us")
 
 
+def commands(report, build, repetitions, min_time):
+    runs = run(f"{build}/bin/cmdserver_bench", repetitions, min_time)
+    print("Command server, wall time")
+    ours, direct = (fastest(runs, f"InquireOne{n}/real_time", "real_time")
+                    for n in ("Execute", "Direct"))
+    server = fastest(runs, "InquireOneServer")
+    report.line("jxExecute inquire one queue vs the same calls made directly", ours / direct,
+                "x", 1.2, f"{ours / 1e3:.0f} vs {direct / 1e3:.0f} us, "
+                f"the command server's own part {server / 1e3:.1f} us")
+    # Google Benchmark reports these in milliseconds.
+    small, large = (fastest(runs, f"InquireAll/{n}/real_time", "real_time") for n in (1000, 10000))
+    report.line("inquire queue over 10,000 vs 1,000 queues", large / small, "x", 11,
+                f"{large:.0f} vs {small:.1f} ms")
+    report.line("inquire queue over 10,000 queues, per queue", large * 1e3 / 10000, "us", 20)
+    idle, beside = (fastest(runs, f"PutGet{n}/real_time", "real_time") for n in ("Idle", "Beside"))
+    report.line("put+get beside a 10,000-queue inquiry vs idle", beside / idle, "x", 2,
+                f"{beside / 1e3:.0f} vs {idle / 1e3:.0f} us")
+
+
 def first_fill(report, build, repetitions):
     """Each side in fresh processes, taken in turn; the fastest of each."""
     runs = collections.defaultdict(list)
@@ -125,7 +144,7 @@ def main():
     parser.add_argument("--min-time", type=float, default=0.1)
     args = parser.parse_args()
     report = Report()
-    for part in (frame, bags, pcf, execute):
+    for part in (frame, bags, pcf, execute, commands):
         part(report, args.build, args.repetitions, args.min_time)
     first_fill(report, args.build, max(args.repetitions, 9))
     print(f"{report.missed} target(s) missed")
