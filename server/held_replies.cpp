@@ -52,7 +52,8 @@ size_t frameSize(const jxqp::Bytes &out, size_t offset) {
 }  // namespace
 
 void HeldReplies::settle(jxqp::Bytes &out, uint64_t turn, bool committed, int32_t reason) {
-  auto first = std::find_if(held_.begin(), held_.end(), [&](const Held &h) { return h.turn == turn; });
+  auto first =
+      std::find_if(held_.begin(), held_.end(), [&](const Held &h) { return h.turn == turn; });
   if (first == held_.end()) return;
   if (committed) {
     held_.erase(std::remove_if(first, held_.end(), [&](const Held &h) { return h.turn == turn; }),

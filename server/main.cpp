@@ -190,8 +190,9 @@ int main(int argc, char **argv) {
     }
   }
   if (!store.refillReserve())
-    qm.log("no room for the store's reserve: persistent messages and definitions are refused "
-           "until there is room");
+    qm.log(
+        "no room for the store's reserve: persistent messages and definitions are refused "
+        "until there is room");
 
   // Every descriptor the process may have, less a reserve.
   rlimit lim{};

@@ -390,7 +390,8 @@ int32_t QueueManager::storeFailed(const std::string &what) {
   if (!store_.full())
     log(what + " failed: " + store_.lastError());
   else if (!fullReported_)
-    log("the store's disk is full (" + what + "): persistent messages and definitions are "
+    log("the store's disk is full (" + what +
+        "): persistent messages and definitions are "
         "refused until there is room again");
   fullReported_ = fullReported_ || store_.full();
   if (txnOpen_ && !store_.inTransaction()) loseTurn();

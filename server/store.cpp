@@ -92,7 +92,8 @@ bool StoreFault::parse(std::string_view text, StoreFault &out) {
     int64_t n = 0;
     auto [end, ec] = std::from_chars(number.data(), number.data() + number.size(), n);
     // full:0 is a disk full from the start; the others count from 1.
-    if (ec != std::errc() || end != number.data() + number.size() || n < (kind == Kind::Full ? 0 : 1))
+    if (ec != std::errc() || end != number.data() + number.size() ||
+        n < (kind == Kind::Full ? 0 : 1))
       return false;
     out = {kind, n};
     return true;

@@ -27,7 +27,8 @@ class FailingStore : public Core {
 
 TEST_F(FailingStore, AFailedTurnTakesBackEveryChangeAndItsHeldSessions) {
   jxqm::Session &a = session("alice"), &b = session("bob");
-  const int32_t ha = open(a, "PQ", JXOO_OUTPUT), hb = open(b, "PQ", JXOO_INPUT_SHARED | JXOO_OUTPUT);
+  const int32_t ha = open(a, "PQ", JXOO_OUTPUT),
+                hb = open(b, "PQ", JXOO_INPUT_SHARED | JXOO_OUTPUT);
   EXPECT_EQ(put(a, ha, "kept").rc, JXRC_NONE);
   ASSERT_TRUE(qm_->endTurn());
 
@@ -160,7 +161,8 @@ TEST(HeldReplies, AFailedTurnsRepliesBecomeFailuresOfTheirOwnCalls) {
   ASSERT_TRUE(jxqp::decode(frames[1].second.data(), frames[1].second.size(), putAfter));
   EXPECT_EQ(putAfter.cc, JXCC_FAILED);
   EXPECT_EQ(putAfter.rc, JXRC_RESOURCE_PROBLEM);
-  EXPECT_EQ(putAfter.md.Priority, jxqp::PutReply{}.md.Priority) << "nothing of the lost reply is left";
+  EXPECT_EQ(putAfter.md.Priority, jxqp::PutReply{}.md.Priority)
+      << "nothing of the lost reply is left";
   jxqp::CodeReply commitAfter;
   ASSERT_TRUE(jxqp::decode(frames[2].second.data(), frames[2].second.size(), commitAfter));
   EXPECT_EQ(commitAfter.rc, JXRC_RESOURCE_PROBLEM);

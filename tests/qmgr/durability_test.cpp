@@ -56,7 +56,8 @@ class Client {
   int failures() const { return failures_; }
   bool has(const std::string &queue) const { return model_.count(queue); }
 
-  void put(const std::string &queue, const std::string &text, int32_t options = JXPMO_NO_SYNCPOINT) {
+  void put(const std::string &queue, const std::string &text,
+           int32_t options = JXPMO_NO_SYNCPOINT) {
     const bool persistent = queue != "NQ";
     int32_t rc = qmtest::put(h_, handle(queue, JXOO_OUTPUT), text + padding_, nullptr, options,
                              persistent ? JXPER_PERSISTENT : JXPER_NOT_PERSISTENT);
@@ -173,19 +174,12 @@ std::string text(const char *what, int n, int i) {
 }
 
 const Scenario kScenarios[] = {
-    {"puts", [](Client &, int) {},
+    {"messages", [](Client &c, int n) { c.put("PQ", text("seed", n, 1)); },
      [](Client &c, int n) {
        c.put("PQ", text("put", n, 1));
        c.put("NQ", text("plain", n, 1));
+       c.get("PQ");
        c.put("PQ", text("put", n, 2));
-     }},
-    {"gets",
-     [](Client &c, int n) {
-       for (int i = 1; i <= 3; ++i) c.put("PQ", text("seed", n, i));
-     },
-     [](Client &c, int) {
-       c.get("PQ");
-       c.get("PQ");
      }},
     {"unit of work", [](Client &c, int n) { c.put("PQ", text("seed", n, 1)); },
      [](Client &c, int n) {
@@ -199,17 +193,14 @@ const Scenario kScenarios[] = {
      [](Client &c, int n) {
        if (!c.has("DQ")) c.admin(JXCMD_CREATE_QUEUE, "DQ");
        c.put("DQ", text("doomed", n, 1));
+       c.put("PQ", text("cleared", n, 1));
        if (c.has("NEWQ")) c.admin(JXCMD_DELETE_QUEUE, "NEWQ");
      },
      [](Client &c, int) {
        c.admin(JXCMD_CREATE_QUEUE, "NEWQ");
+       c.admin(JXCMD_CLEAR_QUEUE, "PQ");
        c.admin(JXCMD_DELETE_QUEUE, "DQ");
      }},
-    {"clear",
-     [](Client &c, int n) {
-       for (int i = 1; i <= 2; ++i) c.put("PQ", text("seed", n, i));
-     },
-     [](Client &c, int) { c.admin(JXCMD_CLEAR_QUEUE, "PQ"); }},
 };
 
 // Generous: no scenario makes this many writes or commits.
@@ -220,11 +211,14 @@ using Durability = ServerTest;
 // As an allocation-failure loop does: the Nth write (or commit) fails for
 // N = 1, 2, ... until the scenario runs without meeting the fault.
 TEST_F(Durability, EveryFailingWriteAndCommitIsReportedAndTakenBack) {
+  QueueManagerProcess qm(kQueues);
+  Model model = {{"PQ", {}}, {"NQ", {}}, {"DQ", {}}};
+  ASSERT_TRUE(qm.stop());
   for (const char *kind : {"write", "commit"}) {
     for (const Scenario &s : kScenarios) {
       SCOPED_TRACE(std::string(kind) + " faults, " + s.name);
-      QueueManagerProcess qm(kQueues);
-      Model model = {{"PQ", {}}, {"NQ", {}}, {"DQ", {}}};
+      ASSERT_TRUE(qm.start());
+      expectModel(qm.name(), model);
       {
         Client seeder(qm.name(), model);
         s.seed(seeder, 0);
@@ -274,8 +268,7 @@ TEST_F(Durability, AFailedGroupCommitFailsEveryHeldReply) {
     const int32_t q = openQueue(h, "PQ", JXOO_OUTPUT);
     for (int i = 0; i < kPuts; ++i) {
       const std::string t = text("group", client, i);
-      const int32_t rc =
-          qmtest::put(h, q, t, nullptr, JXPMO_NO_SYNCPOINT, JXPER_PERSISTENT);
+      const int32_t rc = qmtest::put(h, q, t, nullptr, JXPMO_NO_SYNCPOINT, JXPER_PERSISTENT);
       if (rc != JXRC_NONE && rc != JXRC_RESOURCE_PROBLEM) _exit(3);
       const std::string line = (rc == JXRC_NONE ? "ok " : "failed ") + t + "\n";
       if (write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) _exit(2);
