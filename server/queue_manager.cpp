@@ -391,8 +391,7 @@ int32_t QueueManager::storeFailed(const std::string &what) {
     log(what + " failed: " + store_.lastError());
   else if (!fullReported_)
     log("the store's disk is full (" + what +
-        "): persistent messages and definitions are "
-        "refused until there is room again");
+        "): persistent messages and definitions are refused until there is room again");
   fullReported_ = fullReported_ || store_.full();
   if (txnOpen_ && !store_.inTransaction()) loseTurn();
   return JXRC_RESOURCE_PROBLEM;
