@@ -204,7 +204,9 @@ template <class Reply>
 void ClientLink::reply(jxqp::Op op, const Reply &r) {
   jxqp::Writer w;
   jxqp::encode(w, r);
+  const size_t start = out.size();
   jxqp::appendFrame(out, jxqp::replyOp(op), w);
+  if (session_ && qm_.takeHeld(session_->id())) held_.hold(start, op, qm_.turn());
   if (owner_) owner_->touched(*this);
 }
 
@@ -256,6 +258,7 @@ bool ClientLink::processInput() {
     const LinkOps::Serve serve = row && authority < row->authority ? row->refuse
                                  : row                             ? row->serve
                                                                    : nullptr;
+    QueueManager::Acting acting(qm_, session_ ? session_->id() : 0);
     if (!serve || !serve(*this, in.data() + off + jxqp::kHeaderSize, h.length)) {
       log("malformed request, op " + std::to_string(h.op));
       ok = false;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "authentication.hpp"
+#include "held_replies.hpp"
 #include "qm_protocol.hpp"
 #include "queue_manager.hpp"
 #include "transport.hpp"
@@ -55,6 +56,13 @@ class ClientLink final : public Peer {
   bool hasRunnableInput() const;
   // Whether the session is blocked in a get.
   bool waiting() const;
+  // How much of the output may be written now: replies that wait for a
+  // commit stay until it ends.
+  size_t writable() const { return held_.writable(out.size()); }
+  // The commit of `turn` ended; its replies were held until now.
+  void settle(uint64_t turn, bool committed) {
+    held_.settle(out, turn, committed, JXRC_RESOURCE_PROBLEM);
+  }
 
   // Buffers the event loop fills and drains.
   jxqp::Bytes in;
@@ -81,6 +89,7 @@ class ClientLink final : public Peer {
   Session *session_ = nullptr;
   bool closing_ = false;
   std::string chars_;  // an inquire reply's characters until it is written
+  HeldReplies held_;
 };
 
 }  // namespace jxqm

@@ -188,14 +188,15 @@ bool EventLoop::readFrom(ClientLink &l) {
 
 // Writes pending output; false when the peer has gone.
 bool EventLoop::writeTo(ClientLink &l) {
-  while (l.outOff < l.out.size()) {
-    ssize_t n = l.transport()->send(l.out.data() + l.outOff, l.out.size() - l.outOff);
+  const size_t end = l.writable();
+  while (l.outOff < end) {
+    ssize_t n = l.transport()->send(l.out.data() + l.outOff, end - l.outOff);
     if (n == Transport::kWouldBlock) break;
     if (n < 0) return false;
     l.outOff += static_cast<size_t>(n);
   }
-  bool pending = l.outOff < l.out.size();
-  if (!pending) {
+  bool pending = l.outOff < end;
+  if (l.outOff == l.out.size()) {
     l.out.clear();
     l.outOff = 0;
   }
@@ -237,7 +238,8 @@ int EventLoop::finishTurn() {
   if (hello >= 0 && (next < 0 || hello < next)) next = hello;
   if (background >= 0 && (next < 0 || background < next)) next = background;
   if (qm_.commitPending()) lastGroup_ = touched_;
-  qm_.endTurn();
+  const uint64_t turn = qm_.turn();
+  const bool committed = qm_.endTurn();
   // Replies queued from here on (a drop below can answer another
   // connection's get) belong to the next turn's commit.
   size_t count = touched_.size();
@@ -246,7 +248,11 @@ int EventLoop::finishTurn() {
     ClientLink *l = link(id);
     if (!l) continue;
     l->touched = false;
-    if ((!l->out.empty() && !writeTo(*l)) || (l->closing() && l->out.empty())) drop(id);
+    l->settle(turn, committed);
+    if ((!l->out.empty() && !writeTo(*l)) || (l->closing() && l->out.empty()))
+      drop(id);
+    else if (l->writable() < l->out.size())
+      touched(*l);  // replies that wait for the next turn's commit
   }
   touched_.erase(touched_.begin(), touched_.begin() + static_cast<std::ptrdiff_t>(count));
   if (!touched_.empty() || anyRunnable()) return 0;

@@ -9,6 +9,9 @@
 // turn that had work, the server polls for up to --poll-us (default 200,
 // 0 to 10000) before it sleeps. The command server reads
 // SYSTEM.ADMIN.COMMAND.QUEUE unless --no-command-server is given.
+//
+// JX_STORE_FAULT (write:N, commit:N or full:N, store.hpp) makes the store
+// fail on purpose, for tests.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
@@ -144,6 +147,14 @@ int main(int argc, char **argv) {
   if (access(jxqp::kDbFile, F_OK) != 0) return die("queue manager " + name + " has no database", 2);
 
   jxqm::Store store;
+  if (const char *fault = getenv("JX_STORE_FAULT")) {
+    jxqm::StoreFault f;
+    if (!jxqm::StoreFault::parse(fault, f))
+      return die(std::string("JX_STORE_FAULT is write:N, commit:N or full:N, not '") + fault + "'",
+                 2);
+    store.inject(f);
+  }
+  store.reserveAt(std::string(jxqp::kDbFile) + "-reserve");
   std::string err;
   if (!store.open(jxqp::kDbFile, false, err)) return die("cannot open database: " + err);
   // A folder copied or renamed by hand would serve the wrong queue manager.
@@ -179,7 +190,15 @@ int main(int argc, char **argv) {
   {
     std::ofstream pid(jxqp::kPidFile, std::ios::trunc);
     pid << getpid() << "\n";
+    if (!pid.flush()) {
+      unlink(jxqp::kSocketFile);
+      return die(std::string("cannot write ") + jxqp::kPidFile);
+    }
   }
+  if (!store.refillReserve())
+    qm.log(
+        "no room for the store's reserve: persistent messages and definitions are refused "
+        "until there is room");
 
   // Every descriptor the process may have, less a reserve.
   rlimit lim{};
@@ -216,8 +235,9 @@ int main(int argc, char **argv) {
   bool ok = loop.run();
   loop.dropAll();
   server.reset();
-  qm.endTurn();
-  store.close();
+  // Failures are logged where they happen; the store has what committed.
+  (void)qm.endTurn();
+  if (!store.close()) qm.log("the database did not close cleanly: " + store.lastError());
   unlink(jxqp::kSocketFile);
   unlink(jxqp::kPidFile);
   if (!ok) return 1;

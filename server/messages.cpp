@@ -37,6 +37,27 @@ void notePut(Queue &q, int64_t nowMs) {
   q.stats.lastPutMs = nowMs;
 }
 
+// Takes back a put whose commit failed.
+void takeBack(Queue &q, uint64_t seq) {
+  auto it = q.msgs.find(seq);
+  if (it == q.msgs.end()) return;
+  if (it->second.lockedBy) --q.uncommitted;
+  q.msgs.erase(it);
+}
+
+// Puts back a message whose removal's commit failed.
+void putBack(Queue &q, uint64_t seq, Message &m) {
+  if (m.lockedBy) ++q.uncommitted;
+  q.msgs.emplace(seq, std::move(m));
+}
+
+int64_t storeMessage(Store &store, const Queue &q, uint64_t seq, const Message &m) {
+  jxqp::Writer enc;
+  enc.md(m.md);
+  return store.insertMessage(q.def.name, seq, enc.bytes(), m.data, m.expiresMs, m.putter,
+                             m.authority);
+}
+
 }  // namespace
 
 int32_t QueueManager::putMessage(Session *s, const QueuePtr &q, int32_t options, JXMD &md,
@@ -93,12 +114,11 @@ int32_t QueueManager::putMessage(Session *s, const QueuePtr &q, int32_t options,
     ++q->uncommitted;
     s->holdPut(q, seq);
   } else if (m.persistent) {
-    jxqp::Writer enc;
-    enc.md(m.md);
     if (!dbWork()) return JXRC_RESOURCE_PROBLEM;
-    m.dbId = store_.insertMessage(q->def.name, seq, enc.bytes(), m.data, m.expiresMs, m.putter,
-                                  m.authority);
-    if (!m.dbId) return JXRC_RESOURCE_PROBLEM;
+    m.dbId = storeMessage(store_, *q, seq, m);
+    if (!m.dbId) return storeFailed("storing a message on " + q->def.name);
+    m.turn = turn_;
+    journal([q, seq] { takeBack(*q, seq); });
   }
   q->msgs.emplace(seq, std::move(m));
   q->stats.highDepth = std::max(q->stats.highDepth, q->depth());
@@ -110,15 +130,26 @@ int32_t QueueManager::putMessage(Session *s, const QueuePtr &q, int32_t options,
   return JXRC_NONE;
 }
 
-void QueueManager::removeMessage(Queue &q, std::map<uint64_t, Message>::iterator it, bool got) {
-  if (it->second.dbId && dbWork()) store_.deleteMessage(it->second.dbId);
-  if (it->second.lockedBy) --q.uncommitted;
-  q.msgs.erase(it);
-  if (got) {
-    ++q.stats.gets;
-    q.stats.lastGetMs = nowMs();
-    events_->afterGet(q);
+int32_t QueueManager::removeMessage(const QueuePtr &q, std::map<uint64_t, Message>::iterator it,
+                                    bool got) {
+  const bool journaled = removalJournaled(it->second);
+  if (it->second.dbId) {
+    if (!dbWork()) return JXRC_RESOURCE_PROBLEM;
+    // A lost turn may have taken `it` back: it is not touched after a failure.
+    if (!store_.deleteMessage(it->second.dbId))
+      return storeFailed("removing a message from " + q->def.name);
   }
+  const uint64_t seq = it->first;
+  Message m = std::move(it->second);
+  if (m.lockedBy) --q->uncommitted;
+  q->msgs.erase(it);
+  if (got) {
+    ++q->stats.gets;
+    q->stats.lastGetMs = nowMs();
+    events_->afterGet(*q);
+  }
+  if (journaled) journal([q, seq, m = std::move(m)]() mutable { putBack(*q, seq, m); });
+  return JXRC_NONE;
 }
 
 void QueueManager::serveWaiters(const QueuePtr &q) {
@@ -137,32 +168,81 @@ void QueueManager::serveWaiters(const QueuePtr &q) {
   }
 }
 
-void QueueManager::commitUnitOfWork(Session &s) {
+namespace {
+
+// A message a unit of work holds, while it is still there.
+Message *held(const QueuePtr &q, uint64_t seq) {
+  auto it = q->msgs.find(seq);
+  return q->deleted || it == q->msgs.end() ? nullptr : &it->second;
+}
+
+}  // namespace
+
+// The store's part comes first and as a whole (a savepoint), so that a
+// failure leaves the unit of work to be backed out; the in-memory part then
+// cannot fail.
+int32_t QueueManager::commitUnitOfWork(Session &s) {
+  std::vector<int64_t> ids(s.uowPuts().size(), 0);
+  bool durable = false;
+  for (auto &[q, seq] : s.uowPuts())
+    if (Message *m = held(q, seq)) durable = durable || m->persistent;
+  for (auto &[q, seq] : s.uowGets())
+    if (Message *m = held(q, seq)) durable = durable || m->dbId;
+  if (durable) {
+    if (!dbWork()) {
+      backoutUnitOfWork(s);
+      return JXRC_RESOURCE_PROBLEM;
+    }
+    bool ok = store_.savepoint();
+    for (size_t i = 0; ok && i < s.uowPuts().size(); ++i) {
+      const auto &[q, seq] = s.uowPuts()[i];
+      Message *m = held(q, seq);
+      if (m && m->persistent) ok = (ids[i] = storeMessage(store_, *q, seq, *m)) != 0;
+    }
+    for (const auto &[q, seq] : s.uowGets()) {
+      Message *m = ok ? held(q, seq) : nullptr;
+      if (m && m->dbId) ok = store_.deleteMessage(m->dbId);
+    }
+    if (!store_.finishSavepoint(ok)) {
+      int32_t rc = storeFailed("committing a unit of work");
+      backoutUnitOfWork(s);
+      return rc;
+    }
+  }
   std::vector<QueuePtr> wake;
   const int64_t now = nowMs();
-  for (auto &[q, seq] : s.uowPuts()) {
-    auto it = q->msgs.find(seq);
-    if (q->deleted || it == q->msgs.end()) continue;
-    Message &m = it->second;
-    if (m.persistent) {
-      jxqp::Writer enc;
-      enc.md(m.md);
-      if (dbWork())
-        m.dbId = store_.insertMessage(q->def.name, seq, enc.bytes(), m.data, m.expiresMs, m.putter,
-                                      m.authority);
-    }
-    m.lockedBy = 0;
+  for (size_t i = 0; i < s.uowPuts().size(); ++i) {
+    const auto &[q, seq] = s.uowPuts()[i];
+    Message *m = held(q, seq);
+    if (!m) continue;
+    m->dbId = ids[i];
+    m->lockedBy = 0;
     --q->uncommitted;
     notePut(*q, now);
+    if (durable) {
+      m->turn = turn_;
+      journal([q, seq] { takeBack(*q, seq); });
+    }
     if (std::find(wake.begin(), wake.end(), q) == wake.end()) wake.push_back(q);
   }
-  for (auto &[q, seq] : s.uowGets()) {
+  for (const auto &[q, seq] : s.uowGets()) {
     auto it = q->msgs.find(seq);
     if (q->deleted || it == q->msgs.end()) continue;
-    removeMessage(*q, it, true);
+    Message m = std::move(it->second);
+    --q->uncommitted;
+    q->msgs.erase(it);
+    ++q->stats.gets;
+    q->stats.lastGetMs = now;
+    if (durable) {
+      // Taken back as a backout would leave it.
+      m.lockedBy = 0;
+      ++m.md.BackoutCount;
+      journal([q, seq, m = std::move(m)]() mutable { putBack(*q, seq, m); });
+    }
   }
   s.forgetUnitOfWork();
   for (auto &q : wake) serveWaiters(q);
+  return JXRC_NONE;
 }
 
 void QueueManager::backoutUnitOfWork(Session &s) {

@@ -69,6 +69,9 @@ void QueueManager::log(const std::string &line) const {
   struct tm tmv;
   gmtime_r(&t, &tmv);
   strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", &tmv);
+  // A log on a full disk loses lines; the stream must not stay failed for
+  // the lines that fit later.
+  std::cerr.clear();
   std::cerr << stamp << ' ' << line << std::endl;
 }
 
@@ -156,7 +159,10 @@ QueuePtr QueueManager::findQueue(std::string_view name) const {
 }
 
 int32_t QueueManager::addQueue(QueueDef def, bool temporary, uint32_t owner, QueuePtr &out) {
-  if (!temporary && (!dbWork() || !store_.saveQueue(def))) return JXRC_RESOURCE_PROBLEM;
+  if (!temporary) {
+    if (!dbWork()) return JXRC_RESOURCE_PROBLEM;
+    if (!store_.saveQueue(def)) return storeFailed("saving queue " + def.name);
+  }
   auto q = std::make_shared<Queue>();
   q->def = std::move(def);
   q->temporary = temporary;
@@ -164,39 +170,75 @@ int32_t QueueManager::addQueue(QueueDef def, bool temporary, uint32_t owner, Que
   q->stats.resetMs = nowMs();
   queues_[q->def.name] = q;
   out = q;
+  if (!temporary) journal([this, q] { dropQueue(q); });
   return JXRC_NONE;
 }
 
 int32_t QueueManager::redefineQueue(Queue &q, const QueueDef &def) {
-  if (!q.temporary && (!dbWork() || !store_.saveQueue(def))) return JXRC_RESOURCE_PROBLEM;
+  if (!q.temporary) {
+    if (!dbWork()) return JXRC_RESOURCE_PROBLEM;
+    if (!store_.saveQueue(def)) return storeFailed("saving queue " + def.name);
+    journal([&q, was = q.def] { q.def = was; });
+  }
   q.def = def;
   return JXRC_NONE;
 }
 
-int32_t QueueManager::deleteQueue(const QueuePtr &q) {
-  if (!q->temporary && (!dbWork() || !store_.deleteQueue(q->def.name)))
-    return JXRC_RESOURCE_PROBLEM;
+void QueueManager::dropQueue(const QueuePtr &q) {
   q->deleted = true;
-  queues_.erase(q->def.name);
-  q->msgs.clear();
-  q->uncommitted = 0;
+  auto it = queues_.find(q->def.name);
+  if (it != queues_.end() && it->second == q) queues_.erase(it);
   // Blocked gets learn that their queue is gone.
   for (uint32_t id : std::list<uint32_t>(q->waiters))
     if (Session *w = session(id)) w->failPendingGet(JXRC_Q_DELETED);
   q->waiters.clear();
+}
+
+namespace {
+
+// Puts messages taken off a queue back beside those put since.
+void putBack(Queue &q, std::map<uint64_t, Message> &msgs, int32_t uncommitted) {
+  q.msgs.merge(msgs);
+  q.uncommitted += uncommitted;
+}
+
+}  // namespace
+
+int32_t QueueManager::deleteQueue(const QueuePtr &q) {
+  if (!q->temporary) {
+    if (!dbWork()) return JXRC_RESOURCE_PROBLEM;
+    if (!store_.deleteQueue(q->def.name)) return storeFailed("deleting queue " + q->def.name);
+  }
+  dropQueue(q);
+  std::map<uint64_t, Message> msgs;
+  msgs.swap(q->msgs);
+  const int32_t uncommitted = std::exchange(q->uncommitted, 0);
+  if (!q->temporary)
+    journal([this, q, msgs = std::move(msgs), uncommitted]() mutable {
+      q->deleted = false;
+      queues_[q->def.name] = q;
+      putBack(*q, msgs, uncommitted);
+    });
   return JXRC_NONE;
 }
 
 int32_t QueueManager::clearQueue(Queue &q) {
-  if (!q.temporary && (!dbWork() || !store_.deleteMessages(q.def.name)))
-    return JXRC_RESOURCE_PROBLEM;
-  q.msgs.clear();
-  q.uncommitted = 0;
+  if (!q.temporary) {
+    if (!dbWork()) return JXRC_RESOURCE_PROBLEM;
+    if (!store_.deleteMessages(q.def.name)) return storeFailed("clearing queue " + q.def.name);
+  }
+  std::map<uint64_t, Message> msgs;
+  msgs.swap(q.msgs);
+  const int32_t uncommitted = std::exchange(q.uncommitted, 0);
+  if (!q.temporary)
+    journal([&q, msgs = std::move(msgs), uncommitted]() mutable { putBack(q, msgs, uncommitted); });
   return JXRC_NONE;
 }
 
 int32_t QueueManager::changeSettings(const QMgrSettings &s) {
-  if (!dbWork() || !store_.saveSettings(s)) return JXRC_RESOURCE_PROBLEM;
+  if (!dbWork()) return JXRC_RESOURCE_PROBLEM;
+  if (!store_.saveSettings(s)) return storeFailed("saving the queue manager's settings");
+  journal([this, was = settings_] { settings_ = was; });
   settings_ = s;
   return JXRC_NONE;
 }
@@ -328,9 +370,10 @@ AttrValue QueueManager::value(const Attribute &a, const Session &s) const {
 // ---- turns ----
 
 bool QueueManager::dbWork() {
+  if (turnLost_) return false;
   if (!txnOpen_) {
     if (!store_.begin()) {
-      log("cannot begin transaction: " + store_.lastError());
+      storeFailed("beginning a transaction");
       return false;
     }
     txnOpen_ = true;
@@ -338,15 +381,54 @@ bool QueueManager::dbWork() {
   return true;
 }
 
-void QueueManager::endTurn() {
-  if (!txnOpen_) return;
+void QueueManager::journal(std::function<void()> undo) {
+  undo_.push_back(std::move(undo));
+  dependsOnTurn();
+}
+
+void QueueManager::dependsOnTurn() {
+  if (actor_) held_.insert(actor_);
+}
+
+int32_t QueueManager::storeFailed(const std::string &what) {
+  if (!store_.full())
+    log(what + " failed: " + store_.lastError());
+  else if (!fullReported_)
+    log("the store's disk is full (" + what +
+        "): persistent messages and definitions are refused until there is room again");
+  fullReported_ = fullReported_ || store_.full();
+  if (txnOpen_ && !store_.inTransaction()) loseTurn();
+  return JXRC_RESOURCE_PROBLEM;
+}
+
+void QueueManager::loseTurn() {
+  if (!store_.rollback()) log("rolling back the turn's transaction failed: " + store_.lastError());
+  log("the turn's durable work is lost: " + std::to_string(undo_.size()) +
+      " changes taken back, their callers get 2102");
   txnOpen_ = false;
-  if (!store_.commit()) {
-    // The replies held for this commit promised durability: ending here
-    // lets a restart recover from the last commit instead of lying.
-    log("commit failed, ending: " + store_.lastError());
-    _exit(70);
+  turnLost_ = true;
+  // Later changes may rest on earlier ones: take them back newest first.
+  std::vector<std::function<void()>> undo;
+  undo.swap(undo_);
+  for (auto it = undo.rbegin(); it != undo.rend(); ++it) (*it)();
+}
+
+bool QueueManager::endTurn() {
+  if (txnOpen_ && !store_.commit()) {
+    storeFailed("committing the turn's transaction");
+    // SQLite may keep the transaction open after a failed commit.
+    if (txnOpen_) loseTurn();
   }
+  const bool committed = !turnLost_;
+  if (committed && fullReported_ && !store_.full()) {
+    log("the store has room again");
+    fullReported_ = false;
+  }
+  txnOpen_ = turnLost_ = false;
+  undo_.clear();
+  held_.clear();
+  ++turn_;
+  return committed;
 }
 
 int64_t QueueManager::expireWaits(int64_t now) {

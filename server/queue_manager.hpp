@@ -6,11 +6,18 @@
 // transaction of the current loop turn; endTurn commits it, and replies are
 // held until then, so a put returns only once it is durable and all
 // clients served in one turn share one commit.
+//
+// When that commit fails (or SQLite gives the transaction up), nothing of
+// the turn's durable work may seem done: each in-memory change made with
+// durable work is journaled with the change that takes it back, and the
+// replies of the sessions whose durable work it was are held back by their
+// connections and turned into 2102 (queue_manager.cpp, held_replies.hpp).
 #pragma once
 
 #include <jx/jxqm.h>
 
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -39,6 +46,7 @@ struct Message {
   int64_t expiresMs = 0;  // 0: never
   int64_t putMs = 0;      // when it was put
   int64_t dbId = 0;       // row of a stored persistent message
+  uint64_t turn = 0;      // the turn whose commit made it available
   uint32_t lockedBy = 0;  // session whose unit of work holds it
   bool persistent = false;
   // Who put it. md.UserIdentifier holds the first JX_USER_IDENTIFIER_LENGTH
@@ -165,11 +173,16 @@ class QueueManager {
   // user identifier, put date and time). A reason.
   int32_t putMessage(Session *session, const QueuePtr &q, int32_t options, JXMD &md,
                      std::string_view data);
-  // Takes a message off its queue; `got` counts it as a get.
-  void removeMessage(Queue &q, std::map<uint64_t, Message>::iterator it, bool got);
+  // Takes a message off its queue; `got` counts it as a get. A reason: on
+  // failure the message stays.
+  int32_t removeMessage(const QueuePtr &q, std::map<uint64_t, Message>::iterator it, bool got);
+  // Whether taking the message off needs the store, or waits for the turn's
+  // commit to exist at all (so its data must be kept to be put back).
+  bool removalJournaled(const Message &m) const { return m.dbId || pendingInTurn(m); }
   // Answers the blocked gets on q that a message can now serve.
   void serveWaiters(const QueuePtr &q);
-  void commitUnitOfWork(Session &s);
+  // A reason; when the store fails the unit of work is backed out.
+  int32_t commitUnitOfWork(Session &s);
   void backoutUnitOfWork(Session &s);
 
   // ---- turns ----
@@ -182,12 +195,41 @@ class QueueManager {
   void removeTimedWait(int64_t deadlineMs, uint32_t session) {
     timedWaits_.erase({deadlineMs, session});
   }
-  // Starts the turn's transaction if needed; false when the store failed.
+  // Starts the turn's transaction if needed; false when the store failed
+  // or the turn's durable work is already lost.
   bool dbWork();
-  // Commits the turn's transaction and releases the replies held for it.
-  void endTurn();
+  // Commits the turn's transaction. False when the commit failed: every
+  // change journaled in the turn has been taken back, and the replies held
+  // for it must become 2102.
+  bool endTurn();
   // Whether the turn has durable work waiting for endTurn's commit.
   bool commitPending() const { return txnOpen_; }
+  // The number of the turn whose transaction is open or next.
+  uint64_t turn() const { return turn_; }
+
+  // Durable work is done for the session that acts (0: the queue manager
+  // itself) while one of these lives.
+  class Acting {
+   public:
+    Acting(QueueManager &qm, uint32_t session) : qm_(qm), was_(qm.actor_) { qm.actor_ = session; }
+    ~Acting() { qm_.actor_ = was_; }
+    Acting(const Acting &) = delete;
+    Acting &operator=(const Acting &) = delete;
+
+   private:
+    QueueManager &qm_;
+    uint32_t was_;
+  };
+  // Records how to take back an in-memory change that joined the turn's
+  // transaction; the acting session's next reply waits for the commit.
+  void journal(std::function<void()> undo);
+  // The acting session saw what the turn's commit makes true (a message
+  // put in it): its next reply waits for the commit too.
+  void dependsOnTurn();
+  bool pendingInTurn(const Message &m) const { return txnOpen_ && m.turn == turn_; }
+  // Whether the session's replies since it last asked wait for the turn's
+  // commit; it is asked once a reply.
+  bool takeHeld(uint32_t session) { return held_.erase(session) > 0; }
 
   void genId(uint8_t out[JX_MSG_ID_LENGTH]);
   void log(const std::string &line) const;
@@ -201,7 +243,21 @@ class QueueManager {
   Store &store_;
   std::unique_ptr<Events> events_;
   QMgrSettings settings_;
+  // A store failure: logs it, and when SQLite gave the turn's transaction
+  // up, loses the turn. Returns 2102.
+  int32_t storeFailed(const std::string &what);
+  // Rolls the turn's transaction back and takes back its journaled changes.
+  void loseTurn();
+  // Takes a queue out of the queue manager; its waiting gets fail.
+  void dropQueue(const QueuePtr &q);
+
   bool txnOpen_ = false;
+  bool turnLost_ = false;  // until endTurn: refuse more durable work
+  bool fullReported_ = false;
+  uint64_t turn_ = 1;
+  uint32_t actor_ = 0;
+  std::vector<std::function<void()>> undo_;
+  std::set<uint32_t> held_;
   std::map<std::string, QueuePtr, std::less<>> queues_;
   std::map<uint32_t, std::unique_ptr<Session>> sessions_;
   std::set<std::pair<int64_t, uint32_t>> timedWaits_;  // blocked gets by deadline

@@ -70,7 +70,8 @@ void Session::countOpen(const QueuePtr &q, int32_t options, int delta) {
   if (options & JXOO_OUTPUT) q->openOutput += delta;
 }
 
-int32_t Session::resolveOpen(const jxqp::ObjectRef &o, int32_t options, QueuePtr &q, bool &qmgr) {
+int32_t Session::resolveOpen(const jxqp::ObjectRef &o, int32_t options, QueuePtr &q, bool &qmgr,
+                             bool &made) {
   std::string qmName = jxqp::fieldString(o.objectQMgrName, JX_Q_MGR_NAME_LENGTH);
   std::string name = jxqp::fieldString(o.objectName, JX_Q_NAME_LENGTH);
   if (o.objectType == JXOT_Q_MGR) {
@@ -106,10 +107,11 @@ int32_t Session::resolveOpen(const jxqp::ObjectRef &o, int32_t options, QueuePtr
     def.settings.set<JXIA_Q_TYPE>(JXQT_LOCAL);
     def.settings.set<JXIA_DEFINITION_TYPE>(permanent ? JXQDT_PERMANENT_DYNAMIC
                                                      : JXQDT_TEMPORARY_DYNAMIC);
-    QueuePtr made;
-    if (int32_t rc = qm_.addQueue(std::move(def), !permanent, id_, made)) return rc;
-    if (!permanent) temps_.push_back(made);
-    q = made;
+    QueuePtr created;
+    if (int32_t rc = qm_.addQueue(std::move(def), !permanent, id_, created)) return rc;
+    if (!permanent) temps_.push_back(created);
+    q = created;
+    made = true;
   }
   bool input = options & kOpenInputBits;
   if (input && (q->exclusiveInput > 0 || ((options & JXOO_INPUT_EXCLUSIVE) && q->openInput > 0)))
@@ -120,9 +122,10 @@ int32_t Session::resolveOpen(const jxqp::ObjectRef &o, int32_t options, QueuePtr
 jxqp::OpenReply Session::open(const jxqp::OpenRequest &r) {
   QueuePtr q;
   bool qmgr = false;
+  bool made = false;
   int32_t rc = checkOpenOptions(r.options);
   if (!rc && handles_.size() >= kMaxHandles) rc = JXRC_HANDLE_NOT_AVAILABLE;
-  if (!rc) rc = resolveOpen(r.obj, r.options, q, qmgr);
+  if (!rc) rc = resolveOpen(r.obj, r.options, q, qmgr, made);
   if (rc == JXRC_NOT_AUTHORIZED)
     qm_.events().notAuthorised(who(), jxqp::fieldString(r.obj.objectName, JX_Q_NAME_LENGTH),
                                "JXOPEN");
@@ -133,6 +136,12 @@ jxqp::OpenReply Session::open(const jxqp::OpenRequest &r) {
   out.hobj = nextHobj_++;
   handles_[out.hobj] = Handle{q, r.options};
   countOpen(q, r.options, +1);
+  // A permanent dynamic queue made here goes if its definition's commit
+  // fails, and so does the handle.
+  if (made && !q->temporary)
+    qm_.journal([&qm = qm_, session = id_, hobj = out.hobj] {
+      if (Session *s = qm.session(session)) s->forgetHandle(hobj);
+    });
   jxqp::setField(out.name, JX_Q_NAME_LENGTH, q ? q->def.name : qm_.name());
   return out;
 }
@@ -152,12 +161,17 @@ jxqp::CodeReply Session::close(const jxqp::CloseRequest &r) {
     if (q->temporary && q->owner != id_) return code(JXRC_NOT_AUTHORIZED);
     if (r.options == JXCO_DELETE && !q->msgs.empty()) return code(JXRC_Q_NOT_EMPTY);
   }
-  countOpen(q, it->second.options, -1);
-  handles_.erase(it);
   if (remove) {
     if (int32_t rc = qm_.deleteQueue(q)) return code(rc);
     std::erase(temps_, q);
+    // A deletion taken back gives the handle back too.
+    if (!q->temporary)
+      qm_.journal([&qm = qm_, session = id_, hobj = r.hobj, handle = it->second] {
+        if (Session *s = qm.session(session)) s->reopen(hobj, handle.q, handle.options);
+      });
   }
+  countOpen(q, it->second.options, -1);
+  handles_.erase(it);
   return {};
 }
 
@@ -185,14 +199,14 @@ jxqp::PutReply Session::put1(const jxqp::Put1Request &r) {
   jxqp::PutReply out;
   out.md = r.md;
   QueuePtr q;
-  bool qmgr = false;
+  bool qmgr = false, made = false;
   int32_t rc = JXRC_NONE;
   // A put to a model would create a queue nobody could read.
   QueuePtr model = qm_.findQueue(jxqp::fieldString(r.obj.objectName, JX_Q_NAME_LENGTH));
   if (r.obj.objectType == JXOT_Q && model && model->get<JXIA_Q_TYPE>() == JXQT_MODEL)
     rc = JXRC_OPTION_NOT_VALID_FOR_TYPE;
   else
-    rc = resolveOpen(r.obj, JXOO_OUTPUT, q, qmgr);
+    rc = resolveOpen(r.obj, JXOO_OUTPUT, q, qmgr, made);
   if (rc == JXRC_NOT_AUTHORIZED)
     qm_.events().notAuthorised(who(), jxqp::fieldString(r.obj.objectName, JX_Q_NAME_LENGTH),
                                "JXPUT1");
@@ -235,7 +249,8 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
     }
     if (m.expiresMs && m.expiresMs <= now) {
       auto next = std::next(it);
-      qm_.removeMessage(q, it, false);
+      // After a failure the queue may have changed under `next`.
+      if (int32_t rc = qm_.removeMessage(qp, it, false)) return fail(rc);
       it = next;
       continue;
     }
@@ -271,7 +286,8 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
     reply.md.Expiry = static_cast<int32_t>(std::max<int64_t>(1, (m.expiresMs - now + 99) / 100));
   jxqp::setField(reply.resolvedQName, JX_Q_NAME_LENGTH, q.def.name);
   const bool stays = rc == JXRC_TRUNCATED_MSG_FAILED || (a.options & JXGMO_SYNCPOINT);
-  if (stays) {
+  // A removal that may be taken back keeps the message whole until then.
+  if (stays || qm_.removalJournaled(m)) {
     out.data.assign(m.data, 0, returned);
   } else {
     out.data = std::move(m.data);
@@ -279,12 +295,13 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
   }
   if (rc == JXRC_TRUNCATED_MSG_FAILED) return true;
   if (a.options & JXGMO_SYNCPOINT) {
+    if (qm_.pendingInTurn(m)) qm_.dependsOnTurn();
     m.lockedBy = id_;
     ++q.uncommitted;
     uowActive_ = true;
     uowGets_.emplace_back(qp, it->first);
-  } else {
-    qm_.removeMessage(q, it, true);
+  } else if (int32_t failed = qm_.removeMessage(qp, it, true)) {
+    return fail(failed);
   }
   return true;
 }
@@ -324,6 +341,7 @@ void Session::unblock() {
 }
 
 void Session::retryPendingGet() {
+  QueueManager::Acting acting(qm_, id_);
   GetResult out;
   if (!tryGet(pending_->request, out)) return;
   unblock();
@@ -435,8 +453,7 @@ jxqp::CodeReply Session::begin(const jxqp::BeginRequest &r) {
 }
 
 jxqp::CodeReply Session::commit() {
-  qm_.commitUnitOfWork(*this);
-  return {};
+  return code(qm_.commitUnitOfWork(*this));
 }
 
 jxqp::CodeReply Session::backout() {
@@ -445,8 +462,19 @@ jxqp::CodeReply Session::backout() {
 }
 
 jxqp::CodeReply Session::disconnect() {
-  qm_.commitUnitOfWork(*this);
-  return {};
+  return code(qm_.commitUnitOfWork(*this));
+}
+
+void Session::reopen(int32_t hobj, const QueuePtr &q, int32_t options) {
+  if (!handles_.emplace(hobj, Handle{q, options}).second) return;
+  countOpen(q, options, +1);
+}
+
+void Session::forgetHandle(int32_t hobj) {
+  auto it = handles_.find(hobj);
+  if (it == handles_.end()) return;
+  countOpen(it->second.q, it->second.options, -1);
+  handles_.erase(it);
 }
 
 void Session::release() {
@@ -454,8 +482,9 @@ void Session::release() {
   qm_.backoutUnitOfWork(*this);
   for (auto &[hobj, h] : handles_) countOpen(h.q, h.options, -1);
   handles_.clear();
+  // Temporary queues are not stored: deleting one cannot fail.
   for (auto &q : temps_)
-    if (!q->deleted) qm_.deleteQueue(q);
+    if (!q->deleted) (void)qm_.deleteQueue(q);
   temps_.clear();
 }
 

@@ -60,6 +60,9 @@ class Session {
   const Held &uowPuts() const { return uowPuts_; }
   const Held &uowGets() const { return uowGets_; }
   void forgetUnitOfWork();
+  // A handle given back, or taken away, when the turn's commit fails.
+  void reopen(int32_t hobj, const QueuePtr &q, int32_t options);
+  void forgetHandle(int32_t hobj);
   // Backs out, closes the handles and deletes the temporary dynamic queues:
   // the session's end.
   void release();
@@ -74,7 +77,9 @@ class Session {
     int64_t deadlineMs = -1;  // -1: no limit
   };
 
-  int32_t resolveOpen(const jxqp::ObjectRef &o, int32_t options, QueuePtr &q, bool &qmgr);
+  // `made`: a dynamic queue was made for the open.
+  int32_t resolveOpen(const jxqp::ObjectRef &o, int32_t options, QueuePtr &q, bool &qmgr,
+                      bool &made);
   void countOpen(const QueuePtr &q, int32_t options, int delta);
   // One attempt at a get; false when the caller must wait.
   bool tryGet(const jxqp::GetRequest &a, GetResult &out);

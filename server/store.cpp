@@ -1,6 +1,12 @@
 #include "store.hpp"
 
+#include <fcntl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <charconv>
+#include <chrono>
 
 namespace jxqm {
 
@@ -14,6 +20,7 @@ CREATE TABLE IF NOT EXISTS queues(name TEXT PRIMARY KEY);
 CREATE TABLE IF NOT EXISTS messages(
   id INTEGER PRIMARY KEY, queue TEXT NOT NULL, seq INTEGER NOT NULL, md BLOB NOT NULL,
   data BLOB NOT NULL, expires INTEGER NOT NULL);
+CREATE INDEX IF NOT EXISTS messages_by_queue ON messages(queue);
 CREATE TABLE IF NOT EXISTS users(
   name TEXT PRIMARY KEY, hash TEXT, authority INTEGER NOT NULL);
 )";
@@ -50,11 +57,23 @@ enum Slot {
   kDeleteQueueMsgs,
   kInsertMsg,
   kDeleteMsg,
+  kSavepoint,
+  kRelease,
+  kRollbackTo,
   kSlotCount
 };
 
-void bindText(sqlite3_stmt *s, int i, std::string_view v) {
-  sqlite3_bind_text(s, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+// How long a full store waits before it looks for room again.
+constexpr int64_t kRoomCheckMs = 1000;
+
+int bindText(sqlite3_stmt *s, int i, std::string_view v) {
+  return sqlite3_bind_text(s, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+}
+
+int64_t steadyMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
 }
 
 std::string column(sqlite3_stmt *s, int i) {
@@ -64,6 +83,24 @@ std::string column(sqlite3_stmt *s, int i) {
 
 }  // namespace
 
+bool StoreFault::parse(std::string_view text, StoreFault &out) {
+  static constexpr std::pair<std::string_view, Kind> kKinds[] = {
+      {"write:", Kind::Write}, {"commit:", Kind::Commit}, {"full:", Kind::Full}};
+  for (const auto &[prefix, kind] : kKinds) {
+    if (!text.starts_with(prefix)) continue;
+    const std::string_view number = text.substr(prefix.size());
+    int64_t n = 0;
+    auto [end, ec] = std::from_chars(number.data(), number.data() + number.size(), n);
+    // full:0 is a disk full from the start; the others count from 1.
+    if (ec != std::errc() || end != number.data() + number.size() ||
+        n < (kind == Kind::Full ? 0 : 1))
+      return false;
+    out = {kind, n};
+    return true;
+  }
+  return false;
+}
+
 bool Store::open(const std::string &path, bool create, std::string &err) {
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
   if (sqlite3_open_v2(path.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
@@ -71,7 +108,11 @@ bool Store::open(const std::string &path, bool create, std::string &err) {
     close();
     return false;
   }
-  sqlite3_busy_timeout(db_, 5000);
+  if (sqlite3_busy_timeout(db_, 5000) != SQLITE_OK) {
+    err = sqlite3_errmsg(db_);
+    close();
+    return false;
+  }
   // FULL makes every commit durable once it returns, also in WAL mode.
   if (!exec("PRAGMA journal_mode=WAL") || !exec("PRAGMA synchronous=FULL") || !exec(kSchema) ||
       !addMissingColumns("queues", queueColumnDeclarations()) ||
@@ -84,16 +125,80 @@ bool Store::open(const std::string &path, bool create, std::string &err) {
   return true;
 }
 
-void Store::close() {
+bool Store::close() {
+  // finalize repeats the last step's error, which its caller has had.
   for (auto s : stmts_) sqlite3_finalize(s);
   stmts_.clear();
-  if (db_) sqlite3_close(db_);
+  const bool ok = !db_ || sqlite3_close(db_) == SQLITE_OK;
   db_ = nullptr;
+  return ok;
 }
 
 bool Store::fail() {
-  err_ = sqlite3_errmsg(db_);
+  return refuse(sqlite3_errcode(db_), sqlite3_errmsg(db_));
+}
+
+bool Store::refuse(int code, const char *why) {
+  err_ = why;
+  if (code == SQLITE_FULL && !full_) {
+    full_ = true;
+    nextRoomCheckMs_ = steadyMs() + kRoomCheckMs;
+    // The reserve's room is what lets removals and the checkpoint go on. A
+    // reserve already gone (never made, or released before) is no failure.
+    if (!reservePath_.empty()) unlink(reservePath_.c_str());
+  }
   return false;
+}
+
+void Store::reserveAt(std::string path) {
+  reservePath_ = std::move(path);
+  unlink(reservePath_.c_str());
+}
+
+bool Store::refillReserve() {
+  if (reservePath_.empty()) return true;
+  int fd = ::open(reservePath_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0) return false;
+  const bool ok = posix_fallocate(fd, 0, kStoreReserveBytes) == 0;
+  ::close(fd);
+  if (!ok) {
+    unlink(reservePath_.c_str());  // a part of it would only take room
+    full_ = true;
+    nextRoomCheckMs_ = steadyMs() + kRoomCheckMs;
+  }
+  return ok;
+}
+
+// Room back means room for the reserve and as much again: taking the
+// reserve back only to fill the disk with the next commit would give the
+// log no room to delete.
+bool Store::roomToSpare() const {
+  struct statvfs fs {};
+  if (reservePath_.empty()) return true;
+  const std::string folder = reservePath_.find('/') == std::string::npos
+                                 ? std::string(".")
+                                 : reservePath_.substr(0, reservePath_.rfind('/'));
+  return statvfs(folder.c_str(), &fs) == 0 &&
+         static_cast<int64_t>(fs.f_bavail) * static_cast<int64_t>(fs.f_frsize) >=
+             2 * kStoreReserveBytes;
+}
+
+bool Store::admitWrite(bool adds) {
+  ++writes_;
+  if (fault_.kind == StoreFault::Kind::Write && writes_ == fault_.n)
+    return refuse(SQLITE_IOERR, "disk I/O error (injected)");
+  if (!adds) return true;
+  if (fault_.kind == StoreFault::Kind::Full && writes_ > fault_.n)
+    return refuse(SQLITE_FULL, "database or disk is full (injected)");
+  if (full_) {
+    const int64_t now = steadyMs();
+    if (now < nextRoomCheckMs_ || !roomToSpare() || !refillReserve()) {
+      nextRoomCheckMs_ = std::max(nextRoomCheckMs_, now + kRoomCheckMs);
+      return refuse(SQLITE_FULL, "database or disk is full");
+    }
+    full_ = false;
+  }
+  return true;
 }
 
 bool Store::exec(const char *sql) {
@@ -111,8 +216,10 @@ bool Store::addMissingColumns(const char *table, const std::vector<std::string> 
   std::string info = std::string("PRAGMA table_info(") + table + ")";
   if (sqlite3_prepare_v2(db_, info.c_str(), -1, &s, nullptr) != SQLITE_OK) return fail();
   std::vector<std::string> have;
-  while (sqlite3_step(s) == SQLITE_ROW) have.push_back(column(s, 1));
+  int rc;
+  while ((rc = sqlite3_step(s)) == SQLITE_ROW) have.push_back(column(s, 1));
   sqlite3_finalize(s);
+  if (rc != SQLITE_DONE) return fail();
   for (const std::string &c : columns) {
     std::string name = c.substr(0, c.find(' '));
     if (std::find(have.begin(), have.end(), name) != have.end()) continue;
@@ -129,8 +236,12 @@ sqlite3_stmt *Store::prepare(int slot, const char *sql) {
     s = nullptr;
     return nullptr;
   }
+  // reset repeats the last step's error, which its caller has had.
   sqlite3_reset(s);
-  sqlite3_clear_bindings(s);
+  if (sqlite3_clear_bindings(s) != SQLITE_OK) {
+    fail();
+    return nullptr;
+  }
   return s;
 }
 
@@ -143,11 +254,39 @@ bool stepDone(sqlite3_stmt *s) {
 bool Store::begin() {
   return stepDone(prepare(kBegin, "BEGIN IMMEDIATE")) || fail();
 }
+
 bool Store::commit() {
-  return stepDone(prepare(kCommit, "COMMIT")) || fail();
+  ++commits_;
+  if (fault_.kind == StoreFault::Kind::Commit && commits_ == fault_.n)
+    return refuse(SQLITE_IOERR, "disk I/O error at commit (injected)");
+  if (!stepDone(prepare(kCommit, "COMMIT"))) return fail();
+  // A full disk leaves no room for the log to grow: move it into the
+  // database now so that the next commits reuse it from its start. A
+  // checkpoint that cannot finish leaves the log as it was, which only
+  // keeps the log's old size.
+  if (full_) sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+  return true;
 }
+
 bool Store::rollback() {
-  return stepDone(prepare(kRollback, "ROLLBACK")) || fail();
+  return !inTransaction() || stepDone(prepare(kRollback, "ROLLBACK")) || fail();
+}
+
+bool Store::inTransaction() const {
+  return db_ && !sqlite3_get_autocommit(db_);
+}
+
+bool Store::savepoint() {
+  return stepDone(prepare(kSavepoint, "SAVEPOINT work")) || fail();
+}
+
+bool Store::release() {
+  return stepDone(prepare(kRelease, "RELEASE work")) || fail();
+}
+
+bool Store::rollbackToSavepoint() {
+  // Rolling back to a savepoint keeps it: releasing it ends it.
+  return (stepDone(prepare(kRollbackTo, "ROLLBACK TO work")) || fail()) && release();
 }
 
 bool Store::loadQueues(std::vector<QueueDef> &out) {
@@ -184,32 +323,42 @@ bool Store::saveQueue(const QueueDef &q) {
     }
     return "INSERT OR REPLACE INTO queues(" + names + ") VALUES(" + values + ")";
   }();
+  if (!admitWrite(true)) return false;
   sqlite3_stmt *s = prepare(kSaveQueue, sql.c_str());
   if (!s) return false;
-  bindText(s, 1, q.name);
+  int rc = bindText(s, 1, q.name);
   int at = 1;
   for (const Attribute *a : queueColumns()) {
     if (a->integer())
-      sqlite3_bind_int(s, ++at, q.settings.number(*a));
+      rc |= sqlite3_bind_int(s, ++at, q.settings.number(*a));
     else
-      bindText(s, ++at, q.settings.text(*a));
+      rc |= bindText(s, ++at, q.settings.text(*a));
   }
-  return stepDone(s) || fail();
+  return (rc == SQLITE_OK && stepDone(s)) || fail();
 }
 
 bool Store::deleteMessages(std::string_view queue) {
+  if (!admitWrite(false)) return false;
   sqlite3_stmt *s = prepare(kDeleteQueueMsgs, "DELETE FROM messages WHERE queue=?1");
   if (!s) return false;
-  bindText(s, 1, queue);
-  return stepDone(s) || fail();
+  return (bindText(s, 1, queue) == SQLITE_OK && stepDone(s)) || fail();
 }
 
 bool Store::deleteQueue(std::string_view name) {
-  if (!deleteMessages(name)) return false;
-  sqlite3_stmt *s = prepare(kDeleteQueue, "DELETE FROM queues WHERE name=?1");
-  if (!s) return false;
-  bindText(s, 1, name);
-  return stepDone(s) || fail();
+  if (!savepoint()) return false;
+  bool ok = deleteMessages(name) && admitWrite(false);
+  sqlite3_stmt *s = ok ? prepare(kDeleteQueue, "DELETE FROM queues WHERE name=?1") : nullptr;
+  ok = s && ((bindText(s, 1, name) == SQLITE_OK && stepDone(s)) || fail());
+  return finishSavepoint(ok);
+}
+
+bool Store::finishSavepoint(bool ok) {
+  if (ok) return release();
+  // The first failure is the one to report.
+  const std::string why = err_;
+  rollbackToSavepoint();
+  err_ = why;
+  return false;
 }
 
 bool Store::loadSettings(QMgrSettings &out) {
@@ -219,8 +368,8 @@ bool Store::loadSettings(QMgrSettings &out) {
     if (sqlite3_prepare_v2(db_, "SELECT value FROM meta WHERE key=?1", -1, &s, nullptr) !=
         SQLITE_OK)
       return fail();
-    bindText(s, 1, a->column);
-    int rc = sqlite3_step(s);
+    int rc = bindText(s, 1, a->column);
+    if (rc == SQLITE_OK) rc = sqlite3_step(s);
     if (rc == SQLITE_ROW) {
       if (a->integer())
         out.setNumber(*a, sqlite3_column_int(s, 0));
@@ -234,13 +383,15 @@ bool Store::loadSettings(QMgrSettings &out) {
 }
 
 bool Store::saveSettings(const QMgrSettings &settings) {
+  if (!savepoint()) return false;
+  bool ok = true;
   for (const Attribute *a : attributesOf(Object::QMgr)) {
-    if (!a->stored()) continue;
+    if (!ok || !a->stored()) continue;
     const std::string value =
         a->integer() ? std::to_string(settings.number(*a)) : settings.text(*a);
-    if (!setMeta(a->column, value)) return false;
+    ok = setMeta(a->column, value);
   }
-  return true;
+  return finishSavepoint(ok);
 }
 
 bool Store::loadMessages(const std::function<void(StoredMessage &&)> &each) {
@@ -271,19 +422,20 @@ bool Store::loadMessages(const std::function<void(StoredMessage &&)> &each) {
 int64_t Store::insertMessage(std::string_view queue, uint64_t seq, const std::vector<uint8_t> &md,
                              std::string_view data, int64_t expiresMs, std::string_view putter,
                              int32_t authority) {
+  if (!admitWrite(true)) return 0;
   sqlite3_stmt *s =
       prepare(kInsertMsg,
               "INSERT INTO messages(queue, seq, md, data, expires, putter, authority) "
               "VALUES(?1,?2,?3,?4,?5,?6,?7)");
   if (!s) return 0;
-  bindText(s, 1, queue);
-  sqlite3_bind_int64(s, 2, static_cast<sqlite3_int64>(seq));
-  sqlite3_bind_blob(s, 3, md.data(), static_cast<int>(md.size()), SQLITE_STATIC);
-  sqlite3_bind_blob(s, 4, data.data(), static_cast<int>(data.size()), SQLITE_STATIC);
-  sqlite3_bind_int64(s, 5, expiresMs);
-  bindText(s, 6, putter);
-  sqlite3_bind_int(s, 7, authority);
-  if (!stepDone(s)) {
+  int rc = bindText(s, 1, queue);
+  rc |= sqlite3_bind_int64(s, 2, static_cast<sqlite3_int64>(seq));
+  rc |= sqlite3_bind_blob(s, 3, md.data(), static_cast<int>(md.size()), SQLITE_STATIC);
+  rc |= sqlite3_bind_blob(s, 4, data.data(), static_cast<int>(data.size()), SQLITE_STATIC);
+  rc |= sqlite3_bind_int64(s, 5, expiresMs);
+  rc |= bindText(s, 6, putter);
+  rc |= sqlite3_bind_int(s, 7, authority);
+  if (rc != SQLITE_OK || !stepDone(s)) {
     fail();
     return 0;
   }
@@ -291,10 +443,10 @@ int64_t Store::insertMessage(std::string_view queue, uint64_t seq, const std::ve
 }
 
 bool Store::deleteMessage(int64_t id) {
+  if (!admitWrite(false)) return false;
   sqlite3_stmt *s = prepare(kDeleteMsg, "DELETE FROM messages WHERE id=?1");
   if (!s) return false;
-  sqlite3_bind_int64(s, 1, id);
-  return stepDone(s) || fail();
+  return (sqlite3_bind_int64(s, 1, id) == SQLITE_OK && stepDone(s)) || fail();
 }
 
 bool Store::setUser(std::string_view name, const std::string *hash, int32_t authority) {
@@ -303,11 +455,12 @@ bool Store::setUser(std::string_view name, const std::string *hash, int32_t auth
                            "SET hash=?2, authority=?3"
                          : "INSERT INTO users VALUES(?1,NULL,?3) ON CONFLICT(name) DO UPDATE "
                            "SET authority=?3";
+  if (!admitWrite(true)) return false;
   if (sqlite3_prepare_v2(db_, sql, -1, &s, nullptr) != SQLITE_OK) return fail();
-  bindText(s, 1, name);
-  if (hash) bindText(s, 2, *hash);
-  sqlite3_bind_int(s, 3, authority);
-  bool ok = stepDone(s);
+  int rc = bindText(s, 1, name);
+  if (hash) rc |= bindText(s, 2, *hash);
+  rc |= sqlite3_bind_int(s, 3, authority);
+  bool ok = rc == SQLITE_OK && stepDone(s);
   sqlite3_finalize(s);
   return ok || fail();
 }
@@ -317,8 +470,7 @@ bool Store::findUser(std::string_view name, std::string &hash, int32_t &authorit
   if (sqlite3_prepare_v2(db_, "SELECT hash, authority FROM users WHERE name=?1", -1, &s, nullptr) !=
       SQLITE_OK)
     return fail();
-  bindText(s, 1, name);
-  bool found = sqlite3_step(s) == SQLITE_ROW;
+  bool found = bindText(s, 1, name) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW;
   if (found) {
     hash = column(s, 0);
     authority = sqlite3_column_int(s, 1);
@@ -329,10 +481,10 @@ bool Store::findUser(std::string_view name, std::string &hash, int32_t &authorit
 
 bool Store::deleteUser(std::string_view name) {
   sqlite3_stmt *s = nullptr;
+  if (!admitWrite(false)) return false;
   if (sqlite3_prepare_v2(db_, "DELETE FROM users WHERE name=?1", -1, &s, nullptr) != SQLITE_OK)
     return fail();
-  bindText(s, 1, name);
-  bool ok = stepDone(s) && sqlite3_changes(db_) == 1;
+  bool ok = bindText(s, 1, name) == SQLITE_OK && stepDone(s) && sqlite3_changes(db_) == 1;
   sqlite3_finalize(s);
   return ok;
 }
@@ -342,19 +494,20 @@ bool Store::listUsers(std::vector<std::pair<std::string, int32_t>> &out) {
   if (sqlite3_prepare_v2(db_, "SELECT name, authority FROM users ORDER BY name", -1, &s, nullptr) !=
       SQLITE_OK)
     return fail();
-  while (sqlite3_step(s) == SQLITE_ROW) out.emplace_back(column(s, 0), sqlite3_column_int(s, 1));
+  int rc;
+  while ((rc = sqlite3_step(s)) == SQLITE_ROW)
+    out.emplace_back(column(s, 0), sqlite3_column_int(s, 1));
   sqlite3_finalize(s);
-  return true;
+  return rc == SQLITE_DONE || fail();
 }
 
 bool Store::setMeta(std::string_view key, std::string_view value) {
   sqlite3_stmt *s = nullptr;
+  if (!admitWrite(true)) return false;
   if (sqlite3_prepare_v2(db_, "INSERT OR REPLACE INTO meta VALUES(?1,?2)", -1, &s, nullptr) !=
       SQLITE_OK)
     return fail();
-  bindText(s, 1, key);
-  bindText(s, 2, value);
-  bool ok = stepDone(s);
+  bool ok = (bindText(s, 1, key) | bindText(s, 2, value)) == SQLITE_OK && stepDone(s);
   sqlite3_finalize(s);
   return ok || fail();
 }
@@ -364,8 +517,7 @@ std::string Store::meta(std::string_view key) {
   std::string v;
   if (sqlite3_prepare_v2(db_, "SELECT value FROM meta WHERE key=?1", -1, &s, nullptr) != SQLITE_OK)
     return v;
-  bindText(s, 1, key);
-  if (sqlite3_step(s) == SQLITE_ROW) v = column(s, 0);
+  if (bindText(s, 1, key) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW) v = column(s, 0);
   sqlite3_finalize(s);
   return v;
 }

@@ -33,21 +33,66 @@ struct StoredMessage {
 
 enum Authority : int32_t { kAuthNone = 0, kAuthConnect = 1, kAuthAdmin = 2 };
 
+// Faults the store makes on purpose, so that tests can reach every failure
+// path: jxqmgr reads one from JX_STORE_FAULT when it starts.
+//   write:N  the Nth write statement fails as an I/O error would
+//   commit:N the Nth commit fails (the transaction is rolled back)
+//   full:N   after N write statements the disk is full: every statement
+//            that adds data fails with SQLITE_FULL, removals go on
+struct StoreFault {
+  enum class Kind { None, Write, Commit, Full };
+  Kind kind = Kind::None;
+  int64_t n = 0;
+  // False when `text` is not one of the forms above.
+  static bool parse(std::string_view text, StoreFault &out);
+};
+
+// Room kept on the store's filesystem beside the database. When the disk
+// fills it is given back, so that gets can still delete (their commits
+// append to the log) and a checkpoint can move the log into the database.
+inline constexpr int64_t kStoreReserveBytes = 4 << 20;
+
 class Store {
  public:
   Store() = default;
   Store(const Store &) = delete;
   Store &operator=(const Store &) = delete;
-  ~Store() { close(); }
+  ~Store() { (void)close(); }
 
   // Opens (creating when asked) the database and its schema.
   bool open(const std::string &path, bool create, std::string &err);
-  void close();
+  // False when SQLite could not close the database cleanly.
+  bool close();
   const std::string &lastError() const { return err_; }
+
+  // Keeps the reserve at `path` (jxqmgr only). An old reserve is released
+  // at once so that opening and recovery have room; refillReserve takes it
+  // again once the database is open.
+  void reserveAt(std::string path);
+  // False when there is no room for it: the store is full until there is.
+  bool refillReserve();
+  // Writes and commits are counted from here.
+  void inject(const StoreFault &fault) {
+    fault_ = fault;
+    writes_ = commits_ = 0;
+  }
+  // The disk was full at the last attempt to add data: statements that add
+  // data are refused until room comes back (checked at most once a second).
+  bool full() const { return full_; }
 
   bool begin();
   bool commit();
   bool rollback();
+  // Whether a transaction is open (SQLite may have rolled one back itself
+  // after an I/O error or a full disk).
+  bool inTransaction() const;
+  // A savepoint lets a change made of several statements fail as a whole
+  // inside the turn's transaction.
+  bool savepoint();
+  bool release();
+  bool rollbackToSavepoint();
+  // Releases the savepoint when ok, else rolls back to it; returns ok.
+  bool finishSavepoint(bool ok);
 
   // Queue definitions: a column for each stored queue attribute.
   bool loadQueues(std::vector<QueueDef> &out);
@@ -76,6 +121,13 @@ class Store {
 
  private:
   bool exec(const char *sql);
+  // Every write statement passes here first: counts it for the fault
+  // switch and refuses additions while the disk is full. `adds`: the
+  // statement may need more room.
+  bool admitWrite(bool adds);
+  bool refuse(int code, const char *why);
+  bool roomToSpare() const;
+  bool step(sqlite3_stmt *s);
   // Adds the columns an older database lacks ("name declaration" each).
   bool addMissingColumns(const char *table, const std::vector<std::string> &columns);
   sqlite3_stmt *prepare(int slot, const char *sql);
@@ -84,6 +136,11 @@ class Store {
   sqlite3 *db_ = nullptr;
   std::string err_;
   std::vector<sqlite3_stmt *> stmts_;
+  StoreFault fault_;
+  int64_t writes_ = 0, commits_ = 0;
+  bool full_ = false;
+  std::string reservePath_;
+  int64_t nextRoomCheckMs_ = 0;
 };
 
 }  // namespace jxqm

@@ -35,7 +35,9 @@ class Core : public ::testing::Test {
   // A new queue manager on the same store, as after a stop and a start;
   // the sessions end with the old one.
   void restart() {
-    if (qm_) qm_->endTurn();
+    if (qm_) {
+      EXPECT_TRUE(qm_->endTurn());
+    }
     admin_.reset();
     qm_.reset();
     qm_ = std::make_unique<jxqm::QueueManager>("CORE", store_);

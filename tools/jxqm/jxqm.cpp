@@ -287,7 +287,7 @@ bool defineOffline(const std::string &name, const Definition &d, jxqm::AdminResu
     } else {
       jxqm::Administration admin(qm);
       result = runDefinition(admin, d);
-      qm.endTurn();
+      if (!qm.endTurn()) result = {JXCC_FAILED, JXRC_RESOURCE_PROBLEM, 0};
     }
   }
   close(lock);
