@@ -27,6 +27,10 @@
 
 #include "cs_internal.hpp"
 
+#if defined(JX_ADDRESS_SANITIZER)
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace jxcs {
 namespace {
 
@@ -53,7 +57,7 @@ constexpr uint8_t kUsed = 'U';
 constexpr uint8_t kFree = 'F';
 constexpr uint32_t kLargeMagic = 0x4C534358;  // "XCSL"
 constexpr uint32_t kLargeFreed = 0x46534358;  // "XCSF"
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(JX_ADDRESS_SANITIZER)
 constexpr size_t kMapMinBlock = SIZE_MAX;  // the sanitizer sees every block
 #else
 constexpr size_t kMapMinBlock = 16u << 10;
@@ -70,7 +74,7 @@ constexpr size_t kMapMinBlock = 16u << 10;
 // The address sanitizer is left to see every heap block come and go.
 constexpr size_t kMidCacheMinBlock = 4u << 10;
 constexpr size_t kLargeCacheMinBlock = 64u << 10;
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(JX_ADDRESS_SANITIZER)
 constexpr size_t kMidCacheMaxBytes = 0;
 constexpr size_t kLargeCacheMaxBytes = 0;
 #else
@@ -179,6 +183,11 @@ bool growTo(size_t need) {
       ok = false;
       break;
     }
+#if defined(JX_ADDRESS_SANITIZER)
+    // Bags in the slab hold the only pointers to their arrays: the leak
+    // checker must read the slab as it reads the heap.
+    __lsan_register_root_region((void *)(base + committed), step);
+#endif
     committed += step;
     g_committed.store(committed, std::memory_order_release);
   }

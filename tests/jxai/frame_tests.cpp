@@ -200,7 +200,7 @@ TEST(CallFrame, FaultInsideACallLeavesARecordWithTheFunctionStack) {
   }
   int status = 0;
   waitpid(pid, &status, 0);
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(JX_ADDRESS_SANITIZER)
   // The caller's action is the sanitizer's report, which exits.
   ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) != 0) << status;
 #else

@@ -18,7 +18,7 @@ using namespace jxtest;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(JX_ADDRESS_SANITIZER)
 constexpr bool kKeepsFreedBlocks = false;  // the sanitizer sees every block go
 #else
 constexpr bool kKeepsFreedBlocks = true;
@@ -143,7 +143,7 @@ TEST(Memory, BadFreesAreRecordedNotObeyed) {
 }
 
 TEST(Memory, LargeFreedBlocksAreReusedWhenTheyFit) {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(JX_ADDRESS_SANITIZER)
   GTEST_SKIP() << "large blocks go straight back to the sanitizer's heap";
 #endif
   const int64_t before = xcsBlocksInUse();
@@ -169,7 +169,7 @@ TEST(Memory, LargeFreedBlocksAreReusedWhenTheyFit) {
 // use shows what is kept (blocks from 16 KiB on are mappings it does not
 // count).
 TEST(Memory, KeptHeapBlocksAreBoundedAndTrimmed) {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(JX_ADDRESS_SANITIZER)
   GTEST_SKIP() << "heap blocks go straight back to the sanitizer's heap";
 #endif
   constexpr size_t kMid = 6u << 10, kLarge = 96u << 10;

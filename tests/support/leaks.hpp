@@ -2,7 +2,7 @@
 // sanitizer is told not to report what the calling thread allocates there.
 #pragma once
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(JX_ADDRESS_SANITIZER)
 #include <sanitizer/lsan_interface.h>
 #define LEAKS_ACCEPTED_BEGIN() __lsan_disable()
 #define LEAKS_ACCEPTED_END() __lsan_enable()
