@@ -37,7 +37,8 @@ class BufferBudget {
   size_t used() const { return used_; }
   // False, taking nothing, when the bytes do not fit.
   bool take(size_t bytes) {
-    if (bytes > limit_ - used_) return false;
+    // Forced bytes may have taken the use beyond the limit.
+    if (used_ >= limit_ || bytes > limit_ - used_) return false;
     used_ += bytes;
     return true;
   }
