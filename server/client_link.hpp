@@ -86,6 +86,7 @@ class ClientLink final : public Peer {
   jxqp::Bytes out;
   size_t outOff = 0;
   bool watchingOut = false;  // the loop waits for room to write
+  int64_t outSinceMs = 0;    // since when output waits for the peer (0: none)
   bool touched = false;      // on the owner's list of links to write
 
   // Peer

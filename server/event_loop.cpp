@@ -319,7 +319,7 @@ bool EventLoop::readFrom(ClientLink &l) {
   }
   if (l.takeFrameStarted() && l.frameStartedMs() > 0)
     frameDeadlines_.push_back(
-        {l.frameStartedMs() + opt_.limits.frameTimeoutMs, l.frameStartedMs(), l.id()});
+        {l.frameStartedMs() + opt_.limits.frameTimeoutMs, l.frameStartedMs(), l.id(), false});
   return alive;
 }
 
@@ -332,7 +332,14 @@ bool EventLoop::writeTo(ClientLink &l) {
     l.outOff += static_cast<size_t>(n);
   }
   bool pending = l.outOff < l.out.size();
+  // A peer that does not read its replies must not hold them for ever.
+  if (pending && !l.outSinceMs) {
+    l.outSinceMs = QueueManager::nowMs();
+    frameDeadlines_.push_back(
+        {l.outSinceMs + opt_.limits.frameTimeoutMs, l.outSinceMs, l.id(), true});
+  }
   if (!pending) {
+    l.outSinceMs = 0;
     l.outputWritten();
     // Requests held back while the output was large can be handled now.
     if (l.hasRunnableInput()) runnable(l);
@@ -473,16 +480,17 @@ int64_t EventLoop::expireHellos(int64_t now) {
   return -1;
 }
 
-// A peer that begins a frame and stalls must not hold its buffer for ever.
+// A peer that begins a frame, or stops reading a reply, and stalls must not
+// hold its buffer for ever.
 // Returns the next deadline (-1 when none).
 int64_t EventLoop::expireFrames(int64_t now) {
   while (!frameDeadlines_.empty()) {
     const FrameDeadline d = frameDeadlines_.front();
     ClientLink *l = link(d.id);
-    if (l && l->frameStartedMs() == d.startMs) {
+    if (l && (d.output ? l->outSinceMs : l->frameStartedMs()) == d.startMs) {
       if (d.deadlineMs > now) return d.deadlineMs;
       logAbout(*l, "connection " + std::to_string(d.id) + " (" + l->peer().description +
-                       "): frame not complete within " +
+                       "): " + (d.output ? "reply not read" : "frame not complete") + " within " +
                        std::to_string(opt_.limits.frameTimeoutMs) + " ms");
       drop(d.id);
     }

@@ -95,11 +95,14 @@ class EventLoop final : public LinkOwner {
   std::vector<uint32_t> touched_, runnable_;
   std::vector<uint32_t> lastGroup_;                          // links answered by the last commit
   std::deque<std::pair<int64_t, uint32_t>> helloDeadlines_;  // in accept order
+  // A frame being received, or a reply being written (output), must be
+  // through within the frame time limit.
   struct FrameDeadline {
     int64_t deadlineMs, startMs;
     uint32_t id;
+    bool output;
   };
-  std::deque<FrameDeadline> frameDeadlines_;  // in the order frames began
+  std::deque<FrameDeadline> frameDeadlines_;  // in the order they began
 };
 
 }  // namespace jxqm

@@ -232,6 +232,66 @@ TEST_F(HostilePeers, StalledFramesAreBoundedByTheBudgetAndEndedInTime) {
   probe.measure(5);
 }
 
+// Sends a request on a raw connection and reads its reply.
+template <class Reply, class Request>
+Reply exchange(int fd, jxqp::Op op, const Request &request) {
+  jxqp::Writer w;
+  jxqp::encode(w, request);
+  const jxqp::Bytes f = jxqp::frame(static_cast<uint8_t>(op), w);
+  EXPECT_TRUE(sendAll(fd, f.data(), f.size()));
+  uint8_t head[jxqp::kHeaderSize];
+  jxqp::FrameHeader h;
+  Reply r;
+  if (recv(fd, head, sizeof head, MSG_WAITALL) != sizeof head ||
+      jxqp::decodeHeader(head, h) != jxqp::HeaderStatus::Ok) {
+    ADD_FAILURE() << "no reply";
+    return r;
+  }
+  std::vector<uint8_t> payload(h.length);
+  EXPECT_EQ(recv(fd, payload.data(), payload.size(), MSG_WAITALL), static_cast<ssize_t>(h.length));
+  EXPECT_TRUE(jxqp::decode(payload.data(), payload.size(), r));
+  return r;
+}
+
+// A connection that asks for a 4 MiB message and does not read the reply
+// is ended once the frame time limit has passed, and the reply's memory
+// goes back.
+TEST_F(HostilePeers, UnreadRepliesAreEndedInTime) {
+  QueueManagerProcess qm({"Q1"}, {"--frame-timeout-ms", "700"});
+  Probe probe(qm.name());
+  const long rss0 = rssKb(qm.pid());
+  int32_t h = connect(qm.name());
+  int32_t q = openQueue(h, "Q1", JXOO_OUTPUT);
+  ASSERT_EQ(put(h, q, std::string(JX_MAX_MSG_LENGTH, 'm')), JXRC_NONE);
+  disconnect(h);
+  int fd = rawSocket(qm.name());
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(exchange<jxqp::HelloReply>(fd, jxqp::Op::Hello, jxqp::HelloRequest{}).rc, JXRC_NONE);
+  jxqp::OpenRequest open;
+  open.options = JXOO_INPUT_SHARED;
+  open.obj.objectType = JXOT_Q;
+  setName(open.obj.objectName, "Q1");
+  const jxqp::OpenReply opened = exchange<jxqp::OpenReply>(fd, jxqp::Op::Open, open);
+  ASSERT_EQ(opened.rc, JXRC_NONE);
+  jxqp::GetRequest get;
+  get.hobj = opened.hobj;
+  get.options = JXGMO_NO_SYNCPOINT;
+  get.bufferLength = JX_MAX_MSG_LENGTH;
+  jxqp::Writer w;
+  jxqp::encode(w, get);
+  const jxqp::Bytes f = jxqp::frame(static_cast<uint8_t>(jxqp::Op::Get), w);
+  ASSERT_TRUE(sendAll(fd, f.data(), f.size()));
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  const long rss1 = rssKb(qm.pid());
+  // Past the limit: what the socket holds is read, then its end.
+  std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+  EXPECT_TRUE(closedByServer(fd));
+  close(fd);
+  std::printf("[ figures  ] a 4 MiB reply left unread: server RSS %ld -> %ld KiB\n", rss0, rss1);
+  EXPECT_NE(logText(qm.name()).find("reply not read within 700 ms"), std::string::npos);
+  probe.measure(5);
+}
+
 // Sequential connections that send a bad header: each ends at once, and
 // the log gains a bounded number of lines, not one a connection.
 TEST_F(HostilePeers, MalformedConnectionsLeaveABoundedLog) {
