@@ -14,32 +14,46 @@ std::string userName(uid_t uid) {
   return "uid" + std::to_string(uid);
 }
 
-int32_t authenticate(Store &store, const PeerAddress &peer, const jxqp::HelloRequest &hello,
-                     Identity &who, std::string &why) {
-  std::string hash;
-  int32_t authority = kAuthNone;
+Login beginLogin(Store &store, const PeerAddress &peer, const jxqp::HelloRequest &hello) {
+  Login login;
   if (peer.tcp) {
-    std::string user(hello.user);
-    if (user.empty() || !store.findUser(user, hash, authority) ||
-        !verifyPassword(hello.password, hash)) {
-      why = "refused user '" + user + "': bad user or password";
-      return JXRC_NOT_AUTHORIZED;
-    }
-    who.user = user;
+    login.needsPassword = true;
+    login.user = std::string(hello.user);
+    login.password = std::string(hello.password);
+    login.known = !login.user.empty() && store.findUser(login.user, login.hash, login.authority);
+    // A user with no password (one authorised only locally) is no TCP user.
+    if (login.hash.empty()) login.known = false;
+    if (!login.known) login.hash = dummyPasswordHash();
   } else {
-    who.user = userName(peer.uid);
-    if (peer.uid == geteuid()) {
-      authority = kAuthAdmin;
-    } else if (!store.findUser(who.user, hash, authority)) {
-      authority = kAuthNone;
-    }
+    login.user = userName(peer.uid);
+    login.known = true;
+    if (peer.uid == geteuid())
+      login.authority = kAuthAdmin;
+    else if (!store.findUser(login.user, login.hash, login.authority))
+      login.authority = kAuthNone;
   }
-  if (authority < kAuthConnect) {
-    why = "user '" + who.user + "' not authorised to connect";
+  return login;
+}
+
+int32_t finishLogin(const Login &login, bool matched, Identity &who, std::string &why) {
+  if (login.needsPassword && (!login.known || !matched)) {
+    why = "refused user '" + login.user + "': bad user or password";
     return JXRC_NOT_AUTHORIZED;
   }
-  who.authority = authority;
+  if (login.authority < kAuthConnect) {
+    why = "user '" + login.user + "' not authorised to connect";
+    return JXRC_NOT_AUTHORIZED;
+  }
+  who.user = login.user;
+  who.authority = login.authority;
   return JXRC_NONE;
+}
+
+int32_t authenticate(Store &store, const PeerAddress &peer, const jxqp::HelloRequest &hello,
+                     Identity &who, std::string &why) {
+  Login login = beginLogin(store, peer, hello);
+  const bool matched = login.needsPassword && verifyPassword(login.password, login.hash);
+  return finishLogin(login, matched, who, why);
 }
 
 }  // namespace jxqm

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "administration.hpp"
+#include "credentials.hpp"
 #include "qm_paths.hpp"
 #include "session.hpp"
 
@@ -16,6 +17,12 @@ namespace {
 // A client sends its next request only after the reply: more than a frame
 // waiting behind a blocked get is not the protocol.
 constexpr size_t kMaxInputBacklog = jxqp::kHeaderSize + jxqp::kMaxPayload + 65536;
+// Nor does it send requests faster than it reads replies: a link with more
+// than a frame of unwritten output takes no more requests until it drains.
+constexpr size_t kMaxOutputBacklog = jxqp::kHeaderSize + jxqp::kMaxPayload;
+// Buffers emptied keep at most this much memory; a large message's
+// buffer goes back once it is handled.
+constexpr size_t kKeptCapacity = 65536;
 
 using jxqp::Op;
 
@@ -92,28 +99,25 @@ struct LinkOps {
   static bool hello(ClientLink &l, const uint8_t *p, size_t n) {
     jxqp::HelloRequest r;
     if (l.session_ || !jxqp::decode(p, n, r)) return false;
-    jxqp::HelloReply out;
-    out.connectionId = l.id_;
-    std::memcpy(out.qmgrName, l.qm_.name48(), JX_Q_MGR_NAME_LENGTH);
     std::string wanted = jxqp::fieldString(r.qmgrName, JX_Q_MGR_NAME_LENGTH);
-    QueueManager::SessionInfo info;
-    std::string why;
-    int32_t rc = JXRC_NONE;
-    if (!wanted.empty() && wanted != l.qm_.name())
-      rc = JXRC_Q_MGR_NAME_ERROR;
-    else if ((rc = authenticate(l.qm_.store(), l.peer_, r, info.who, why)))
-      l.log(why);
-    if (rc) {
-      out.cc = JXCC_FAILED;
-      out.rc = rc;
+    if (!wanted.empty() && wanted != l.qm_.name()) {
+      jxqp::HelloReply out = jxqp::failedReply<jxqp::HelloReply>(JXRC_Q_MGR_NAME_ERROR);
+      out.connectionId = l.id_;
+      std::memcpy(out.qmgrName, l.qm_.name48(), JX_Q_MGR_NAME_LENGTH);
       l.closing_ = true;
-    } else {
-      info.transport = l.peer_.tcp ? JXTRANSPORT_TCP : JXTRANSPORT_LOCAL;
-      info.pid = r.pid;
-      info.applName = r.applName;
-      l.session_ = &l.qm_.startSession(std::move(info), &l);
+      l.reply(Op::Hello, out);
+      return true;
     }
-    l.reply(Op::Hello, out);
+    Login login = beginLogin(l.qm_.store(), l.peer_, r);
+    if (login.needsPassword && l.owner_) {
+      std::string password = std::move(login.password), hash = login.hash;
+      l.login_ = std::make_unique<ClientLink::PendingLogin>(
+          ClientLink::PendingLogin{std::move(login), r.pid, std::string(r.applName)});
+      l.owner_->checkPassword(l, std::move(password), std::move(hash));
+      return true;
+    }
+    const bool matched = login.needsPassword && verifyPassword(login.password, login.hash);
+    l.finishHello(login, matched, r.pid, std::string(r.applName));
     return true;
   }
 
@@ -190,14 +194,24 @@ struct LinkOps {
 
 ClientLink::ClientLink(QueueManager &qm, LinkOwner *owner, uint32_t id, PeerAddress peer,
                        std::unique_ptr<Transport> transport)
-    : qm_(qm), owner_(owner), id_(id), peer_(std::move(peer)), transport_(std::move(transport)) {}
+    : qm_(qm),
+      owner_(owner),
+      id_(id),
+      peer_(std::move(peer)),
+      transport_(std::move(transport)),
+      budget_(owner ? owner->budget() : nullptr) {}
 
 ClientLink::~ClientLink() {
   if (session_) qm_.endSession(session_->id());
+  if (budget_) budget_->give(inCharged_ + outCharged_);
 }
 
 void ClientLink::log(const std::string &what) const {
-  qm_.log("connection " + std::to_string(id_) + " (" + peer_.description + "): " + what);
+  std::string line = "connection " + std::to_string(id_) + " (" + peer_.description + "): " + what;
+  if (owner_)
+    owner_->logAbout(*this, line);
+  else
+    qm_.log(line);
 }
 
 template <class Reply>
@@ -207,7 +221,97 @@ void ClientLink::reply(jxqp::Op op, const Reply &r) {
   const size_t start = out.size();
   jxqp::appendFrame(out, jxqp::replyOp(op), w);
   if (session_ && qm_.takeHeld(session_->id())) held_.hold(start, op, qm_.turn());
+  // A reply is made: it is held whatever the budget says, and a link with
+  // this much unwritten output takes no more requests (outputBacklogged).
+  if (budget_) budget_->force(out.size() - start);
+  outCharged_ += out.size() - start;
   if (owner_) owner_->touched(*this);
+}
+
+void ClientLink::outputWritten() {
+  out.clear();
+  outOff = 0;
+  if (budget_) budget_->give(outCharged_);
+  outCharged_ = 0;
+  if (out.capacity() > kKeptCapacity) jxqp::Bytes().swap(out);
+}
+
+bool ClientLink::outputBacklogged() const {
+  return out.size() - outOff > kMaxOutputBacklog;
+}
+
+void ClientLink::finishHello(const Login &login, bool matched, uint32_t pid, std::string applName) {
+  jxqp::HelloReply out;
+  out.connectionId = id_;
+  std::memcpy(out.qmgrName, qm_.name48(), JX_Q_MGR_NAME_LENGTH);
+  QueueManager::SessionInfo info;
+  std::string why;
+  if (int32_t rc = finishLogin(login, matched, info.who, why)) {
+    log(why);
+    out.cc = JXCC_FAILED;
+    out.rc = rc;
+    closing_ = true;
+  } else {
+    info.transport = peer_.tcp ? JXTRANSPORT_TCP : JXTRANSPORT_LOCAL;
+    info.pid = pid;
+    info.applName = std::move(applName);
+    session_ = &qm_.startSession(std::move(info), this);
+  }
+  reply(Op::Hello, out);
+}
+
+void ClientLink::passwordChecked(bool matched) {
+  if (!login_) return;
+  std::unique_ptr<PendingLogin> pending = std::move(login_);
+  finishHello(pending->login, matched, pending->pid, std::move(pending->applName));
+  // Frames that came behind the hello can be handled now.
+  if (owner_) owner_->runnable(*this);
+}
+
+bool ClientLink::receive(const uint8_t *data, size_t length, int64_t nowMs) {
+  while (length > 0) {
+    size_t have = in.size() - frameAt_;
+    if (have == 0) {
+      frameStartMs_ = nowMs;
+      frameStarted_ = true;
+    }
+    const size_t want = (frameNeed_ ? frameNeed_ : jxqp::kHeaderSize) - have;
+    const size_t k = want < length ? want : length;
+    in.insert(in.end(), data, data + k);
+    data += k;
+    length -= k;
+    have += k;
+    if (!frameNeed_) {
+      if (have < jxqp::kHeaderSize) break;
+      jxqp::FrameHeader h;
+      if (jxqp::decodeHeader(in.data() + frameAt_, h) != jxqp::HeaderStatus::Ok) {
+        log("bad frame header");
+        return false;
+      }
+      if (!greeted() && h.length > PeerLimits::kHelloFrameMax) {
+        log("frame of " + std::to_string(h.length) + " bytes before the hello (at most " +
+            std::to_string(PeerLimits::kHelloFrameMax) + ")");
+        return false;
+      }
+      const size_t whole = jxqp::kHeaderSize + h.length;
+      if (budget_ && !budget_->take(whole)) {
+        log("frame of " + std::to_string(whole) + " bytes refused: connections' buffers hold " +
+            std::to_string(budget_->used()) + " of " + std::to_string(budget_->limit()) + " bytes");
+        return false;
+      }
+      inCharged_ += whole;
+      frameNeed_ = whole;
+      // The frame's bytes go into one allocation of its size, not a
+      // doubling one; pages the peer never sends are never touched.
+      in.reserve(frameAt_ + whole);
+    }
+    if (have == frameNeed_) {
+      frameAt_ = in.size();
+      frameNeed_ = 0;
+      frameStartMs_ = 0;
+    }
+  }
+  return true;
 }
 
 bool ClientLink::waiting() const {
@@ -229,7 +333,9 @@ void ClientLink::ended() {
 }
 
 bool ClientLink::hasRunnableInput() const {
-  if (waiting() || closing_ || in.size() < jxqp::kHeaderSize) return false;
+  if (waiting() || closing_ || authenticating() || outputBacklogged() ||
+      in.size() < jxqp::kHeaderSize)
+    return false;
   jxqp::FrameHeader h;
   if (jxqp::decodeHeader(in.data(), h) != jxqp::HeaderStatus::Ok) return true;
   return in.size() - jxqp::kHeaderSize >= h.length;
@@ -238,7 +344,7 @@ bool ClientLink::hasRunnableInput() const {
 bool ClientLink::processInput() {
   size_t off = 0;
   bool ok = true;
-  while (!waiting() && !closing_) {
+  while (!waiting() && !closing_ && !authenticating() && !outputBacklogged()) {
     size_t avail = in.size() - off;
     if (avail < jxqp::kHeaderSize) break;
     jxqp::FrameHeader h;
@@ -267,6 +373,13 @@ bool ClientLink::processInput() {
     off += jxqp::kHeaderSize + h.length;
   }
   in.erase(in.begin(), in.begin() + static_cast<std::ptrdiff_t>(off));
+  // Frames handled give their bytes back (a link fed by hand took none).
+  const size_t counted = off < frameAt_ ? off : frameAt_;
+  frameAt_ -= counted;
+  const size_t given = counted < inCharged_ ? counted : inCharged_;
+  inCharged_ -= given;
+  if (budget_) budget_->give(given);
+  if (in.empty() && in.capacity() > kKeptCapacity) jxqp::Bytes().swap(in);
   if (ok && in.size() > kMaxInputBacklog) {
     log("input backlog exceeded");
     ok = false;

@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sched.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -18,29 +19,60 @@ namespace {
 constexpr uint64_t kListenLocal = 1ull << 62;
 constexpr uint64_t kListenTcp = 2ull << 62;
 constexpr uint64_t kSignal = 3ull << 62;
+constexpr uint64_t kVerdicts = 1ull << 61;
 constexpr int kMaxEvents = 64;
 constexpr auto kGatherLimit = std::chrono::microseconds(200);
 constexpr size_t kReadChunk = 65536;
 constexpr int kReadRounds = 64;  // chunks read from one link in a turn
+// Out of descriptors or memory, the listeners rest this long (or until a
+// connection ends) rather than spin on a connection they cannot take.
+constexpr int64_t kListenPauseMs = 100;
+// While checks are out, the loop looks for verdicts at least this often,
+// whether or not the worker's wake-up came through.
+constexpr int64_t kVerdictPollMs = 250;
+// The log's key for the loop's own failures, limited as a peer's lines are.
+const std::string kLoopKey = "(queue manager)";
+
+std::string errnoText(const char *call) {
+  return std::string(call) + ": " + std::strerror(errno);
+}
 
 }  // namespace
 
-EventLoop::EventLoop(QueueManager &qm, Options options) : qm_(qm), opt_(options) {
-  ep_ = epoll_create1(EPOLL_CLOEXEC);
-  if (ep_ < 0) return;
-  const std::pair<int, uint64_t> watched[] = {
-      {opt_.localFd, kListenLocal}, {opt_.tcpFd, kListenTcp}, {opt_.signalFd, kSignal}};
-  for (const auto &[fd, tag] : watched) {
-    if (fd < 0) continue;
-    epoll_event ev{};
-    ev.events = EPOLLIN;
-    ev.data.u64 = tag;
-    if (epoll_ctl(ep_, EPOLL_CTL_ADD, fd, &ev) != 0) {
-      close(ep_);
-      ep_ = -1;
-      return;
-    }
+EventLoop::EventLoop(QueueManager &qm, Options options)
+    : qm_(qm),
+      opt_(options),
+      budget_(options.limits.bufferBudget),
+      peerLog_(options.limits.logLinesPerMinute, [&qm](const std::string &l) { qm.log(l); }),
+      penalties_(options.limits.loginDelayMs),
+      listeners_{{options.localFd, kListenLocal, false}, {options.tcpFd, kListenTcp, true}} {
+  if (!checker_.ready()) {
+    why_ = checker_.why();
+    return;
   }
+  ep_ = epoll_create1(EPOLL_CLOEXEC);
+  if (ep_ < 0) {
+    why_ = errnoText("epoll_create1");
+    return;
+  }
+  bool ok = watch(opt_.signalFd, kSignal, "the stop signal") &&
+            watch(checker_.fd(), kVerdicts, "the password worker");
+  for (Listener &l : listeners_) ok = ok && (l.watched = watch(l.fd, l.tag, "a listener"));
+  if (!ok) {
+    close(ep_);
+    ep_ = -1;
+  }
+}
+
+// Watches a descriptor of the loop's own; false (with why_) on failure.
+bool EventLoop::watch(int fd, uint64_t tag, const char *what) {
+  if (fd < 0) return true;
+  epoll_event ev{};
+  ev.events = EPOLLIN;
+  ev.data.u64 = tag;
+  if (epoll_ctl(ep_, EPOLL_CTL_ADD, fd, &ev) == 0) return true;
+  why_ = std::string("cannot watch ") + what + ": " + errnoText("epoll_ctl");
+  return false;
 }
 
 EventLoop::~EventLoop() {
@@ -56,6 +88,41 @@ void EventLoop::touched(ClientLink &link) {
 
 void EventLoop::runnable(ClientLink &link) {
   runnable_.push_back(link.id());
+}
+
+void EventLoop::logAbout(const ClientLink &link, const std::string &line) {
+  peerLog_.write(link.peer().key, line, QueueManager::nowMs());
+}
+
+// The check is held back by the failures its address has had lately; the
+// worker holds it, the loop goes on.
+void EventLoop::checkPassword(ClientLink &link, std::string password, std::string hash) {
+  const int64_t now = QueueManager::nowMs();
+  checker_.submit(link.id(), std::move(password), std::move(hash),
+                  now + penalties_.delayMs(link.peer().key, now));
+}
+
+void EventLoop::takeVerdicts() {
+  for (const PasswordChecker::Verdict &v : checker_.take()) {
+    ClientLink *l = link(v.link);
+    if (!l || !l->authenticating()) continue;
+    l->passwordChecked(v.matched);
+    if (l->greeted())
+      penalties_.succeeded(l->peer().key);
+    else
+      penalties_.failed(l->peer().key, QueueManager::nowMs());
+  }
+  std::string error = checker_.takeError();
+  if (!error.empty()) peerLog_.write(kLoopKey, "password worker: " + error, QueueManager::nowMs());
+}
+
+// The signal is read so that it is seen to be taken; stopping does not
+// depend on the read, which cannot lose it.
+void EventLoop::stopSignalled() {
+  signalfd_siginfo info;
+  if (read(opt_.signalFd, &info, sizeof info) < 0 && errno != EAGAIN)
+    qm_.log(errnoText("signalfd read"));
+  stopping_ = true;
 }
 
 ClientLink *EventLoop::link(uint32_t id) {
@@ -102,11 +169,13 @@ void EventLoop::handleEvents(const epoll_event *events, int n) {
   for (int i = 0; i < n; ++i) {
     uint64_t tag = events[i].data.u64;
     if (tag == kListenLocal) {
-      accept(opt_.localFd, false);
+      accept(listeners_[0]);
     } else if (tag == kListenTcp) {
-      accept(opt_.tcpFd, true);
+      accept(listeners_[1]);
     } else if (tag == kSignal) {
-      stopping_ = true;
+      stopSignalled();
+    } else if (tag == kVerdicts) {
+      takeVerdicts();
     } else {
       uint32_t id = static_cast<uint32_t>(tag);
       ClientLink *l = link(id);
@@ -125,65 +194,133 @@ void EventLoop::handleEvents(const epoll_event *events, int n) {
   }
 }
 
-void EventLoop::accept(int listener, bool tcp) {
+void EventLoop::accept(Listener &listener) {
   for (;;) {
     sockaddr_storage sa{};
     socklen_t len = sizeof sa;
     int fd =
-        accept4(listener, reinterpret_cast<sockaddr *>(&sa), &len, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (fd < 0) return;
+        accept4(listener.fd, reinterpret_cast<sockaddr *>(&sa), &len, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) {
+      switch (errno) {
+        case EAGAIN:
+          return;
+        case EINTR:
+        case ECONNABORTED:
+        case EPROTO:
+        case EPERM:
+          continue;  // that connection only
+        case EMFILE:
+        case ENFILE:
+        case ENOBUFS:
+        case ENOMEM:
+          pauseListeners(errnoText("accept"));
+          return;
+        default:
+          peerLog_.write(kLoopKey, errnoText("accept"), QueueManager::nowMs());
+          return;
+      }
+    }
     // Beyond the cap a connection is closed at once: running out of
     // descriptors would leave the listener ready forever.
-    if (links_.size() >= opt_.maxConnections) {
-      close(fd);
-      continue;
-    }
-    PeerAddress peer;
-    peer.tcp = tcp;
-    if (tcp) {
-      int one = 1;
-      setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-      char host[NI_MAXHOST] = "?", port[NI_MAXSERV] = "?";
-      getnameinfo(reinterpret_cast<sockaddr *>(&sa), len, host, sizeof host, port, sizeof port,
-                  NI_NUMERICHOST | NI_NUMERICSERV);
-      peer.description = std::string("tcp ") + host + ":" + port;
-    } else {
-      ucred cred{};
-      socklen_t cl = sizeof cred;
-      if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &cl) != 0) {
-        close(fd);
-        continue;
-      }
-      peer.uid = cred.uid;
-      peer.description =
-          "local uid " + std::to_string(cred.uid) + " pid " + std::to_string(cred.pid);
-    }
-    uint32_t id = nextLinkId_++;
-    if (nextLinkId_ == 0) nextLinkId_ = 1;
-    epoll_event ev{};
-    ev.events = EPOLLIN | EPOLLRDHUP;
-    ev.data.u64 = id;
-    if (epoll_ctl(ep_, EPOLL_CTL_ADD, fd, &ev) != 0) {
-      close(fd);
-      continue;
-    }
-    links_[id] = std::make_unique<ClientLink>(qm_, this, id, std::move(peer),
-                                              std::make_unique<SocketTransport>(fd));
-    helloDeadlines_.emplace_back(QueueManager::nowMs() + opt_.helloTimeoutMs, id);
+    if (links_.size() >= opt_.maxConnections || !admit(fd, sa, len, listener.tcp)) close(fd);
   }
 }
 
-// Reads what is there; false when the peer has gone or failed.
+// Makes a link of an accepted connection; false when it cannot be served.
+bool EventLoop::admit(int fd, const sockaddr_storage &sa, socklen_t len, bool tcp) {
+  const int64_t now = QueueManager::nowMs();
+  PeerAddress peer;
+  peer.tcp = tcp;
+  if (tcp) {
+    int one = 1;
+    if (setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one) != 0)
+      peerLog_.write(kLoopKey, errnoText("setsockopt TCP_NODELAY"), now);
+    char host[NI_MAXHOST] = "?", port[NI_MAXSERV] = "?";
+    int rc = getnameinfo(reinterpret_cast<const sockaddr *>(&sa), len, host, sizeof host, port,
+                         sizeof port, NI_NUMERICHOST | NI_NUMERICSERV);
+    if (rc != 0) {
+      peerLog_.write(kLoopKey, std::string("getnameinfo: ") + gai_strerror(rc), now);
+      return false;
+    }
+    peer.description = std::string("tcp ") + host + ":" + port;
+    peer.key = host;
+  } else {
+    ucred cred{};
+    socklen_t cl = sizeof cred;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &cl) != 0) {
+      peerLog_.write(kLoopKey, errnoText("getsockopt SO_PEERCRED"), now);
+      return false;
+    }
+    peer.uid = cred.uid;
+    peer.description = "local uid " + std::to_string(cred.uid) + " pid " + std::to_string(cred.pid);
+    peer.key = "local uid " + std::to_string(cred.uid);
+  }
+  uint32_t id = nextLinkId_++;
+  if (nextLinkId_ == 0) nextLinkId_ = 1;
+  epoll_event ev{};
+  ev.events = EPOLLIN | EPOLLRDHUP;
+  ev.data.u64 = id;
+  if (epoll_ctl(ep_, EPOLL_CTL_ADD, fd, &ev) != 0) {
+    peerLog_.write(peer.key,
+                   "connection from " + peer.description + " refused: " + errnoText("epoll_ctl"),
+                   now);
+    return false;
+  }
+  links_[id] = std::make_unique<ClientLink>(qm_, this, id, std::move(peer),
+                                            std::make_unique<SocketTransport>(fd));
+  helloDeadlines_.emplace_back(now + opt_.helloTimeoutMs, id);
+  return true;
+}
+
+// The listeners stop being watched for a while: a level-triggered listener
+// with a connection it cannot take would wake the loop at once, forever.
+void EventLoop::pauseListeners(const std::string &why) {
+  const int64_t now = QueueManager::nowMs();
+  if (listenAgainMs_ < 0)
+    peerLog_.write(
+        kLoopKey, why + "; not accepting connections for " + std::to_string(kListenPauseMs) + " ms",
+        now);
+  listenAgainMs_ = now + kListenPauseMs;
+  for (Listener &l : listeners_) {
+    if (!l.watched) continue;
+    if (epoll_ctl(ep_, EPOLL_CTL_DEL, l.fd, nullptr) != 0)
+      peerLog_.write(kLoopKey, errnoText("epoll_ctl (pausing a listener)"), now);
+    l.watched = false;
+  }
+}
+
+void EventLoop::resumeListeners() {
+  if (listenAgainMs_ < 0) return;
+  listenAgainMs_ = -1;
+  for (Listener &l : listeners_) {
+    if (l.watched || l.fd < 0) continue;
+    if (watch(l.fd, l.tag, "a listener")) {
+      l.watched = true;
+    } else {
+      // Tried again a little later: connections wait in the backlog.
+      peerLog_.write(kLoopKey, why_, QueueManager::nowMs());
+      listenAgainMs_ = QueueManager::nowMs() + kListenPauseMs;
+    }
+  }
+}
+
+// Reads what is there into the link's frames; false when the peer has
+// gone, failed, or broke a limit.
 bool EventLoop::readFrom(ClientLink &l) {
   uint8_t buf[kReadChunk];
-  for (int rounds = 0; rounds < kReadRounds; ++rounds) {
+  const int64_t now = QueueManager::nowMs();
+  bool alive = true;
+  for (int rounds = 0; rounds < kReadRounds && alive; ++rounds) {
     ssize_t n = l.transport()->receive(buf, sizeof buf);
     if (n == 0 || n == Transport::kFailed) return false;
-    if (n == Transport::kWouldBlock) return true;
-    l.in.insert(l.in.end(), buf, buf + n);
-    if (static_cast<size_t>(n) < sizeof buf) return true;
+    if (n == Transport::kWouldBlock) break;
+    alive = l.receive(buf, static_cast<size_t>(n), now);
+    if (static_cast<size_t>(n) < sizeof buf) break;
   }
-  return true;
+  if (l.takeFrameStarted() && l.frameStartedMs() > 0)
+    frameDeadlines_.push_back(
+        {l.frameStartedMs() + opt_.limits.frameTimeoutMs, l.frameStartedMs(), l.id(), false});
+  return alive;
 }
 
 // Writes pending output; false when the peer has gone.
@@ -196,15 +333,28 @@ bool EventLoop::writeTo(ClientLink &l) {
     l.outOff += static_cast<size_t>(n);
   }
   bool pending = l.outOff < end;
+  // A peer that does not read its replies must not hold them for ever
+  // (replies held for a commit are not its to read yet).
+  if (pending && !l.outSinceMs) {
+    l.outSinceMs = QueueManager::nowMs();
+    frameDeadlines_.push_back(
+        {l.outSinceMs + opt_.limits.frameTimeoutMs, l.outSinceMs, l.id(), true});
+  }
+  if (!pending) l.outSinceMs = 0;
   if (l.outOff == l.out.size()) {
-    l.out.clear();
-    l.outOff = 0;
+    l.outputWritten();
+    // Requests held back while the output was large can be handled now.
+    if (l.hasRunnableInput()) runnable(l);
   }
   if (pending != l.watchingOut) {
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLRDHUP | (pending ? static_cast<uint32_t>(EPOLLOUT) : 0u);
     ev.data.u64 = l.id();
-    if (epoll_ctl(ep_, EPOLL_CTL_MOD, l.transport()->fd(), &ev) != 0) return false;
+    if (epoll_ctl(ep_, EPOLL_CTL_MOD, l.transport()->fd(), &ev) != 0) {
+      logAbout(l, "connection " + std::to_string(l.id()) + " (" + l.peer().description +
+                      ") ended: " + errnoText("epoll_ctl"));
+      return false;
+    }
     l.watchingOut = pending;
   }
   return true;
@@ -213,7 +363,14 @@ bool EventLoop::writeTo(ClientLink &l) {
 void EventLoop::drop(uint32_t id) {
   auto it = links_.find(id);
   if (it == links_.end()) return;
-  epoll_ctl(ep_, EPOLL_CTL_DEL, it->second->transport()->fd(), nullptr);
+  ClientLink &l = *it->second;
+  if (l.authenticating()) checker_.cancel(id);
+  // Closing the descriptor ends the watch in any case; a failure here says
+  // the loop's table and the kernel's disagree, which is worth a line.
+  if (l.transport() && epoll_ctl(ep_, EPOLL_CTL_DEL, l.transport()->fd(), nullptr) != 0)
+    logAbout(l, "connection " + std::to_string(id) + ": " + errnoText("epoll_ctl"));
+  // A descriptor is free again: connections may be taken again.
+  if (listenAgainMs_ >= 0) listenAgainMs_ = 0;
   // The link's end ends its session, which can answer other links' gets;
   // take it out of the table first so that nothing reaches it meanwhile.
   std::unique_ptr<ClientLink> gone = std::move(it->second);
@@ -234,9 +391,11 @@ int EventLoop::finishTurn() {
   // readers' links before they are written below.
   const int64_t background = opt_.background ? opt_.background(now) : -1;
   int64_t next = qm_.expireWaits(now);
-  int64_t hello = expireHellos(now);
-  if (hello >= 0 && (next < 0 || hello < next)) next = hello;
-  if (background >= 0 && (next < 0 || background < next)) next = background;
+  for (int64_t other : {expireHellos(now), expireFrames(now), listenAgainMs_, background,
+                        checker_.outstanding() ? now + kVerdictPollMs : int64_t{-1}})
+    if (other >= 0 && (next < 0 || other < next)) next = other;
+  if (listenAgainMs_ >= 0 && listenAgainMs_ <= now) resumeListeners();
+  if (checker_.outstanding()) takeVerdicts();
   if (qm_.commitPending()) lastGroup_ = touched_;
   const uint64_t turn = qm_.turn();
   const bool committed = qm_.endTurn();
@@ -322,11 +481,30 @@ int64_t EventLoop::expireHellos(int64_t now) {
     ClientLink *l = link(id);
     if (l && !l->greeted()) {
       if (deadline > now) return deadline;
-      qm_.log("connection " + std::to_string(id) + " (" + l->peer().description +
-              "): no hello in time");
+      logAbout(*l, "connection " + std::to_string(id) + " (" + l->peer().description +
+                       "): no hello in time");
       drop(id);
     }
     helloDeadlines_.pop_front();
+  }
+  return -1;
+}
+
+// A peer that begins a frame, or stops reading a reply, and stalls must not
+// hold its buffer for ever.
+// Returns the next deadline (-1 when none).
+int64_t EventLoop::expireFrames(int64_t now) {
+  while (!frameDeadlines_.empty()) {
+    const FrameDeadline d = frameDeadlines_.front();
+    ClientLink *l = link(d.id);
+    if (l && (d.output ? l->outSinceMs : l->frameStartedMs()) == d.startMs) {
+      if (d.deadlineMs > now) return d.deadlineMs;
+      logAbout(*l, "connection " + std::to_string(d.id) + " (" + l->peer().description +
+                       "): " + (d.output ? "reply not read" : "frame not complete") + " within " +
+                       std::to_string(opt_.limits.frameTimeoutMs) + " ms");
+      drop(d.id);
+    }
+    frameDeadlines_.pop_front();
   }
   return -1;
 }

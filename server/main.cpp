@@ -1,5 +1,6 @@
 // jxqmgr NAME [--listen HOST:PORT] [--hello-timeout SECONDS] [--poll-us MICROSECONDS]
-//        [--no-command-server] [--ready-fd N]
+//        [--no-command-server] [--frame-timeout-ms MS] [--buffer-budget-mb MB]
+//        [--login-delay-ms MS] [--peer-log-lines N] [--ready-fd N]
 //
 // Runs one queue manager in the foreground until SIGTERM or SIGINT. The
 // local socket is always served; TCP only when a listen address is given.
@@ -8,7 +9,9 @@
 // hello within the hello timeout (default 10 seconds) is closed. After a
 // turn that had work, the server polls for up to --poll-us (default 200,
 // 0 to 10000) before it sleeps. The command server reads
-// SYSTEM.ADMIN.COMMAND.QUEUE unless --no-command-server is given.
+// SYSTEM.ADMIN.COMMAND.QUEUE unless --no-command-server is given. The
+// limits on what a peer may cost (README, "Limits on peers") default to
+// PeerLimits' values.
 //
 // JX_STORE_FAULT (write:N, commit:N or full:N, store.hpp) makes the store
 // fail on purpose, for tests.
@@ -59,6 +62,38 @@ int die(const std::string &msg, int code = 1) {
   return code;
 }
 
+std::string errnoText(const std::string &what) {
+  return what + ": " + std::strerror(errno);
+}
+
+// An integer option's value within [lo, hi].
+bool parseNumber(const char *s, long lo, long hi, long &out) {
+  char *end = nullptr;
+  errno = 0;
+  long v = std::strtol(s, &end, 10);
+  if (*s == 0 || errno || *end != 0 || v < lo || v > hi) return false;
+  out = v;
+  return true;
+}
+
+// The options that set a limit on peers: name, range, unit, where it goes.
+struct LimitOption {
+  const char *name;
+  long lo, hi;
+  const char *unit;
+  void (*apply)(jxqm::PeerLimits &, long);
+};
+constexpr LimitOption kLimitOptions[] = {
+    {"--frame-timeout-ms", 100, 3600000, "milliseconds",
+     [](jxqm::PeerLimits &l, long v) { l.frameTimeoutMs = v; }},
+    {"--buffer-budget-mb", 1, 1048576, "MiB",
+     [](jxqm::PeerLimits &l, long v) { l.bufferBudget = static_cast<size_t>(v) << 20; }},
+    {"--login-delay-ms", 0, 60000, "milliseconds",
+     [](jxqm::PeerLimits &l, long v) { l.loginDelayMs = v; }},
+    {"--peer-log-lines", 0, 100000, "lines a minute (0: no limit)",
+     [](jxqm::PeerLimits &l, long v) { l.logLinesPerMinute = static_cast<int>(v); }},
+};
+
 bool parseHostPort(const std::string &s, std::string &host, std::string &port) {
   auto colon = s.rfind(':');
   if (colon == std::string::npos || colon == 0 || colon + 1 == s.size()) return false;
@@ -89,8 +124,8 @@ int listenTcp(const std::string &addr, std::string &err) {
     fd = socket(ai->ai_family, ai->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0) continue;
     int one = 1;
-    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    if (bind(fd, ai->ai_addr, ai->ai_addrlen) != 0 || listen(fd, kListenBacklog) != 0) {
+    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0 ||
+        bind(fd, ai->ai_addr, ai->ai_addrlen) != 0 || listen(fd, kListenBacklog) != 0) {
       err = "cannot listen on " + addr + ": " + std::strerror(errno);
       close(fd);
       fd = -1;
@@ -108,9 +143,20 @@ int main(int argc, char **argv) {
   int helloTimeout = 10;
   int pollUs = 200;
   bool commandServer = true;
+  jxqm::PeerLimits limits;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
-    if (a == "--listen" && i + 1 < argc) {
+    const LimitOption *limit = nullptr;
+    for (const LimitOption &o : kLimitOptions)
+      if (a == o.name) limit = &o;
+    if (limit && i + 1 < argc) {
+      long v;
+      if (!parseNumber(argv[++i], limit->lo, limit->hi, v))
+        return die(a + " is " + std::to_string(limit->lo) + " to " + std::to_string(limit->hi) +
+                       " " + limit->unit,
+                   2);
+      limit->apply(limits, v);
+    } else if (a == "--listen" && i + 1 < argc) {
       listenAddr = argv[++i];
     } else if (a == "--ready-fd" && i + 1 < argc) {
       readyFd = std::atoi(argv[++i]);
@@ -131,7 +177,8 @@ int main(int argc, char **argv) {
     } else {
       return die(
           "usage: jxqmgr NAME [--listen HOST:PORT] [--hello-timeout SECONDS] "
-          "[--poll-us MICROSECONDS] [--no-command-server] [--ready-fd N]",
+          "[--poll-us MICROSECONDS] [--no-command-server] [--frame-timeout-ms MS] "
+          "[--buffer-budget-mb MB] [--login-delay-ms MS] [--peer-log-lines N] [--ready-fd N]",
           2);
     }
   }
@@ -140,7 +187,7 @@ int main(int argc, char **argv) {
   umask(077);
   if (chdir(dir.c_str()) != 0)
     return die("queue manager " + name + " does not exist (" + dir + ")", 2);
-  chmod(".", 0700);
+  if (chmod(".", 0700) != 0) return die(errnoText("cannot restrict " + dir + " to its owner"));
   int lockFd = open(jxqp::kLockFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (lockFd < 0 || flock(lockFd, LOCK_EX | LOCK_NB) != 0)
     return die("queue manager " + name + " is already running", 3);
@@ -163,15 +210,19 @@ int main(int argc, char **argv) {
   jxqm::QueueManager qm(name, store);
   if (!qm.load()) return 1;
 
+  // The stop signal is taken only through the signalfd: without one it
+  // could be lost, so the queue manager does not start.
   sigset_t mask;
   sigemptyset(&mask);
   sigaddset(&mask, SIGTERM);
   sigaddset(&mask, SIGINT);
-  sigprocmask(SIG_BLOCK, &mask, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  if (sigprocmask(SIG_BLOCK, &mask, nullptr) != 0) return die(errnoText("sigprocmask"));
+  if (signal(SIGPIPE, SIG_IGN) == SIG_ERR) return die(errnoText("signal SIGPIPE"));
   int sfd = signalfd(-1, &mask, SFD_NONBLOCK | SFD_CLOEXEC);
+  if (sfd < 0) return die(errnoText("signalfd"));
 
-  unlink(jxqp::kSocketFile);
+  if (unlink(jxqp::kSocketFile) != 0 && errno != ENOENT)
+    return die(errnoText("cannot remove the old local socket"));
   int lfd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   sockaddr_un sun{};
   sun.sun_family = AF_UNIX;
@@ -190,7 +241,8 @@ int main(int argc, char **argv) {
   {
     std::ofstream pid(jxqp::kPidFile, std::ios::trunc);
     pid << getpid() << "\n";
-    if (!pid.flush()) {
+    pid.close();
+    if (!pid) {
       unlink(jxqp::kSocketFile);
       return die(std::string("cannot write ") + jxqp::kPidFile);
     }
@@ -200,12 +252,14 @@ int main(int argc, char **argv) {
         "no room for the store's reserve: persistent messages and definitions are refused "
         "until there is room");
 
-  // Every descriptor the process may have, less a reserve.
+  // Every descriptor the process may have, less a reserve. Without the
+  // raise the queue manager serves fewer connections, which is said.
   rlimit lim{};
-  getrlimit(RLIMIT_NOFILE, &lim);
+  if (getrlimit(RLIMIT_NOFILE, &lim) != 0) return die(errnoText("getrlimit"));
+  const rlim_t wanted = lim.rlim_max;
   lim.rlim_cur = lim.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &lim);
-  getrlimit(RLIMIT_NOFILE, &lim);
+  if (setrlimit(RLIMIT_NOFILE, &lim) != 0 || getrlimit(RLIMIT_NOFILE, &lim) != 0)
+    qm.log(errnoText("cannot raise the descriptor limit to " + std::to_string(wanted)));
   jxqm::EventLoop::Options options;
   options.localFd = lfd;
   options.tcpFd = tfd;
@@ -216,6 +270,7 @@ int main(int argc, char **argv) {
                static_cast<rlim_t>(kMaxConnections));
   options.helloTimeoutMs = helloTimeout * 1000LL;
   options.pollUs = pollUs;
+  options.limits = limits;
   std::unique_ptr<jxqm::CommandServer> server;
   if (commandServer) {
     server = std::make_unique<jxqm::CommandServer>(qm);
@@ -223,23 +278,25 @@ int main(int argc, char **argv) {
     options.background = [&server](int64_t now) { return server->turn(now); };
   }
   jxqm::EventLoop loop(qm, options);
-  if (!loop.ready()) return die(std::string("epoll: ") + std::strerror(errno));
+  if (!loop.ready()) {
+    unlink(jxqp::kSocketFile);
+    unlink(jxqp::kPidFile);
+    return die(loop.why());
+  }
 
   std::cerr << "jxqmgr: queue manager " << name << " started, pid " << getpid()
             << (listenAddr.empty() ? "" : ", listening on " + listenAddr) << std::endl;
-  if (readyFd >= 0) {
-    ssize_t w = write(readyFd, "ready\n", 6);
-    (void)w;
-    close(readyFd);
-  }
+  // Whoever started us and stopped waiting for the word does not stop us.
+  if (readyFd >= 0 && (write(readyFd, "ready\n", 6) != 6 || close(readyFd) != 0))
+    qm.log(errnoText("cannot tell the starter that the queue manager is ready"));
   bool ok = loop.run();
   loop.dropAll();
   server.reset();
   // Failures are logged where they happen; the store has what committed.
   (void)qm.endTurn();
   if (!store.close()) qm.log("the database did not close cleanly: " + store.lastError());
-  unlink(jxqp::kSocketFile);
-  unlink(jxqp::kPidFile);
+  for (const char *file : {jxqp::kSocketFile, jxqp::kPidFile})
+    if (unlink(file) != 0) qm.log(errnoText(std::string("cannot remove ") + file));
   if (!ok) return 1;
   std::cerr << "jxqmgr: queue manager " << name << " ended" << std::endl;
   return 0;

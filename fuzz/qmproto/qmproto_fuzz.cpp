@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   jxqm::QueueManager &qm = queueManager();
   static uint32_t nextLink = 1;
   {
-    jxqm::ClientLink link(qm, nullptr, nextLink++, {false, geteuid(), "fuzz"}, nullptr);
+    jxqm::ClientLink link(qm, nullptr, nextLink++, {false, geteuid(), "fuzz", "fuzz"}, nullptr);
     link.in.assign(data, data + size);
     link.processInput();
     qm.expireWaits(jxqm::QueueManager::nowMs());

@@ -20,6 +20,17 @@ constexpr int32_t kPutTraceBytes = 32;
 constexpr uint32_t kPutTraceLengthMask = 0xFFFF;
 constexpr size_t kLineMax = 160;
 
+// The trace shows only what the caller's memory lets it read: a call given
+// an unusable handle or descriptor has failed, and its trace line must not
+// fault where the call did not.
+bool readable(const void *p, size_t length) {
+  return xcsCheckPointer(p, length, XCS_CHECK_READ) == 0;
+}
+// An integer the caller passed (a handle, a reason), 0 when unreadable.
+int32_t intOrZero(const int32_t *p) {
+  return readable(p, sizeof *p) ? *p : 0;
+}
+
 // Entry and exit marks of one export; the exit mark takes the reason the
 // stub left behind.
 class QmFrame {
@@ -29,7 +40,7 @@ class QmFrame {
     if (thread_) jxai::recordEntry(thread_, id_);
   }
   ~QmFrame() {
-    if (thread_) jxai::recordExit(thread_, id_, reason_ ? *reason_ : 0);
+    if (thread_) jxai::recordExit(thread_, id_, intOrZero(reason_));
   }
   QmFrame(const QmFrame &) = delete;
   QmFrame &operator=(const QmFrame &) = delete;
@@ -100,8 +111,9 @@ void JXOPEN(int32_t Hconn, JXOD *ObjDesc, int32_t Options, int32_t *Hobj, int32_
   zstJXOPEN(Hconn, ObjDesc, Options, Hobj, CompCode, Reason);
   if (qmTraceOn()) {
     char line[kLineMax];
-    snprintf(line, sizeof line, "ObjHandle=%d ObjType=%d ObjName=%.48s", Hobj ? *Hobj : 0,
-             ObjDesc ? ObjDesc->ObjectType : 0, ObjDesc ? ObjDesc->ObjectName : "");
+    const bool od = readable(ObjDesc, sizeof *ObjDesc);
+    snprintf(line, sizeof line, "ObjHandle=%d ObjType=%d ObjName=%.48s", intOrZero(Hobj),
+             od ? ObjDesc->ObjectType : 0, od ? ObjDesc->ObjectName : "");
     xtr_text(line);
   }
 }
@@ -111,7 +123,7 @@ void JXCLOSE(int32_t Hconn, int32_t *Hobj, int32_t Options, int32_t *CompCode, i
   // Traced before the stub, which resets the handle.
   if (qmTraceOn()) {
     char line[kLineMax];
-    snprintf(line, sizeof line, "ObjHandle=%d", Hobj ? *Hobj : 0);
+    snprintf(line, sizeof line, "ObjHandle=%d", intOrZero(Hobj));
     xtr_text(line);
   }
   zstJXCLOSE(Hconn, Hobj, Options, CompCode, Reason);

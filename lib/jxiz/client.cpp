@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "admin_call.hpp"
+#include "argument_checks.hpp"
 #include "jxiz.h"
 #include "qm_paths.hpp"
 #include "qm_protocol.hpp"
@@ -87,10 +88,6 @@ bool set(int32_t *cc, int32_t *rc, int32_t c, int32_t r) {
 
 bool fail(int32_t *cc, int32_t *rc, int32_t r) {
   return set(cc, rc, JXCC_FAILED, r);
-}
-
-bool hasEye(const void *p, const char *eye) {
-  return std::memcmp(p, eye, 4) == 0;
 }
 
 bool sendAll(int fd, const uint8_t *p, size_t n) {
@@ -258,7 +255,11 @@ std::string_view applName() {
 }
 
 void doConnect(const char *qmgrName, const JXCNO *cno, int32_t *hconn, int32_t *cc, int32_t *rc) {
-  if (!hconn) return (void)fail(cc, rc, JXRC_HCONN_ERROR);
+  using namespace jxiz;
+  if (int32_t e = firstUnusable(
+          {output(hconn, JXRC_HCONN_ERROR), area(qmgrName, qmgrName ? JX_Q_MGR_NAME_LENGTH : 0,
+                                                 XCS_CHECK_READ, JXRC_Q_MGR_NAME_ERROR)}))
+    return (void)fail(cc, rc, e);
   jxqp::HelloRequest hello;
   if (qmgrName) std::memcpy(hello.qmgrName, qmgrName, strnlen(qmgrName, JX_Q_MGR_NAME_LENGTH));
   std::string name = jxqp::fieldString(hello.qmgrName, JX_Q_MGR_NAME_LENGTH);
@@ -319,24 +320,11 @@ void storeMd(void *p, const JXMD &md, int32_t callerVersion) {
   std::memcpy(p, &out, callerVersion >= JXMD_VERSION_2 ? JXMD_LENGTH_2 : JXMD_LENGTH_1);
 }
 
-bool mdUsable(const void *p) {
-  if (!p || !hasEye(p, "MD  ")) return false;
-  int32_t v = static_cast<const JXMD *>(p)->Version;
-  return v == JXMD_VERSION_1 || v == JXMD_VERSION_2;
-}
-
-bool odUsable(const JXOD *od) {
-  return od && hasEye(od->StrucId, "OD  ") && od->Version >= 1;
-}
-
-bool pmoUsable(const JXPMO *pmo) {
-  return pmo && hasEye(pmo->StrucId, "PMO ") && pmo->Version >= 1;
-}
-
-int32_t checkBuffer(int32_t length, const void *buffer) {
+// A buffer of `length` bytes used in `mode`: its length first, then its memory.
+int32_t checkBuffer(int32_t length, const void *buffer, int32_t mode) {
   if (length < 0) return JXRC_BUFFER_LENGTH_ERROR;
-  if (length > 0 && !buffer) return JXRC_BUFFER_ERROR;
-  return JXRC_NONE;
+  return jxiz::firstUnusable(
+      {jxiz::area(buffer, static_cast<size_t>(length), mode, JXRC_BUFFER_ERROR)});
 }
 
 jxqp::ObjectRef objectRef(const JXOD &od) {
@@ -365,25 +353,34 @@ void finishPut(Connection &c, Op op, const Request &request, void *msgDesc, JXPM
 
 // The checks JXINQ and JXSET share, in their order; the connection they
 // go on, or null with the failure set.
-std::shared_ptr<Connection> attributeCall(int32_t hconn, int32_t selectorCount,
+std::shared_ptr<Connection> attributeCall(bool inquire, int32_t hconn, int32_t selectorCount,
                                           const int32_t *selectors, int32_t intAttrCount,
                                           const int32_t *intAttrs, int32_t charAttrLength,
                                           const char *charAttrs, int32_t *cc, int32_t *rc) {
+  using namespace jxiz;
   auto c = lookup(hconn);
+  // JXINQ writes the attributes, JXSET reads them (no more integers than
+  // any set can use).
+  const int32_t mode = inquire ? XCS_CHECK_WRITE : XCS_CHECK_READ;
   int32_t reason = JXRC_NONE;
   if (!c)
     reason = JXRC_HCONN_ERROR;
   else if (selectorCount < 0 || selectorCount > JX_MAX_SELECTORS)
     reason = JXRC_SELECTOR_COUNT_ERROR;
-  else if (selectorCount > 0 && !selectors)
-    reason = JXRC_SELECTOR_ERROR;
   else if (intAttrCount < 0)
     reason = JXRC_INT_ATTR_COUNT_ERROR;
-  else if (intAttrCount > 0 && !intAttrs)
-    reason = JXRC_INT_ATTRS_ARRAY_ERROR;
-  else if (charAttrLength < 0 || (charAttrLength > 0 && !charAttrs) ||
-           charAttrLength > jxqp::kMaxCharAttrLength)
+  else if (charAttrLength < 0 || charAttrLength > jxqp::kMaxCharAttrLength)
     reason = JXRC_CHAR_ATTR_LENGTH_ERROR;
+  else
+    reason = firstUnusable(
+        {area(selectors, static_cast<size_t>(selectorCount) * sizeof(int32_t), XCS_CHECK_READ,
+              JXRC_SELECTOR_ERROR),
+         area(intAttrs,
+              static_cast<size_t>(inquire ? intAttrCount
+                                          : std::min(intAttrCount, JX_MAX_SELECTORS)) *
+                  sizeof(int32_t),
+              mode, JXRC_INT_ATTRS_ARRAY_ERROR),
+         area(charAttrs, static_cast<size_t>(charAttrLength), mode, JXRC_CHAR_ATTR_LENGTH_ERROR)});
   if (!reason) return c;
   fail(cc, rc, reason);
   return nullptr;
@@ -424,23 +421,24 @@ JXQM_EXPORT void zstJXCONN(char *QMgrName, int32_t *Hconn, int32_t *CompCode, in
                            int32_t Entry) {
   // The plain and the zrt entries connect alike.
   (void)Entry;
-  if (!CompCode || !Reason) return;
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
   doConnect(QMgrName, nullptr, Hconn, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXCONNX(char *QMgrName, JXCNO *ConnectOpts, int32_t *Hconn, int32_t *CompCode,
                             int32_t *Reason, int32_t Entry) {
   (void)Entry;
-  if (!CompCode || !Reason) return;
-  if (!ConnectOpts || !hasEye(ConnectOpts->StrucId, "CNO ") || ConnectOpts->Version < 1)
-    return (void)fail(CompCode, Reason, JXRC_CNO_ERROR);
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
+  if (int32_t e = jxiz::firstUnusable({jxiz::structure(ConnectOpts, jxiz::kCno, XCS_CHECK_READ)}))
+    return (void)fail(CompCode, Reason, e);
   doConnect(QMgrName, ConnectOpts, Hconn, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXDISC(int32_t *Hconn, int32_t Reserved, int32_t *CompCode, int32_t *Reason) {
   (void)Reserved;
-  if (!CompCode || !Reason) return;
-  if (!Hconn) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
+  if (jxiz::firstUnusable({jxiz::output(Hconn, JXRC_HCONN_ERROR, XCS_CHECK_UPDATE)}))
+    return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
   auto c = lookup(*Hconn);
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
   jxqp::CodeReply reply;
@@ -460,11 +458,12 @@ JXQM_EXPORT void zstJXDISC(int32_t *Hconn, int32_t Reserved, int32_t *CompCode, 
 
 JXQM_EXPORT void zstJXOPEN(int32_t Hconn, JXOD *ObjDesc, int32_t Options, int32_t *Hobj,
                            int32_t *CompCode, int32_t *Reason) {
-  if (!CompCode || !Reason) return;
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
   auto c = lookup(Hconn);
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
-  if (!odUsable(ObjDesc)) return (void)fail(CompCode, Reason, JXRC_OD_ERROR);
-  if (!Hobj) return (void)fail(CompCode, Reason, JXRC_HOBJ_ERROR);
+  if (int32_t e = jxiz::firstUnusable({jxiz::structure(ObjDesc, jxiz::kOd, XCS_CHECK_UPDATE),
+                                       jxiz::output(Hobj, JXRC_HOBJ_ERROR)}))
+    return (void)fail(CompCode, Reason, e);
   std::lock_guard<std::mutex> lock(c->mu);
   jxqp::OpenRequest request;
   request.options = Options;
@@ -485,10 +484,11 @@ JXQM_EXPORT void zstJXOPEN(int32_t Hconn, JXOD *ObjDesc, int32_t Options, int32_
 
 JXQM_EXPORT void zstJXCLOSE(int32_t Hconn, int32_t *Hobj, int32_t Options, int32_t *CompCode,
                             int32_t *Reason) {
-  if (!CompCode || !Reason) return;
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
   auto c = lookup(Hconn);
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
-  if (!Hobj) return (void)fail(CompCode, Reason, JXRC_HOBJ_ERROR);
+  if (int32_t e = jxiz::firstUnusable({jxiz::output(Hobj, JXRC_HOBJ_ERROR, XCS_CHECK_UPDATE)}))
+    return (void)fail(CompCode, Reason, e);
   std::lock_guard<std::mutex> lock(c->mu);
   jxqp::CloseRequest request;
   request.hobj = *Hobj;
@@ -505,12 +505,14 @@ JXQM_EXPORT void zstJXPUT(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXPMO *Put
                           int32_t BufferLength, void *Buffer, int32_t Reserved, int32_t *CompCode,
                           int32_t *Reason) {
   (void)Reserved;
-  if (!CompCode || !Reason) return;
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
   auto c = lookup(Hconn);
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
-  if (!mdUsable(MsgDesc)) return (void)fail(CompCode, Reason, JXRC_MD_ERROR);
-  if (!pmoUsable(PutMsgOpts)) return (void)fail(CompCode, Reason, JXRC_PMO_ERROR);
-  if (int32_t e = checkBuffer(BufferLength, Buffer)) return (void)fail(CompCode, Reason, e);
+  if (int32_t e = jxiz::firstUnusable({jxiz::structure(MsgDesc, jxiz::kMd, XCS_CHECK_UPDATE),
+                                       jxiz::structure(PutMsgOpts, jxiz::kPmo, XCS_CHECK_UPDATE)}))
+    return (void)fail(CompCode, Reason, e);
+  if (int32_t e = checkBuffer(BufferLength, Buffer, XCS_CHECK_READ))
+    return (void)fail(CompCode, Reason, e);
   if (BufferLength > JX_MAX_MSG_LENGTH)
     return (void)fail(CompCode, Reason, JXRC_MSG_TOO_BIG_FOR_Q_MGR);
   std::lock_guard<std::mutex> lock(c->mu);
@@ -524,13 +526,15 @@ JXQM_EXPORT void zstJXPUT(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXPMO *Put
 
 JXQM_EXPORT void zstJXPUT1(int32_t Hconn, JXOD *ObjDesc, void *MsgDesc, JXPMO *PutMsgOpts,
                            int32_t BufferLength, void *Buffer, int32_t *CompCode, int32_t *Reason) {
-  if (!CompCode || !Reason) return;
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
   auto c = lookup(Hconn);
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
-  if (!odUsable(ObjDesc)) return (void)fail(CompCode, Reason, JXRC_OD_ERROR);
-  if (!mdUsable(MsgDesc)) return (void)fail(CompCode, Reason, JXRC_MD_ERROR);
-  if (!pmoUsable(PutMsgOpts)) return (void)fail(CompCode, Reason, JXRC_PMO_ERROR);
-  if (int32_t e = checkBuffer(BufferLength, Buffer)) return (void)fail(CompCode, Reason, e);
+  if (int32_t e = jxiz::firstUnusable({jxiz::structure(ObjDesc, jxiz::kOd, XCS_CHECK_READ),
+                                       jxiz::structure(MsgDesc, jxiz::kMd, XCS_CHECK_UPDATE),
+                                       jxiz::structure(PutMsgOpts, jxiz::kPmo, XCS_CHECK_UPDATE)}))
+    return (void)fail(CompCode, Reason, e);
+  if (int32_t e = checkBuffer(BufferLength, Buffer, XCS_CHECK_READ))
+    return (void)fail(CompCode, Reason, e);
   if (BufferLength > JX_MAX_MSG_LENGTH)
     return (void)fail(CompCode, Reason, JXRC_MSG_TOO_BIG_FOR_Q_MGR);
   std::lock_guard<std::mutex> lock(c->mu);
@@ -546,14 +550,16 @@ JXQM_EXPORT void zstJXGET(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXGMO *Get
                           int32_t BufferLength, void *Buffer, int32_t *DataLength, int32_t Reserved,
                           int32_t *CompCode, int32_t *Reason) {
   (void)Reserved;
-  if (!CompCode || !Reason) return;
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
   auto c = lookup(Hconn);
   if (!c) return (void)fail(CompCode, Reason, JXRC_HCONN_ERROR);
-  if (!mdUsable(MsgDesc)) return (void)fail(CompCode, Reason, JXRC_MD_ERROR);
-  if (!GetMsgOpts || !hasEye(GetMsgOpts->StrucId, "GMO ") || GetMsgOpts->Version < 1)
-    return (void)fail(CompCode, Reason, JXRC_GMO_ERROR);
-  if (int32_t e = checkBuffer(BufferLength, Buffer)) return (void)fail(CompCode, Reason, e);
-  if (!DataLength) return (void)fail(CompCode, Reason, JXRC_DATA_LENGTH_ERROR);
+  if (int32_t e = jxiz::firstUnusable({jxiz::structure(MsgDesc, jxiz::kMd, XCS_CHECK_UPDATE),
+                                       jxiz::structure(GetMsgOpts, jxiz::kGmo, XCS_CHECK_UPDATE)}))
+    return (void)fail(CompCode, Reason, e);
+  if (int32_t e = checkBuffer(BufferLength, Buffer, XCS_CHECK_WRITE))
+    return (void)fail(CompCode, Reason, e);
+  if (int32_t e = jxiz::firstUnusable({jxiz::output(DataLength, JXRC_DATA_LENGTH_ERROR)}))
+    return (void)fail(CompCode, Reason, e);
   std::lock_guard<std::mutex> lock(c->mu);
   const JXMD *sel = static_cast<const JXMD *>(MsgDesc);
   jxqp::GetRequest request;
@@ -585,9 +591,9 @@ JXQM_EXPORT void zstJXGET(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXGMO *Get
 JXQM_EXPORT void zstJXINQ(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, int32_t *Selectors,
                           int32_t IntAttrCount, int32_t *IntAttrs, int32_t CharAttrLength,
                           char *CharAttrs, int32_t *CompCode, int32_t *Reason) {
-  if (!CompCode || !Reason) return;
-  auto c = attributeCall(Hconn, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
-                         CharAttrs, CompCode, Reason);
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
+  auto c = attributeCall(true, Hconn, SelectorCount, Selectors, IntAttrCount, IntAttrs,
+                         CharAttrLength, CharAttrs, CompCode, Reason);
   if (!c) return;
   std::lock_guard<std::mutex> lock(c->mu);
   jxqp::InqRequest request;
@@ -613,9 +619,9 @@ JXQM_EXPORT void zstJXINQ(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, in
 JXQM_EXPORT void zstJXSET(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, int32_t *Selectors,
                           int32_t IntAttrCount, int32_t *IntAttrs, int32_t CharAttrLength,
                           char *CharAttrs, int32_t *CompCode, int32_t *Reason) {
-  if (!CompCode || !Reason) return;
-  auto c = attributeCall(Hconn, SelectorCount, Selectors, IntAttrCount, IntAttrs, CharAttrLength,
-                         CharAttrs, CompCode, Reason);
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
+  auto c = attributeCall(false, Hconn, SelectorCount, Selectors, IntAttrCount, IntAttrs,
+                         CharAttrLength, CharAttrs, CompCode, Reason);
   if (!c) return;
   std::lock_guard<std::mutex> lock(c->mu);
   jxqp::SetRequest request;
@@ -632,23 +638,23 @@ JXQM_EXPORT void zstJXSET(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, in
 }
 
 JXQM_EXPORT void zstJXCMIT(int32_t Hconn, int32_t *CompCode, int32_t *Reason) {
-  if (!CompCode || !Reason) return;
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
   simpleCall(Op::Commit, Hconn, jxqp::EmptyRequest{}, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXBACK(int32_t Hconn, int32_t *CompCode, int32_t *Reason) {
-  if (!CompCode || !Reason) return;
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
   simpleCall(Op::Backout, Hconn, jxqp::EmptyRequest{}, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXBEGIN(int32_t Hconn, void *BeginOpts, int32_t *CompCode, int32_t *Reason) {
-  if (!CompCode || !Reason) return;
+  if (!jxiz::outcomeWritable(CompCode, Reason)) return;
   jxqp::BeginRequest request;
+  // The begin options may be left out.
   if (BeginOpts) {
-    const JXBO *bo = static_cast<const JXBO *>(BeginOpts);
-    if (!hasEye(bo->StrucId, "BO  ") || bo->Version < 1)
-      return (void)fail(CompCode, Reason, JXRC_OPTIONS_ERROR);
-    request.options = bo->Options;
+    if (int32_t e = jxiz::firstUnusable({jxiz::structure(BeginOpts, jxiz::kBo, XCS_CHECK_READ)}))
+      return (void)fail(CompCode, Reason, e);
+    request.options = static_cast<const JXBO *>(BeginOpts)->Options;
   }
   simpleCall(Op::Begin, Hconn, request, CompCode, Reason);
 }

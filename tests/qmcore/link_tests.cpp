@@ -19,8 +19,8 @@ class Links : public Core {
     ASSERT_TRUE(store_.setUser("bob", &hash, jxqm::kAuthConnect));
   }
   std::unique_ptr<jxqm::ClientLink> link(bool tcp) {
-    return std::make_unique<jxqm::ClientLink>(*qm_, nullptr, ++links_,
-                                              jxqm::PeerAddress{tcp, geteuid(), "test"}, nullptr);
+    return std::make_unique<jxqm::ClientLink>(
+        *qm_, nullptr, ++links_, jxqm::PeerAddress{tcp, geteuid(), "test", "test"}, nullptr);
   }
   template <class Request>
   static void send(jxqm::ClientLink &l, Op op, const Request &r) {

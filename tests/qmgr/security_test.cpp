@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -53,7 +54,8 @@ using Tcp = ServerTest;
 
 TEST_F(Tcp, UserAndPasswordAreRequiredAndChecked) {
   std::string where = "127.0.0.1:" + std::to_string(freePort());
-  QueueManagerProcess qm({"Q1"}, {"--listen", where});
+  // Refusals here are meant: no hold on the logins that follow them.
+  QueueManagerProcess qm({"Q1"}, {"--listen", where, "--login-delay-ms", "0"});
   ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
   ASSERT_EQ(jxqm({"adduser", qm.name(), "root_admin", "--admin"}, "adm1n-pw\n").status, 0);
 
@@ -211,6 +213,27 @@ TEST_F(LocalPeers, OnlyAuthorisedUsersConnectAndAdminister) {
   setenv("JX_DATA_PATH", saved.c_str(), 1);
   EXPECT_EQ(jxqmAs(kNobody, root, {"stop", qm}), 0);
   chmod(saved.c_str(), 0700);
+}
+
+// jxqm run by a user who cannot reach the queue manager's folder says so
+// in one line and exits 2, whatever the command.
+TEST_F(LocalPeers, ControlToolWithoutAccessSaysSo) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to run jxqm as another user";
+  QueueManagerProcess qm({"Q1"});
+  const auto asNobody = [] {
+    if (setgid(kNobody) != 0 || setuid(kNobody) != 0) _exit(99);
+  };
+  const std::vector<std::vector<std::string>> commands = {
+      {"status", qm.name()},       {"stop", qm.name()},  {"users", qm.name()},
+      {"define", qm.name(), "Q2"}, {"start", qm.name()}, {"delete", qm.name()}};
+  for (const auto &args : commands) {
+    SCOPED_TRACE(args[0]);
+    ToolResult r = jxqm(args, "", asNobody);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+    EXPECT_NE(r.out.find("no access to queue manager " + qm.name()), std::string::npos) << r.out;
+  }
+  EXPECT_EQ(jxqm({"status", qm.name()}).status, 0) << "still running";
 }
 
 }  // namespace

@@ -45,7 +45,8 @@ const char *kUsage =
     "usage: jxqm COMMAND NAME [ARGS]\n"
     "  create NAME                       create a queue manager\n"
     "  start NAME [--listen HOST:PORT] [--hello-timeout SECONDS] [--poll-us MICROSECONDS]\n"
-    "             [--no-command-server]\n"
+    "             [--no-command-server] [--frame-timeout-ms MS] [--buffer-budget-mb MB]\n"
+    "             [--login-delay-ms MS] [--peer-log-lines N]\n"
     "                                    start it (TCP only with --listen)\n"
     "  stop NAME                         stop it cleanly\n"
     "  status NAME                       exit 0 running, 3 stopped\n"
@@ -75,8 +76,21 @@ int fail(const std::string &msg, int code = kExitFailed) {
   return code;
 }
 
-bool exists(const std::string &name) {
-  return fs::exists(jxqp::qmgrDir(name) + "/" + jxqp::kDbFile);
+// A queue manager's folder is its owner's alone: another user hears so in
+// one line before anything tries to use it. 0, or the exit status.
+int checkFolder(const std::string &name) {
+  const std::string dir = jxqp::qmgrDir(name);
+  struct stat st;
+  const bool found = stat(dir.c_str(), &st) == 0;
+  if (!found && errno == ENOENT)
+    return fail("queue manager " + name + " does not exist", kExitUsage);
+  if (!found || access(dir.c_str(), R_OK | W_OK | X_OK) != 0)
+    return fail("no access to queue manager " + name + " (" + dir + "): " + std::strerror(errno),
+                kExitUsage);
+  std::error_code ec;
+  if (!fs::exists(dir + "/" + jxqp::kDbFile, ec))
+    return fail("queue manager " + name + " does not exist", kExitUsage);
+  return kExitOk;
 }
 
 std::string serverProgram() {
@@ -98,7 +112,9 @@ bool parseInt(const char *s, int32_t lo, int32_t hi, int32_t &out) {
 }
 
 // Options of start that go to the server as they are; it checks their values.
-const char *const kServerOptions[] = {"--listen", "--hello-timeout", "--poll-us"};
+const char *const kServerOptions[] = {
+    "--listen",           "--hello-timeout",  "--poll-us",       "--frame-timeout-ms",
+    "--buffer-budget-mb", "--login-delay-ms", "--peer-log-lines"};
 // Switches of start that go to the server, without a value.
 const char *const kServerSwitches[] = {"--no-command-server"};
 
@@ -394,9 +410,7 @@ int cmdAuthorize(const std::string &name, const std::vector<std::string> &args) 
   return kExitOk;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
   if (argc < 3) return usage();
   std::string cmd = argv[1], name = argv[2];
   std::vector<std::string> args(argv + 3, argv + argc);
@@ -411,7 +425,7 @@ int main(int argc, char **argv) {
     std::cout << "queue manager " << name << " created" << std::endl;
     return kExitOk;
   }
-  if (!exists(name)) return fail("queue manager " + name + " does not exist", kExitUsage);
+  if (int rc = checkFolder(name)) return rc;
   if (cmd == "start") return cmdStart(name, args);
   if (!args.empty() && (cmd == "stop" || cmd == "status" || cmd == "delete" || cmd == "users"))
     return usage();
@@ -457,4 +471,18 @@ int main(int argc, char **argv) {
     return kExitOk;
   }
   return usage();
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  // Whatever the library below throws (a file system error, memory) ends
+  // the command with its words, never with an abort.
+  try {
+    return run(argc, argv);
+  } catch (const std::exception &e) {
+    return fail(e.what());
+  } catch (...) {
+    return fail("unexpected failure");
+  }
 }
