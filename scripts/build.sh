@@ -13,6 +13,8 @@ case "$kind" in
   i386) dir=build-i386
         args+=(-DCMAKE_TOOLCHAIN_FILE="$top/cmake/i386.cmake" -DCMAKE_PREFIX_PATH="$top/deps/gtest-i386"
                -DJX_NATIVE_BIN_DIR="$top/build/bin")
+        # OpenSSL unpacked by scripts/install-deps.sh where none is installed.
+        [ -d "$top/deps/openssl-i386/usr" ] && args+=(-DOPENSSL_ROOT_DIR="$top/deps/openssl-i386/usr")
         emulator=$("$top/scripts/i386-emulator.sh")
         args+=(-DCMAKE_CROSSCOMPILING_EMULATOR="$emulator") ;;
   sanitize) dir=build-asan; args+=(-DJX_SANITIZE=ON) ;;

@@ -112,9 +112,11 @@ void EventLoop::handleEvents(const epoll_event *events, int n) {
       ClientLink *l = link(id);
       if (!l) continue;
       bool alive = true;
-      if (events[i].events & EPOLLOUT) alive = writeTo(*l);
-      if (alive && (events[i].events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)))
-        alive = readFrom(*l);
+      const uint32_t ev = events[i].events;
+      const bool resume = (ev & EPOLLOUT) && l->transport()->receiveWaitsForRoom();
+      if (ev & EPOLLOUT) alive = writeTo(*l);
+      if (alive && (resume || (ev & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR))))
+        alive = readFrom(*l) && watchOutput(*l);
       if (!alive) {
         drop(id);
         continue;
@@ -140,6 +142,10 @@ void EventLoop::accept(int listener, bool tcp) {
     }
     PeerAddress peer;
     peer.tcp = tcp;
+    if (tcp && !opt_.tls) {
+      close(fd);
+      continue;
+    }
     if (tcp) {
       int one = 1;
       setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
@@ -158,17 +164,17 @@ void EventLoop::accept(int listener, bool tcp) {
       peer.description =
           "local uid " + std::to_string(cred.uid) + " pid " + std::to_string(cred.pid);
     }
+    // The transport owns the socket from here on.
+    std::unique_ptr<Transport> transport =
+        tcp ? opt_.tls->accept(fd) : std::make_unique<SocketTransport>(fd);
+    if (!transport) continue;
     uint32_t id = nextLinkId_++;
     if (nextLinkId_ == 0) nextLinkId_ = 1;
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLRDHUP;
     ev.data.u64 = id;
-    if (epoll_ctl(ep_, EPOLL_CTL_ADD, fd, &ev) != 0) {
-      close(fd);
-      continue;
-    }
-    links_[id] = std::make_unique<ClientLink>(qm_, this, id, std::move(peer),
-                                              std::make_unique<SocketTransport>(fd));
+    if (epoll_ctl(ep_, EPOLL_CTL_ADD, fd, &ev) != 0) continue;
+    links_[id] = std::make_unique<ClientLink>(qm_, this, id, std::move(peer), std::move(transport));
     helloDeadlines_.emplace_back(QueueManager::nowMs() + opt_.helloTimeoutMs, id);
   }
 }
@@ -194,18 +200,23 @@ bool EventLoop::writeTo(ClientLink &l) {
     if (n < 0) return false;
     l.outOff += static_cast<size_t>(n);
   }
-  bool pending = l.outOff < l.out.size();
-  if (!pending) {
+  if (l.outOff == l.out.size()) {
     l.out.clear();
     l.outOff = 0;
   }
-  if (pending != l.watchingOut) {
-    epoll_event ev{};
-    ev.events = EPOLLIN | EPOLLRDHUP | (pending ? static_cast<uint32_t>(EPOLLOUT) : 0u);
-    ev.data.u64 = l.id();
-    if (epoll_ctl(ep_, EPOLL_CTL_MOD, l.transport()->fd(), &ev) != 0) return false;
-    l.watchingOut = pending;
-  }
+  return watchOutput(l);
+}
+
+// Watches for room to write while output is pending or the transport's
+// receive waits for it; false when epoll refuses.
+bool EventLoop::watchOutput(ClientLink &l) {
+  const bool watch = l.outOff < l.out.size() || l.transport()->receiveWaitsForRoom();
+  if (watch == l.watchingOut) return true;
+  epoll_event ev{};
+  ev.events = EPOLLIN | EPOLLRDHUP | (watch ? static_cast<uint32_t>(EPOLLOUT) : 0u);
+  ev.data.u64 = l.id();
+  if (epoll_ctl(ep_, EPOLL_CTL_MOD, l.transport()->fd(), &ev) != 0) return false;
+  l.watchingOut = watch;
   return true;
 }
 

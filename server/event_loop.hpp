@@ -14,6 +14,7 @@
 
 #include "client_link.hpp"
 #include "queue_manager.hpp"
+#include "tls.hpp"
 
 namespace jxqm {
 
@@ -23,7 +24,8 @@ class EventLoop final : public LinkOwner {
     int localFd = -1, tcpFd = -1, signalFd = -1;  // listeners and the stop signal
     size_t maxConnections = 32;
     int64_t helloTimeoutMs = 10000;
-    int pollUs = 200;  // polling after a turn with work; 0: none
+    int pollUs = 200;           // polling after a turn with work; 0: none
+    TlsContext *tls = nullptr;  // TCP connections' TLS; required with a TCP listener
   };
   EventLoop(QueueManager &qm, Options options);
   ~EventLoop();
@@ -47,6 +49,7 @@ class EventLoop final : public LinkOwner {
   void accept(int listener, bool tcp);
   bool readFrom(ClientLink &link);
   bool writeTo(ClientLink &link);
+  bool watchOutput(ClientLink &link);
   void drop(uint32_t id);
   ClientLink *link(uint32_t id);
   int finishTurn();

@@ -7,7 +7,8 @@
 // are accepted (jxqm start waits for it). A connection that has not sent its
 // hello within the hello timeout (default 10 seconds) is closed. After a
 // turn that had work, the server polls for up to --poll-us (default 200,
-// 0 to 10000) before it sleeps.
+// 0 to 10000) before it sleeps. TCP connections are TLS 1.3, with the
+// certificate and key in the queue manager's folder (qm.crt, qm.key).
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
@@ -33,6 +34,7 @@
 #include <deque>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -41,6 +43,7 @@
 #include "qm_paths.hpp"
 #include "qmgr_files.hpp"
 #include "queue_manager.hpp"
+#include "tls.hpp"
 
 namespace {
 
@@ -163,7 +166,13 @@ int main(int argc, char **argv) {
       chmod(jxqp::kSocketFile, 0600) != 0 || listen(lfd, kListenBacklog) != 0)
     return die(std::string("cannot listen on the local socket: ") + std::strerror(errno));
   int tfd = -1;
+  std::unique_ptr<jxqm::TlsContext> tls;
   if (!listenAddr.empty()) {
+    tls = jxqm::TlsContext::load(jxqp::kCertFile, jxqp::kKeyFile, err);
+    if (!tls) {
+      unlink(jxqp::kSocketFile);
+      return die(err);
+    }
     tfd = listenTcp(listenAddr, err);
     if (tfd < 0) {
       unlink(jxqp::kSocketFile);
@@ -191,6 +200,7 @@ int main(int argc, char **argv) {
                static_cast<rlim_t>(kMaxConnections));
   options.helloTimeoutMs = helloTimeout * 1000LL;
   options.pollUs = pollUs;
+  options.tls = tls.get();
   jxqm::EventLoop loop(qm, options);
   if (!loop.ready()) return die(std::string("epoll: ") + std::strerror(errno));
 
