@@ -140,12 +140,13 @@ void EventLoop::accept(int listener, bool tcp) {
       close(fd);
       continue;
     }
-    PeerAddress peer;
-    peer.tcp = tcp;
+    // TCP is never served in clear.
     if (tcp && !opt_.tls) {
       close(fd);
       continue;
     }
+    PeerAddress peer;
+    peer.tcp = tcp;
     if (tcp) {
       int one = 1;
       setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);

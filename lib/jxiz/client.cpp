@@ -1,9 +1,10 @@
 // Client side of the queue-manager protocol: the zstJX* stubs.
 //
 // A connection handle indexes a process-wide table; each connection owns one
-// socket (TCP ones inside TLS, tls_client.hpp) and a mutex, so calls on one connection from several
-// threads run one after the other. Any transport or protocol failure marks the connection broken:
-// later calls on it report JXRC_CONNECTION_BROKEN.
+// socket (a TCP one inside TLS, tls_client.hpp) and a mutex, so calls on
+// one connection from several threads run one after the other. Any
+// transport or protocol failure marks the connection broken: later calls on
+// it report JXRC_CONNECTION_BROKEN.
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
