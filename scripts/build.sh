@@ -13,6 +13,11 @@ case "$kind" in
   i386) dir=build-i386
         args+=(-DCMAKE_TOOLCHAIN_FILE="$top/cmake/i386.cmake" -DCMAKE_PREFIX_PATH="$top/deps/gtest-i386"
                -DJX_NATIVE_BIN_DIR="$top/build/bin")
+        # OpenSSL unpacked by scripts/install-deps.sh where none is installed.
+        ssl="$top/deps/openssl-i386/usr"
+        [ -d "$ssl" ] && args+=(-DOPENSSL_ROOT_DIR="$ssl" -DOPENSSL_INCLUDE_DIR="$ssl/include"
+                                -DOPENSSL_SSL_LIBRARY="$ssl/lib/i386-linux-gnu/libssl.so"
+                                -DOPENSSL_CRYPTO_LIBRARY="$ssl/lib/i386-linux-gnu/libcrypto.so")
         emulator=$("$top/scripts/i386-emulator.sh")
         args+=(-DCMAKE_CROSSCOMPILING_EMULATOR="$emulator") ;;
   sanitize) dir=build-asan; args+=(-DJX_SANITIZE=ON) ;;

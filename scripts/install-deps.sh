@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and testing need on a fresh Debian machine: the
-# packages listed in scripts/packages-*.txt and GoogleTest built for i386.
+# packages listed in scripts/packages-*.txt, GoogleTest built for i386 and
+# OpenSSL's i386 libraries.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 top=$(dirname "$here")
@@ -17,5 +18,26 @@ if [ ! -f /usr/lib/i386-linux-gnu/libgtest.a ] && [ ! -f "$gtest32/lib/libgtest.
     -DCMAKE_TOOLCHAIN_FILE="$top/cmake/i386.cmake" -DCMAKE_INSTALL_PREFIX="$gtest32" >/dev/null
   cmake --build "$tmp" >/dev/null
   cmake --install "$tmp" >/dev/null
+  rm -rf "$tmp"
+fi
+
+# OpenSSL for i386 (the i386 client library links it): an installed
+# libssl-dev:i386, else Debian's i386 packages unpacked once into
+# deps/openssl-i386. Unpacking leaves the system's own OpenSSL alone, whose
+# version an installed i386 one would have to match.
+ssl32="$top/deps/openssl-i386"
+if [ ! -f /usr/lib/i386-linux-gnu/libssl.so ] && [ ! -f "$ssl32/usr/lib/i386-linux-gnu/libssl.so" ]; then
+  echo "unpacking OpenSSL for i386 into $ssl32"
+  sudo=""; [ "$(id -u)" -ne 0 ] && sudo=sudo
+  if ! dpkg --print-foreign-architectures | grep -qx i386; then
+    $sudo dpkg --add-architecture i386
+  fi
+  # An index of another architecture that is being synced must not stop the rest.
+  $sudo apt-get update -qq || true
+  tmp=$(mktemp -d)
+  chmod 755 "$tmp"
+  (cd "$tmp" && apt-get download -qq libssl-dev:i386 libssl3:i386 2>/dev/null)
+  mkdir -p "$ssl32"
+  for deb in "$tmp"/*.deb; do dpkg-deb -x "$deb" "$ssl32"; done
   rm -rf "$tmp"
 fi

@@ -181,9 +181,11 @@ void EventLoop::handleEvents(const epoll_event *events, int n) {
       ClientLink *l = link(id);
       if (!l) continue;
       bool alive = true;
-      if (events[i].events & EPOLLOUT) alive = writeTo(*l);
-      if (alive && (events[i].events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)))
-        alive = readFrom(*l);
+      const uint32_t ev = events[i].events;
+      const bool resume = (ev & EPOLLOUT) && l->transport()->receiveWaitsForRoom();
+      if (ev & EPOLLOUT) alive = writeTo(*l);
+      if (alive && (resume || (ev & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR))))
+        alive = readFrom(*l) && watchOutput(*l);
       if (!alive) {
         drop(id);
         continue;
@@ -228,6 +230,8 @@ void EventLoop::accept(Listener &listener) {
 
 // Makes a link of an accepted connection; false when it cannot be served.
 bool EventLoop::admit(int fd, const sockaddr_storage &sa, socklen_t len, bool tcp) {
+  // TCP is never served in clear.
+  if (tcp && !opt_.tls) return false;
   const int64_t now = QueueManager::nowMs();
   PeerAddress peer;
   peer.tcp = tcp;
@@ -266,8 +270,17 @@ bool EventLoop::admit(int fd, const sockaddr_storage &sa, socklen_t len, bool tc
                    now);
     return false;
   }
-  links_[id] = std::make_unique<ClientLink>(qm_, this, id, std::move(peer),
-                                            std::make_unique<SocketTransport>(fd));
+  // The transport owns the socket from here on.
+  std::unique_ptr<Transport> transport =
+      tcp ? opt_.tls->accept(fd) : std::make_unique<SocketTransport>(fd);
+  if (!transport) {
+    if (epoll_ctl(ep_, EPOLL_CTL_DEL, fd, nullptr) != 0)
+      peerLog_.write(kLoopKey, errnoText("epoll_ctl"), now);
+    peerLog_.write(peer.key, "connection from " + peer.description + " refused: no TLS session",
+                   now);
+    return false;
+  }
+  links_[id] = std::make_unique<ClientLink>(qm_, this, id, std::move(peer), std::move(transport));
   helloDeadlines_.emplace_back(now + opt_.helloTimeoutMs, id);
   return true;
 }
@@ -332,7 +345,7 @@ bool EventLoop::writeTo(ClientLink &l) {
     if (n < 0) return false;
     l.outOff += static_cast<size_t>(n);
   }
-  bool pending = l.outOff < end;
+  bool pending = l.outOff < l.writable();
   // A peer that does not read its replies must not hold them for ever
   // (replies held for a commit are not its to read yet).
   if (pending && !l.outSinceMs) {
@@ -346,17 +359,23 @@ bool EventLoop::writeTo(ClientLink &l) {
     // Requests held back while the output was large can be handled now.
     if (l.hasRunnableInput()) runnable(l);
   }
-  if (pending != l.watchingOut) {
-    epoll_event ev{};
-    ev.events = EPOLLIN | EPOLLRDHUP | (pending ? static_cast<uint32_t>(EPOLLOUT) : 0u);
-    ev.data.u64 = l.id();
-    if (epoll_ctl(ep_, EPOLL_CTL_MOD, l.transport()->fd(), &ev) != 0) {
-      logAbout(l, "connection " + std::to_string(l.id()) + " (" + l.peer().description +
-                      ") ended: " + errnoText("epoll_ctl"));
-      return false;
-    }
-    l.watchingOut = pending;
+  return watchOutput(l);
+}
+
+// Watches for room to write while writable output is pending or the
+// transport's receive waits for it; false when epoll refuses.
+bool EventLoop::watchOutput(ClientLink &l) {
+  const bool watch = l.outOff < l.writable() || l.transport()->receiveWaitsForRoom();
+  if (watch == l.watchingOut) return true;
+  epoll_event ev{};
+  ev.events = EPOLLIN | EPOLLRDHUP | (watch ? static_cast<uint32_t>(EPOLLOUT) : 0u);
+  ev.data.u64 = l.id();
+  if (epoll_ctl(ep_, EPOLL_CTL_MOD, l.transport()->fd(), &ev) != 0) {
+    logAbout(l, "connection " + std::to_string(l.id()) + " (" + l.peer().description +
+                    ") ended: " + errnoText("epoll_ctl"));
+    return false;
   }
+  l.watchingOut = watch;
   return true;
 }
 

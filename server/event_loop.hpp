@@ -19,6 +19,7 @@
 #include "password_checker.hpp"
 #include "peer_limits.hpp"
 #include "queue_manager.hpp"
+#include "tls.hpp"
 
 namespace jxqm {
 
@@ -28,7 +29,8 @@ class EventLoop final : public LinkOwner {
     int localFd = -1, tcpFd = -1, signalFd = -1;  // listeners and the stop signal
     size_t maxConnections = 32;
     int64_t helloTimeoutMs = 10000;
-    int pollUs = 200;  // polling after a turn with work; 0: none
+    int pollUs = 200;           // polling after a turn with work; 0: none
+    TlsContext *tls = nullptr;  // TCP connections' TLS; required with a TCP listener
     // Work of the queue manager's own that runs once a turn (the command
     // server): given the time, it returns when it wants its next turn (a
     // time in milliseconds; 0 at once; -1 when only an event can bring work).
@@ -73,6 +75,7 @@ class EventLoop final : public LinkOwner {
   void stopSignalled();
   bool readFrom(ClientLink &link);
   bool writeTo(ClientLink &link);
+  bool watchOutput(ClientLink &link);
   void drop(uint32_t id);
   ClientLink *link(uint32_t id);
   int finishTurn();

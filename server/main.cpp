@@ -11,7 +11,8 @@
 // 0 to 10000) before it sleeps. The command server reads
 // SYSTEM.ADMIN.COMMAND.QUEUE unless --no-command-server is given. The
 // limits on what a peer may cost (README, "Limits on peers") default to
-// PeerLimits' values.
+// PeerLimits' values. TCP connections are TLS 1.3, with the certificate
+// and key in the queue manager's folder (qm.crt, qm.key).
 //
 // JX_STORE_FAULT (write:N, commit:N or full:N, store.hpp) makes the store
 // fail on purpose, for tests.
@@ -50,6 +51,7 @@
 #include "qm_paths.hpp"
 #include "qmgr_files.hpp"
 #include "queue_manager.hpp"
+#include "tls.hpp"
 
 namespace {
 
@@ -231,7 +233,13 @@ int main(int argc, char **argv) {
       chmod(jxqp::kSocketFile, 0600) != 0 || listen(lfd, kListenBacklog) != 0)
     return die(std::string("cannot listen on the local socket: ") + std::strerror(errno));
   int tfd = -1;
+  std::unique_ptr<jxqm::TlsContext> tls;
   if (!listenAddr.empty()) {
+    tls = jxqm::TlsContext::load(jxqp::kCertFile, jxqp::kKeyFile, err);
+    if (!tls) {
+      unlink(jxqp::kSocketFile);
+      return die(err);
+    }
     tfd = listenTcp(listenAddr, err);
     if (tfd < 0) {
       unlink(jxqp::kSocketFile);
@@ -270,6 +278,7 @@ int main(int argc, char **argv) {
                static_cast<rlim_t>(kMaxConnections));
   options.helloTimeoutMs = helloTimeout * 1000LL;
   options.pollUs = pollUs;
+  options.tls = tls.get();
   options.limits = limits;
   std::unique_ptr<jxqm::CommandServer> server;
   if (commandServer) {

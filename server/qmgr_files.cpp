@@ -11,8 +11,10 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 
+#include "certificate.hpp"
 #include "qm_paths.hpp"
 
 namespace jxqm {
@@ -30,6 +32,33 @@ QueueDef local(const char *name, const char *desc) {
   q.name = name;
   q.settings.setText(*findAttribute(Object::Queue, JXCA_Q_DESC), desc);
   return q;
+}
+
+bool initialise(const std::string &dir, const std::string &name, std::string &err) {
+  Store st;
+  if (!st.open(dir + "/" + jxqp::kDbFile, true, err)) return false;
+  QueueDef model = local(kDefaultModelQueue, "default model for temporary dynamic queues");
+  model.settings.set<JXIA_Q_TYPE>(JXQT_MODEL);
+  model.settings.set<JXIA_DEFINITION_TYPE>(JXQDT_TEMPORARY_DYNAMIC);
+  const QueueDef defs[] = {
+      local("SYSTEM.DEFAULT.LOCAL.QUEUE", "default local queue"),
+      model,
+      local(kCommandQueue, "administration command queue"),
+      local("SYSTEM.ADMIN.QMGR.EVENT", "queue manager events"),
+      local("SYSTEM.ADMIN.PERFM.EVENT", "performance events"),
+      local("SYSTEM.ADMIN.CONFIG.EVENT", "configuration events"),
+      local("SYSTEM.ADMIN.COMMAND.EVENT", "command events"),
+      local("SYSTEM.DEAD.LETTER.QUEUE", "undeliverable messages"),
+  };
+  bool ok = st.begin();
+  for (const auto &q : defs) ok = ok && st.saveQueue(q);
+  ok = ok && st.setMeta("name", name) && st.setMeta("created", std::to_string(time(nullptr))) &&
+       st.commit();
+  if (!ok) {
+    err = "cannot initialise database: " + st.lastError();
+    return false;
+  }
+  return makeCertificate(dir, name, err);
 }
 
 }  // namespace
@@ -57,27 +86,13 @@ bool createQueueManager(const std::string &name, std::string &err) {
                           : "cannot create " + dir + ": " + std::strerror(errno);
     return false;
   }
-  Store st;
-  if (!st.open(dir + "/" + jxqp::kDbFile, true, err)) return false;
-  QueueDef model = local(kDefaultModelQueue, "default model for temporary dynamic queues");
-  model.settings.set<JXIA_Q_TYPE>(JXQT_MODEL);
-  model.settings.set<JXIA_DEFINITION_TYPE>(JXQDT_TEMPORARY_DYNAMIC);
-  const QueueDef defs[] = {
-      local("SYSTEM.DEFAULT.LOCAL.QUEUE", "default local queue"),
-      model,
-      local(kCommandQueue, "administration command queue"),
-      local(JXQ_QMGR_EVENT, "queue manager events"),
-      local(JXQ_PERFM_EVENT, "performance events"),
-      local(JXQ_CONFIG_EVENT, "configuration events"),
-      local("SYSTEM.ADMIN.COMMAND.EVENT", "command events"),
-      local("SYSTEM.DEAD.LETTER.QUEUE", "undeliverable messages"),
-  };
-  bool ok = st.begin();
-  for (const auto &q : defs) ok = ok && st.saveQueue(q);
-  ok = ok && st.setMeta("name", name) && st.setMeta("created", std::to_string(time(nullptr))) &&
-       st.commit();
-  if (!ok) err = "cannot initialise database: " + st.lastError();
-  return ok;
+  // A queue manager is made whole or not at all.
+  if (!initialise(dir, name, err)) {
+    std::error_code ec;
+    std::filesystem::remove_all(dir, ec);
+    return false;
+  }
+  return true;
 }
 
 bool queueManagerRunning(const std::string &dir, long &pid) {

@@ -11,8 +11,8 @@ namespace jxqm {
 inline constexpr const char *kCommandQueue = "SYSTEM.ADMIN.COMMAND.QUEUE";
 inline constexpr const char *kDefaultModelQueue = "SYSTEM.DEFAULT.MODEL.QUEUE";
 
-// Creates <data root>/qmgrs/<name>/ (mode 0700) with its database. Fails when
-// the folder exists.
+// Creates <data root>/qmgrs/<name>/ (mode 0700) with its database and a
+// self-signed certificate and key for TLS. Fails when the folder exists.
 bool createQueueManager(const std::string &name, std::string &err);
 // 1 to 48 characters from A-Z a-z 0-9 . _ / %
 bool validQueueName(const std::string &name);

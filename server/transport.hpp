@@ -1,5 +1,5 @@
-// How a connection's bytes move. A plain socket here; an encrypted
-// transport plugs in behind the same calls, and nothing above it changes.
+// How a connection's bytes move: a plain socket (the local one) or TLS
+// (tls.hpp, TCP) behind the same calls, so that nothing above them changes.
 #pragma once
 
 #include <sys/types.h>
@@ -20,6 +20,10 @@ class Transport {
   virtual ssize_t receive(void *buffer, size_t length) = 0;
   // Bytes written, or kWouldBlock / kFailed.
   virtual ssize_t send(const void *data, size_t length) = 0;
+  // True when the last receive could not go on until the socket takes
+  // bytes of the transport's own (a handshake's): the loop then watches for
+  // room and receives again when there is some.
+  virtual bool receiveWaitsForRoom() const { return false; }
 };
 
 // A connected, non-blocking stream socket; closed with the transport.

@@ -2,7 +2,10 @@
 // by, all in one run:
 //   SocketFloor      the same request and reply sizes as a put and a get,
 //                    echoed by a plain process over a Unix socket
-//   QmgrPutGet       a 100-byte non-persistent put and get
+//   QmgrPutGet       a 100-byte non-persistent put and get over the local
+//                    socket
+//   QmgrPutGetTls    the same over TCP, which is always TLS: what
+//                    encryption and the loopback TCP path add
 //   RedisPushPop     redis-server LPUSH + RPOP of the same payload over a
 //                    Unix socket (skipped when redis-server is missing)
 //   QmgrPersistentPut  durable puts by 1 and by 8 clients in alternating
@@ -16,8 +19,10 @@
 //                    hand-built records and a hand-written PCF message
 // The first three run with 1 and 8 client threads, each thread on its own
 // connection.
+#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <jx/jxai.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -29,6 +34,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -52,6 +58,9 @@ constexpr size_t kGetRequest = 12 + 68, kGetReply = 12 + 12 + 364 + 48 + 4 + kPa
 
 std::string g_root;
 std::string g_qmgr = "BENCHQM";
+std::string g_tcp;  // the queue manager's TLS listener, "127.0.0.1:PORT"
+constexpr const char *kTcpUser = "bench";
+constexpr const char *kTcpPassword = "bench-pw";
 std::string g_redisSocket;
 pid_t g_redis = 0;
 pid_t g_echo = 0;
@@ -129,13 +138,32 @@ void SocketFloor(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations());
 }
 
+// Copies `s` into a fixed field, zero filled and cut at its width.
+template <size_t N>
+void setField(char (&field)[N], const std::string &s) {
+  std::memset(field, 0, N);
+  std::memcpy(field, s.data(), std::min(s.size(), N));
+}
+
 struct Client {
   int32_t hconn = 0, hobj = 0;
-  bool open(const std::string &queue, int32_t options) {
+  // Over the local socket, or over TLS trusting the queue manager's own
+  // certificate.
+  bool open(const std::string &queue, int32_t options, bool tls = false) {
     char name[JX_Q_MGR_NAME_LENGTH] = {};
     std::memcpy(name, g_qmgr.data(), g_qmgr.size());
     int32_t cc, rc;
-    zstJXCONN(name, &hconn, &cc, &rc, 0);
+    if (tls) {
+      JXCNO cno = JXCNO_DEFAULT;
+      const std::string trust = g_root + "/qmgrs/" + g_qmgr + "/qm.crt";
+      setField(cno.ConnectionName, g_tcp);
+      setField(cno.UserId, kTcpUser);
+      setField(cno.Password, kTcpPassword);
+      setField(cno.TlsTrustFile, trust);
+      zstJXCONNX(name, &cno, &hconn, &cc, &rc, 0);
+    } else {
+      zstJXCONN(name, &hconn, &cc, &rc, 0);
+    }
     if (cc) return false;
     JXOD od = JXOD_DEFAULT;
     std::memcpy(od.ObjectName, queue.data(), queue.size());
@@ -148,9 +176,9 @@ struct Client {
   }
 };
 
-void QmgrPutGet(benchmark::State &state) {
+void putGet(benchmark::State &state, bool tls) {
   Client c;
-  if (!c.open("BQ" + std::to_string(state.thread_index()), JXOO_OUTPUT | JXOO_INPUT_SHARED)) {
+  if (!c.open("BQ" + std::to_string(state.thread_index()), JXOO_OUTPUT | JXOO_INPUT_SHARED, tls)) {
     state.SkipWithError("cannot connect to the queue manager");
     return;
   }
@@ -173,6 +201,14 @@ void QmgrPutGet(benchmark::State &state) {
     }
   }
   state.SetItemsProcessed(state.iterations());
+}
+
+void QmgrPutGet(benchmark::State &state) {
+  putGet(state, false);
+}
+
+void QmgrPutGetTls(benchmark::State &state) {
+  putGet(state, true);
 }
 
 // Durable puts by one client against eight, in alternating windows of
@@ -509,6 +545,7 @@ void DirectOneReply(benchmark::State &state) {
 
 BENCHMARK(SocketFloor)->Threads(1)->Threads(kClients)->UseRealTime();
 BENCHMARK(QmgrPutGet)->Threads(1)->Threads(kClients)->UseRealTime();
+BENCHMARK(QmgrPutGetTls)->Threads(1)->Threads(kClients)->UseRealTime();
 BENCHMARK(RedisPushPop)->Threads(1)->Threads(kClients)->UseRealTime();
 BENCHMARK(QmgrPersistentPut)->UseRealTime();
 BENCHMARK(ExecuteOneReply)->UseRealTime();
@@ -533,7 +570,23 @@ bool setUp() {
             {jxqm, "define", g_qmgr, "PQ" + std::to_string(i), "--max-depth", "100000000"}) != 0)
       return false;
   }
-  if (runProgram({jxqm, "start", g_qmgr, "--no-command-server"}) != 0) return false;
+  // A user for the TLS clients, and a port nothing listens on just now.
+  const std::string password = std::string(kTcpPassword) + "\n";
+  FILE *adduser = popen((jxqm + " adduser " + g_qmgr + " " + kTcpUser + " >&2").c_str(), "w");
+  if (!adduser || std::fwrite(password.data(), 1, password.size(), adduser) != password.size() ||
+      pclose(adduser) != 0)
+    return false;
+  int probe = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in sa{};
+  sa.sin_family = AF_INET;
+  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof sa;
+  bind(probe, reinterpret_cast<sockaddr *>(&sa), len);
+  getsockname(probe, reinterpret_cast<sockaddr *>(&sa), &len);
+  close(probe);
+  g_tcp = "127.0.0.1:" + std::to_string(ntohs(sa.sin_port));
+  if (runProgram({jxqm, "start", g_qmgr, "--listen", g_tcp, "--no-command-server"}) != 0)
+    return false;
 
   g_echoSocket = g_root + "/echo.sock";
   int lfd = socket(AF_UNIX, SOCK_STREAM, 0);

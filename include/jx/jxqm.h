@@ -47,6 +47,8 @@ extern "C" {
 #define JX_CONN_NAME_LENGTH 264
 #define JX_USER_ID_LENGTH 64
 #define JX_PASSWORD_LENGTH 64
+#define JX_TLS_TRUST_FILE_LENGTH 256 /* path of a PEM file */
+#define JX_TLS_FINGERPRINT_LENGTH 96 /* 64 hexadecimal digits, optionally with colons */
 #define JX_USER_IDENTIFIER_LENGTH 12 /* the message descriptor's user identifier */
 #define JX_ACCOUNTING_TOKEN_LENGTH 32
 #define JX_APPL_IDENTITY_DATA_LENGTH 32
@@ -153,8 +155,13 @@ extern "C" {
 #define JXHC_UNUSABLE_HCONN (-1)
 #define JXHO_UNUSABLE_HOBJ (-1)
 
-/* Connect options (JXCNO). */
+/* Connect options (JXCNO). Version 1 is the first 404 bytes; version 2
+ * adds the TLS trust fields. */
 #define JXCNO_NONE 0
+#define JXCNO_VERSION_1 1
+#define JXCNO_VERSION_2 2
+#define JXCNO_LENGTH_1 404
+#define JXCNO_LENGTH_2 756
 
 /* ------------------------------------------------------------------ */
 /* Records                                                             */
@@ -263,15 +270,22 @@ typedef struct tagJXGMO {
 /* Client connect options for JXCONNX. ConnectionName "host:port" (or
  * "host(port)") selects TCP; blank/zero selects the local socket unless the
  * environment variable JX_SERVER names a host and port. UserId and Password
- * are sent only over TCP. */
+ * are sent only over TCP, and only inside TLS once the queue manager's
+ * certificate is trusted: it must be in TlsTrustFile (PEM: the queue
+ * manager's certificate or a CA that signed it) or have the SHA-256
+ * fingerprint TlsFingerprint; with both, both must hold. Blank fields take
+ * JX_TLS_TRUST and JX_TLS_FINGERPRINT from the environment; with neither the
+ * connect fails with JXRC_TLS_TRUST_MISSING. */
 typedef struct tagJXCNO {
-  char StrucId[JX_STRUC_ID_LENGTH];         /* 0 "CNO " */
-  int32_t Version;                          /* 4 1 */
-  int32_t Options;                          /* 8 0 */
-  char ConnectionName[JX_CONN_NAME_LENGTH]; /* 12 */
-  char UserId[JX_USER_ID_LENGTH];           /* 276 */
-  char Password[JX_PASSWORD_LENGTH];        /* 340 */
-} JXCNO;                                    /* 404 */
+  char StrucId[JX_STRUC_ID_LENGTH];               /* 0 "CNO " */
+  int32_t Version;                                /* 4 2 */
+  int32_t Options;                                /* 8 0 */
+  char ConnectionName[JX_CONN_NAME_LENGTH];       /* 12 */
+  char UserId[JX_USER_ID_LENGTH];                 /* 276 */
+  char Password[JX_PASSWORD_LENGTH];              /* 340 */
+  char TlsTrustFile[JX_TLS_TRUST_FILE_LENGTH];    /* 404 version 2 */
+  char TlsFingerprint[JX_TLS_FINGERPRINT_LENGTH]; /* 660 version 2 */
+} JXCNO;                                          /* 756 */
 
 /* Begin options for JXBEGIN; a null pointer means the defaults. */
 typedef struct tagJXBO {
@@ -315,11 +329,11 @@ typedef struct tagJXBO {
         JXMO_MATCH_MSG_ID | JXMO_MATCH_CORREL_ID, ' ', ' ', ' ', ' ', {JX_Z16}, -1 \
   }
 
-#define JXCNO_DEFAULT                                \
-  {                                                  \
-    {'C', 'N', 'O', ' '}, 1, JXCNO_NONE, {0}, {0}, { \
-      0                                              \
-    }                                                \
+#define JXCNO_DEFAULT                                                        \
+  {                                                                          \
+    {'C', 'N', 'O', ' '}, JXCNO_VERSION_2, JXCNO_NONE, {0}, {0}, {0}, {0}, { \
+      0                                                                      \
+    }                                                                        \
   }
 
 #define JXBO_DEFAULT \
@@ -408,12 +422,15 @@ static_assert(sizeof(JXGMO) == 100 && offsetof(JXGMO, Options) == 8 &&
                   offsetof(JXGMO, MatchOptions) == 72 && offsetof(JXGMO, MsgToken) == 80 &&
                   offsetof(JXGMO, ReturnedLength) == 96,
               "get-message options layout");
-static_assert(sizeof(JXCNO) == 404 && sizeof(JXBO) == 12, "connect and begin options layout");
+static_assert(sizeof(JXCNO) == JXCNO_LENGTH_2 && offsetof(JXCNO, TlsTrustFile) == JXCNO_LENGTH_1 &&
+                  offsetof(JXCNO, TlsFingerprint) == 660 && sizeof(JXBO) == 12,
+              "connect and begin options layout");
 #else
 _Static_assert(sizeof(JXMD) == JXMD_LENGTH_2, "message descriptor is 364 bytes");
 _Static_assert(sizeof(JXPMO) == 152, "put-message options are 152 bytes");
 _Static_assert(sizeof(JXOD) == 336, "object descriptor is 336 bytes");
 _Static_assert(sizeof(JXGMO) == 100, "get-message options are 100 bytes");
+_Static_assert(sizeof(JXCNO) == JXCNO_LENGTH_2, "connect options are 756 bytes");
 #endif
 
 #endif /* JX_JXQM_H */

@@ -1,9 +1,10 @@
 // Client side of the queue-manager protocol: the zstJX* stubs.
 //
 // A connection handle indexes a process-wide table; each connection owns one
-// socket and a mutex, so calls on one connection from several threads run
-// one after the other. Any transport or protocol failure marks the
-// connection broken: later calls on it report JXRC_CONNECTION_BROKEN.
+// socket (a TCP one inside TLS, tls_client.hpp) and a mutex, so calls on
+// one connection from several threads run one after the other. Any
+// transport or protocol failure marks the connection broken: later calls on
+// it report JXRC_CONNECTION_BROKEN.
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -28,6 +29,7 @@
 #include "jxiz.h"
 #include "qm_paths.hpp"
 #include "qm_protocol.hpp"
+#include "tls_client.hpp"
 
 namespace {
 
@@ -40,6 +42,7 @@ constexpr size_t kMaxConnections = 4096;
 struct Connection {
   std::mutex mu;
   int fd = -1;
+  std::unique_ptr<jxiz::TlsChannel> tls;  // TCP only
   bool broken = false;
   char qmgr[JX_Q_MGR_NAME_LENGTH] = {};  // the name the queue manager answered with
   // Replies are read through this buffer: a header and a small payload
@@ -47,6 +50,7 @@ struct Connection {
   uint8_t rbuf[16384];
   size_t rpos = 0, rlen = 0;
   ~Connection() {
+    tls.reset();
     if (fd >= 0) close(fd);
   }
 };
@@ -90,7 +94,13 @@ bool fail(int32_t *cc, int32_t *rc, int32_t r) {
   return set(cc, rc, JXCC_FAILED, r);
 }
 
-bool sendAll(int fd, const uint8_t *p, size_t n) {
+bool hasEye(const void *p, const char *eye) {
+  return std::memcmp(p, eye, 4) == 0;
+}
+
+bool sendAll(Connection &c, const uint8_t *p, size_t n) {
+  if (c.tls) return c.tls->sendAll(p, n);
+  const int fd = c.fd;
   while (n) {
     ssize_t w = send(fd, p, n, MSG_NOSIGNAL);
     if (w < 0 && errno == EINTR) continue;
@@ -105,7 +115,9 @@ bool sendAll(int fd, const uint8_t *p, size_t n) {
 // reads a request, the socket layer wakes whoever sleeps on this socket to
 // say there is room to send again, and a receive sleeping there would be
 // woken for nothing, once per call. poll sleeps only for input.
-ssize_t recvSome(int fd, uint8_t *p, size_t n) {
+ssize_t recvSome(Connection &c, uint8_t *p, size_t n) {
+  if (c.tls) return c.tls->receive(p, n);
+  const int fd = c.fd;
   for (;;) {
     ssize_t r = recv(fd, p, n, MSG_DONTWAIT);
     if (r >= 0) return r;
@@ -116,9 +128,9 @@ ssize_t recvSome(int fd, uint8_t *p, size_t n) {
   }
 }
 
-bool recvAll(int fd, uint8_t *p, size_t n) {
+bool recvAll(Connection &c, uint8_t *p, size_t n) {
   while (n) {
-    ssize_t r = recvSome(fd, p, n);
+    ssize_t r = recvSome(c, p, n);
     if (r <= 0) return false;
     p += r;
     n -= static_cast<size_t>(r);
@@ -129,8 +141,8 @@ bool recvAll(int fd, uint8_t *p, size_t n) {
 bool readReply(Connection &c, uint8_t *out, size_t n) {
   while (n) {
     if (c.rpos == c.rlen) {
-      if (n >= sizeof c.rbuf) return recvAll(c.fd, out, n);
-      ssize_t r = recvSome(c.fd, c.rbuf, sizeof c.rbuf);
+      if (n >= sizeof c.rbuf) return recvAll(c, out, n);
+      ssize_t r = recvSome(c, c.rbuf, sizeof c.rbuf);
       if (r <= 0) return false;
       c.rpos = 0;
       c.rlen = static_cast<size_t>(r);
@@ -160,7 +172,7 @@ int32_t call(Connection &c, Op op, const Request &request, Reply &reply,
   jxqp::encode(w, request);
   jxqp::Bytes f = jxqp::frame(static_cast<uint8_t>(op), w);
   uint8_t hdr[jxqp::kHeaderSize];
-  if (!sendAll(c.fd, f.data(), f.size()) || !readReply(c, hdr, sizeof hdr)) {
+  if (!sendAll(c, f.data(), f.size()) || !readReply(c, hdr, sizeof hdr)) {
     c.broken = true;
     return JXRC_CONNECTION_BROKEN;
   }
@@ -248,6 +260,11 @@ int connectTcp(const std::string &where, int32_t &reason) {
   return fd;
 }
 
+std::string fromEnvironment(const char *name) {
+  const char *value = std::getenv(name);
+  return value ? value : "";
+}
+
 // The program's name, as the queue manager lists the connection.
 std::string_view applName() {
   std::string_view name = program_invocation_short_name ? program_invocation_short_name : "";
@@ -266,31 +283,43 @@ void doConnect(const char *qmgrName, const JXCNO *cno, int32_t *hconn, int32_t *
   jxqp::setField(hello.qmgrName, JX_Q_MGR_NAME_LENGTH, name);
 
   std::string where, user, password;
+  jxiz::TlsTrust trust;
   if (cno) {
     where = jxqp::fieldString(cno->ConnectionName, sizeof cno->ConnectionName);
     user = jxqp::fieldString(cno->UserId, sizeof cno->UserId);
     password = jxqp::fieldString(cno->Password, sizeof cno->Password);
+    if (cno->Version >= JXCNO_VERSION_2) {
+      trust.file = jxqp::fieldString(cno->TlsTrustFile, sizeof cno->TlsTrustFile);
+      trust.fingerprint = jxqp::fieldString(cno->TlsFingerprint, sizeof cno->TlsFingerprint);
+    }
   }
-  if (where.empty()) {
-    const char *env = std::getenv("JX_SERVER");
-    if (env && *env) where = env;
-  }
+  if (where.empty()) where = fromEnvironment("JX_SERVER");
+  std::unique_ptr<jxiz::TlsClient> tls;
+  int32_t reason = JXRC_NONE;
   if (!where.empty()) {
-    if (user.empty() && std::getenv("JX_USER")) user = std::getenv("JX_USER");
-    if (password.empty() && std::getenv("JX_PASSWORD")) password = std::getenv("JX_PASSWORD");
+    if (user.empty()) user = fromEnvironment("JX_USER");
+    if (password.empty()) password = fromEnvironment("JX_PASSWORD");
+    if (trust.file.empty()) trust.file = fromEnvironment("JX_TLS_TRUST");
+    if (trust.fingerprint.empty()) trust.fingerprint = fromEnvironment("JX_TLS_FINGERPRINT");
     hello.user = user;
     hello.password = password;
+    // Nothing is sent to a queue manager that cannot be checked.
+    tls = jxiz::TlsClient::make(trust, reason);
+    if (!tls) return (void)fail(cc, rc, reason);
   } else if (!jxqp::validQMgrName(name)) {
     return (void)fail(cc, rc, JXRC_Q_MGR_NAME_ERROR);
   }
   hello.pid = static_cast<uint32_t>(getpid());
   hello.applName = applName();
 
-  int32_t reason = JXRC_NONE;
   int fd = where.empty() ? connectLocal(name, reason) : connectTcp(where, reason);
   if (fd < 0) return (void)fail(cc, rc, reason);
   auto c = std::make_shared<Connection>();
   c->fd = fd;
+  if (tls) {
+    c->tls = tls->handshake(fd, reason);
+    if (!c->tls) return (void)fail(cc, rc, reason);
+  }
   jxqp::HelloReply reply;
   std::vector<uint8_t> payload;
   reason = call(*c, Op::Hello, hello, reply, payload);

@@ -22,5 +22,10 @@ inline constexpr const char *kPidFile = "qm.pid";
 inline constexpr const char *kLockFile = "qm.lock";
 inline constexpr const char *kDbFile = "qm.db";
 inline constexpr const char *kLogFile = "qm.log";
+// The certificate (PEM) TCP clients are shown and its private key (PEM,
+// mode 0600); jxqm create makes a self-signed pair, an operator may put
+// others in their place.
+inline constexpr const char *kCertFile = "qm.crt";
+inline constexpr const char *kKeyFile = "qm.key";
 
 }  // namespace jxqp

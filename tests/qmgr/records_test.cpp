@@ -30,6 +30,7 @@ TEST(Records, DefaultsSitAtTheirOffsets) {
   std::memset(&md, 0x55, sizeof md);
   std::memset(&od, 0x55, sizeof od);
   std::memset(&gmo, 0x55, sizeof gmo);
+  std::memset(&cno, 0x55, sizeof cno);
   qmtestCDefaults(&md, &pmo, &od, &gmo, &cno, &bo);
 
   EXPECT_EQ(bytesAt(&md, 0, 4), "MD  ");
@@ -72,6 +73,9 @@ TEST(Records, DefaultsSitAtTheirOffsets) {
   EXPECT_EQ(intAt(&gmo, 96), -1);
 
   EXPECT_EQ(bytesAt(&cno, 0, 4), "CNO ");
+  EXPECT_EQ(intAt(&cno, 4), 2);
+  EXPECT_EQ(bytesAt(&cno, 8, JXCNO_LENGTH_2 - 8), std::string(JXCNO_LENGTH_2 - 8, '\0'))
+      << "options, connection, user, password and the TLS trust fields zero";
   EXPECT_EQ(bytesAt(&bo, 0, 4), "BO  ");
 }
 

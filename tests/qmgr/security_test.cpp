@@ -1,7 +1,7 @@
 // Who may connect, read the command queue and change objects: local peers
-// by their credentials, TCP clients by user and password.
+// by their credentials, TCP clients by user and password (over TLS, trusting
+// the queue manager's certificate through JX_TLS_TRUST, which the harness sets).
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -23,18 +23,6 @@ namespace {
 
 constexpr uid_t kNobody = 65534;
 
-int freePort() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in sa{};
-  sa.sin_family = AF_INET;
-  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa);
-  socklen_t len = sizeof sa;
-  getsockname(fd, reinterpret_cast<sockaddr *>(&sa), &len);
-  close(fd);
-  return ntohs(sa.sin_port);
-}
-
 // The handle stays at kUntouched when the connect fails.
 constexpr int32_t kUntouched = 123;
 
@@ -53,7 +41,7 @@ int32_t connectTcp(const std::string &where, const std::string &user, const std:
 using Tcp = ServerTest;
 
 TEST_F(Tcp, UserAndPasswordAreRequiredAndChecked) {
-  std::string where = "127.0.0.1:" + std::to_string(freePort());
+  std::string where = freeTcpAddress();
   // Refusals here are meant: no hold on the logins that follow them.
   QueueManagerProcess qm({"Q1"}, {"--listen", where, "--login-delay-ms", "0"});
   ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
@@ -113,7 +101,7 @@ TEST_F(Tcp, UserAndPasswordAreRequiredAndChecked) {
 // The descriptor's user identifier is the queue manager's to give: the
 // authenticated user of the connection, whatever a put wrote there.
 TEST_F(Tcp, MessagesCarryTheAuthenticatedUser) {
-  std::string where = "127.0.0.1:" + std::to_string(freePort());
+  std::string where = freeTcpAddress();
   QueueManagerProcess qm({"Q1"}, {"--listen", where});
   ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
   int32_t rc = -1;
@@ -143,7 +131,7 @@ TEST_F(Tcp, MessagesCarryTheAuthenticatedUser) {
 TEST_F(Tcp, NoListenerWithoutAListenAddress) {
   QueueManagerProcess qm;
   int32_t rc = -1;
-  connectTcp("127.0.0.1:" + std::to_string(freePort()), "alice", "pw", rc);
+  connectTcp(freeTcpAddress(), "alice", "pw", rc);
   EXPECT_EQ(rc, JXRC_HOST_NOT_AVAILABLE);
   JXCNO bad = JXCNO_DEFAULT;
   bad.StrucId[0] = 'X';

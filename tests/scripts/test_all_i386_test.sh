@@ -17,7 +17,9 @@ mkdir -p "$tree/tests" "$tree/tools" "$tree/deps"
 cp -r "$src"/{CMakeLists.txt,cmake,include,lib,scripts,tables} "$tree"/
 cp -r "$src"/tests/{CMakeLists.txt,support,jxmcs} "$tree"/tests/
 cp -r "$src"/tools/{CMakeLists.txt,jxtrace} "$tree"/tools/
-[ -d "$src/deps/gtest-i386" ] && ln -s "$src/deps/gtest-i386" "$tree/deps/gtest-i386"
+for dep in gtest-i386 openssl-i386; do
+  [ -d "$src/deps/$dep" ] && ln -s "$src/deps/$dep" "$tree/deps/$dep"
+done
 export CMAKE_BUILD_PARALLEL_LEVEL=1
 unset JX_I386_EMULATE JX_I386_PROBE
 qemu=$(command -v qemu-i386 || echo /usr/bin/qemu-i386)

@@ -1,6 +1,8 @@
 #include "qm_harness.hpp"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -27,6 +29,22 @@ bool serverAvailable() {
 
 std::string qmgrDir(const std::string &qmgr) {
   return std::string(getenv("JX_DATA_PATH")) + "/qmgrs/" + qmgr;
+}
+
+std::string certificateFile(const std::string &qmgr) {
+  return qmgrDir(qmgr) + "/qm.crt";
+}
+
+std::string freeTcpAddress() {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in sa{};
+  sa.sin_family = AF_INET;
+  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  bind(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa);
+  socklen_t len = sizeof sa;
+  getsockname(fd, reinterpret_cast<sockaddr *>(&sa), &len);
+  close(fd);
+  return "127.0.0.1:" + std::to_string(ntohs(sa.sin_port));
 }
 
 ToolResult jxqm(const std::vector<std::string> &args, const std::string &input,
@@ -85,12 +103,15 @@ QueueManagerProcess::QueueManagerProcess(const std::vector<std::string> &queues,
 
 QueueManagerProcess::~QueueManagerProcess() {
   stop();
+  const char *trusted = getenv("JX_TLS_TRUST");
+  if (trusted && trusted == certificateFile(name_)) unsetenv("JX_TLS_TRUST");
   jxqm({"delete", name_});
 }
 
 bool QueueManagerProcess::start(const std::vector<std::string> &args) {
   std::vector<std::string> a{"start", name_};
   a.insert(a.end(), args.begin(), args.end());
+  setenv("JX_TLS_TRUST", certificateFile(name_).c_str(), 1);
   auto r = jxqm(a);
   EXPECT_EQ(r.status, 0) << r.out;
   return r.status == 0;

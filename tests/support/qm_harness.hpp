@@ -22,6 +22,10 @@ std::string binDir();
 bool serverAvailable();
 // The folder of a queue manager under this run's data root.
 std::string qmgrDir(const std::string &qmgr);
+// Its TLS certificate, which TCP clients trust.
+std::string certificateFile(const std::string &qmgr);
+// "127.0.0.1:PORT" with a port that nothing listens on just now.
+std::string freeTcpAddress();
 
 struct ToolResult {
   int status = -1;  // exit status, or 128 + signal
@@ -34,7 +38,9 @@ ToolResult jxqm(const std::vector<std::string> &args, const std::string &input =
 
 std::string uniqueName(const char *prefix);
 
-// A created and started queue manager, stopped and deleted at the end.
+// A created and started queue manager, stopped and deleted at the end. Each
+// start makes its certificate the one TCP connections trust (JX_TLS_TRUST)
+// until another queue manager starts or this one goes.
 class QueueManagerProcess {
  public:
   // Queues: each "NAME[ options...]" is passed to `jxqm define` before the start.

@@ -26,6 +26,7 @@
 
 #include "admin_call.hpp"
 #include "administration.hpp"
+#include "certificate.hpp"
 #include "credentials.hpp"
 #include "jxiz.h"
 #include "qm_paths.hpp"
@@ -64,7 +65,10 @@ const char *kUsage =
     "  authorize NAME USER none|connect|admin\n"
     "                                    set what a user (local or TCP) may do\n"
     "  deluser NAME USER                 remove a user\n"
-    "  users NAME                        list users and authorities\n";
+    "  users NAME                        list users and authorities\n"
+    "  fingerprint NAME                  print the SHA-256 fingerprint of its TLS certificate\n"
+    "  certificate NAME                  make a new self-signed TLS certificate and key\n"
+    "                                    (used from the next start)\n";
 
 int usage() {
   std::cerr << kUsage;
@@ -410,6 +414,18 @@ int cmdAuthorize(const std::string &name, const std::vector<std::string> &args) 
   return kExitOk;
 }
 
+// Prints the certificate's fingerprint, after making a new one for
+// "certificate". A running queue manager keeps the pair it started with.
+int cmdCertificate(const std::string &cmd, const std::string &name) {
+  const std::string dir = jxqp::qmgrDir(name);
+  std::string err, fingerprint;
+  if (cmd == "certificate" && !jxqm::makeCertificate(dir, name, err)) return fail(err);
+  if (!jxqm::certificateFingerprint(dir + "/" + jxqp::kCertFile, fingerprint, err))
+    return fail(err);
+  std::cout << fingerprint << std::endl;
+  return kExitOk;
+}
+
 int run(int argc, char **argv) {
   if (argc < 3) return usage();
   std::string cmd = argv[1], name = argv[2];
@@ -427,8 +443,10 @@ int run(int argc, char **argv) {
   }
   if (int rc = checkFolder(name)) return rc;
   if (cmd == "start") return cmdStart(name, args);
-  if (!args.empty() && (cmd == "stop" || cmd == "status" || cmd == "delete" || cmd == "users"))
+  const char *const bare[] = {"stop", "status", "delete", "users", "fingerprint", "certificate"};
+  if (!args.empty() && std::find(std::begin(bare), std::end(bare), cmd) != std::end(bare))
     return usage();
+  if (cmd == "fingerprint" || cmd == "certificate") return cmdCertificate(cmd, name);
   if (cmd == "stop") return cmdStop(name);
   if (cmd == "status") {
     long pid;
