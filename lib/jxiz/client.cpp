@@ -94,10 +94,6 @@ bool fail(int32_t *cc, int32_t *rc, int32_t r) {
   return set(cc, rc, JXCC_FAILED, r);
 }
 
-bool hasEye(const void *p, const char *eye) {
-  return std::memcmp(p, eye, 4) == 0;
-}
-
 bool sendAll(Connection &c, const uint8_t *p, size_t n) {
   if (c.tls) return c.tls->sendAll(p, n);
   const int fd = c.fd;
