@@ -117,6 +117,9 @@ typedef int32_t JXHOBJ;
 #define JXQ_ADMIN_COMMAND "SYSTEM.ADMIN.COMMAND.QUEUE" /* the command server's queue */
 #define JXQ_DEFAULT_MODEL "SYSTEM.DEFAULT.MODEL.QUEUE" /* model of temporary reply queues */
 #define JXQ_REPLY_TEMPLATE "JXAI.REPLY.*"              /* names of temporary reply queues */
+#define JXQ_QMGR_EVENT "SYSTEM.ADMIN.QMGR.EVENT"       /* queue-manager events (JXCMD_Q_MGR_EVENT) */
+#define JXQ_PERFM_EVENT "SYSTEM.ADMIN.PERFM.EVENT"     /* performance events (JXCMD_PERFM_EVENT) */
+#define JXQ_CONFIG_EVENT "SYSTEM.ADMIN.CONFIG.EVENT"   /* configuration events (JXCMD_CONFIG_EVENT) */
 
 /* ---- Commands --------------------------------------------------------- */
 /* The commands a queue manager's command server answers, and (44-46) the
