@@ -229,9 +229,13 @@ int EventLoop::finishTurn() {
   runInput();
   gather();
   int64_t now = QueueManager::nowMs();
+  // Its work joins this turn's commit, and the replies it puts reach their
+  // readers' links before they are written below.
+  const int64_t background = opt_.background ? opt_.background(now) : -1;
   int64_t next = qm_.expireWaits(now);
   int64_t hello = expireHellos(now);
   if (hello >= 0 && (next < 0 || hello < next)) next = hello;
+  if (background >= 0 && (next < 0 || background < next)) next = background;
   if (qm_.commitPending()) lastGroup_ = touched_;
   qm_.endTurn();
   // Replies queued from here on (a drop below can answer another

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -24,6 +25,10 @@ class EventLoop final : public LinkOwner {
     size_t maxConnections = 32;
     int64_t helloTimeoutMs = 10000;
     int pollUs = 200;  // polling after a turn with work; 0: none
+    // Work of the queue manager's own that runs once a turn (the command
+    // server): given the time, it returns when it wants its next turn (a
+    // time in milliseconds; 0 at once; -1 when only an event can bring work).
+    std::function<int64_t(int64_t nowMs)> background;
   };
   EventLoop(QueueManager &qm, Options options);
   ~EventLoop();

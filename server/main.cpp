@@ -1,5 +1,5 @@
 // jxqmgr NAME [--listen HOST:PORT] [--hello-timeout SECONDS] [--poll-us MICROSECONDS]
-//        [--ready-fd N]
+//        [--no-command-server] [--ready-fd N]
 //
 // Runs one queue manager in the foreground until SIGTERM or SIGINT. The
 // local socket is always served; TCP only when a listen address is given.
@@ -7,7 +7,8 @@
 // are accepted (jxqm start waits for it). A connection that has not sent its
 // hello within the hello timeout (default 10 seconds) is closed. After a
 // turn that had work, the server polls for up to --poll-us (default 200,
-// 0 to 10000) before it sleeps.
+// 0 to 10000) before it sleeps. The command server reads
+// SYSTEM.ADMIN.COMMAND.QUEUE unless --no-command-server is given.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
@@ -33,10 +34,12 @@
 #include <deque>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "command_server.hpp"
 #include "event_loop.hpp"
 #include "qm_paths.hpp"
 #include "qmgr_files.hpp"
@@ -101,6 +104,7 @@ int main(int argc, char **argv) {
   int readyFd = -1;
   int helloTimeout = 10;
   int pollUs = 200;
+  bool commandServer = true;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--listen" && i + 1 < argc) {
@@ -117,12 +121,14 @@ int main(int argc, char **argv) {
       if (*argv[i] == 0 || *end != 0 || v < 0 || v > 10000)
         return die("--poll-us is 0 to 10000 microseconds", 2);
       pollUs = static_cast<int>(v);
+    } else if (a == "--no-command-server") {
+      commandServer = false;
     } else if (name.empty() && a[0] != '-') {
       name = a;
     } else {
       return die(
           "usage: jxqmgr NAME [--listen HOST:PORT] [--hello-timeout SECONDS] "
-          "[--poll-us MICROSECONDS] [--ready-fd N]",
+          "[--poll-us MICROSECONDS] [--no-command-server] [--ready-fd N]",
           2);
     }
   }
@@ -191,6 +197,12 @@ int main(int argc, char **argv) {
                static_cast<rlim_t>(kMaxConnections));
   options.helloTimeoutMs = helloTimeout * 1000LL;
   options.pollUs = pollUs;
+  std::unique_ptr<jxqm::CommandServer> server;
+  if (commandServer) {
+    server = std::make_unique<jxqm::CommandServer>(qm);
+    if (!server->start()) return die("cannot start the command server");
+    options.background = [&server](int64_t now) { return server->turn(now); };
+  }
   jxqm::EventLoop loop(qm, options);
   if (!loop.ready()) return die(std::string("epoll: ") + std::strerror(errno));
 
@@ -203,6 +215,7 @@ int main(int argc, char **argv) {
   }
   bool ok = loop.run();
   loop.dropAll();
+  server.reset();
   qm.endTurn();
   store.close();
   unlink(jxqp::kSocketFile);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "events.hpp"
 #include "qm_paths.hpp"
 #include "queue_manager.hpp"
 #include "session.hpp"
@@ -55,7 +56,10 @@ int32_t QueueManager::putMessage(Session *s, const QueuePtr &q, int32_t options,
   if (q->get<JXIA_INHIBIT_PUT>()) return JXRC_PUT_INHIBITED;
   if (data.size() > static_cast<size_t>(q->get<JXIA_MAX_MSG_LENGTH>()))
     return JXRC_MSG_TOO_BIG_FOR_Q;
-  if (q->depth() >= q->get<JXIA_MAX_Q_DEPTH>()) return JXRC_Q_FULL;
+  if (q->depth() >= q->get<JXIA_MAX_Q_DEPTH>()) {
+    events_->queueFull(*q);
+    return JXRC_Q_FULL;
+  }
   // The queue manager's own puts are never part of a unit of work.
   const bool sync = s && (options & JXPMO_SYNCPOINT);
   if (sync && s->unitOfWorkFull()) return JXRC_SYNCPOINT_LIMIT_REACHED;
@@ -98,6 +102,7 @@ int32_t QueueManager::putMessage(Session *s, const QueuePtr &q, int32_t options,
   }
   q->msgs.emplace(seq, std::move(m));
   q->stats.highDepth = std::max(q->stats.highDepth, q->depth());
+  events_->afterPut(*q);
   if (!sync) {
     notePut(*q, now);
     serveWaiters(q);
@@ -112,6 +117,7 @@ void QueueManager::removeMessage(Queue &q, std::map<uint64_t, Message>::iterator
   if (got) {
     ++q.stats.gets;
     q.stats.lastGetMs = nowMs();
+    events_->afterGet(q);
   }
 }
 

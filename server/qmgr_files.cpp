@@ -1,6 +1,7 @@
 #include "qmgr_files.hpp"
 
 #include <fcntl.h>
+#include <jx/jxai.h>
 #include <jx/jxcs.h>
 #include <jx/jxqm.h>
 #include <sys/file.h>
@@ -65,9 +66,9 @@ bool createQueueManager(const std::string &name, std::string &err) {
       local("SYSTEM.DEFAULT.LOCAL.QUEUE", "default local queue"),
       model,
       local(kCommandQueue, "administration command queue"),
-      local("SYSTEM.ADMIN.QMGR.EVENT", "queue manager events"),
-      local("SYSTEM.ADMIN.PERFM.EVENT", "performance events"),
-      local("SYSTEM.ADMIN.CONFIG.EVENT", "configuration events"),
+      local(JXQ_QMGR_EVENT, "queue manager events"),
+      local(JXQ_PERFM_EVENT, "performance events"),
+      local(JXQ_CONFIG_EVENT, "configuration events"),
       local("SYSTEM.ADMIN.COMMAND.EVENT", "command events"),
       local("SYSTEM.DEAD.LETTER.QUEUE", "undeliverable messages"),
   };

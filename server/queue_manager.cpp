@@ -11,6 +11,7 @@
 #include <iostream>
 
 #include "authentication.hpp"
+#include "events.hpp"
 #include "qm_paths.hpp"
 #include "session.hpp"
 
@@ -36,7 +37,10 @@ int64_t putTimeOf(const JXMD &md) {
 }  // namespace
 
 QueueManager::QueueManager(std::string name, Store &store)
-    : startMs_(nowMs()), name_(std::move(name)), store_(store) {
+    : startMs_(nowMs()),
+      name_(std::move(name)),
+      store_(store),
+      events_(std::make_unique<Events>(*this)) {
   jxqp::setField(name48_, JX_Q_MGR_NAME_LENGTH, name_);
   self_ = {userName(geteuid()), kAuthAdmin};
   std::memcpy(idPrefix_, "JXM ", 4);

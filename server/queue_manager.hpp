@@ -80,6 +80,10 @@ using QueuePtr = std::shared_ptr<Queue>;
 struct GetResult {
   jxqp::GetReply reply;
   std::string data;
+  // Who put the message, for a reader inside the queue manager that
+  // checks authority by it.
+  std::string putter;
+  int32_t authority = kAuthNone;
 };
 
 // The side of a session that is not the queue manager: a client's
@@ -97,6 +101,7 @@ class Peer {
 };
 
 class Session;
+class Events;
 
 class QueueManager {
  public:
@@ -114,6 +119,7 @@ class QueueManager {
   // The queue manager's own identity, for the messages it puts.
   const Identity &identity() const { return self_; }
   Store &store() { return store_; }
+  Events &events() { return *events_; }
 
   // ---- sessions ----
   struct SessionInfo {
@@ -193,6 +199,7 @@ class QueueManager {
   char name48_[JX_Q_MGR_NAME_LENGTH] = {};
   Identity self_;
   Store &store_;
+  std::unique_ptr<Events> events_;
   QMgrSettings settings_;
   bool txnOpen_ = false;
   std::map<std::string, QueuePtr, std::less<>> queues_;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "events.hpp"
 #include "qm_paths.hpp"
 #include "qmgr_files.hpp"
 
@@ -25,7 +26,9 @@ jxqp::CodeReply code(int32_t reason) {
 }
 
 GetResult failedGet(int32_t reason) {
-  return {jxqp::failedReply<jxqp::GetReply>(reason), {}};
+  GetResult out;
+  out.reply = jxqp::failedReply<jxqp::GetReply>(reason);
+  return out;
 }
 
 int32_t checkOpenOptions(int32_t options) {
@@ -39,9 +42,10 @@ int32_t checkOpenOptions(int32_t options) {
 }
 
 // Who may open what: administrators alone may open an object for set, or
-// the command queue at all; any connected user may do the rest.
+// the command queue for input (any user may send commands: the command
+// server checks each one's authority); any connected user may do the rest.
 bool mayOpen(const Identity &who, std::string_view queue, int32_t options) {
-  bool adminOnly = (options & JXOO_SET) || queue == kCommandQueue;
+  bool adminOnly = (options & JXOO_SET) || (queue == kCommandQueue && (options & kOpenInputBits));
   return !adminOnly || who.authority >= kAuthAdmin;
 }
 
@@ -119,6 +123,9 @@ jxqp::OpenReply Session::open(const jxqp::OpenRequest &r) {
   int32_t rc = checkOpenOptions(r.options);
   if (!rc && handles_.size() >= kMaxHandles) rc = JXRC_HANDLE_NOT_AVAILABLE;
   if (!rc) rc = resolveOpen(r.obj, r.options, q, qmgr);
+  if (rc == JXRC_NOT_AUTHORIZED)
+    qm_.events().notAuthorised(who(), jxqp::fieldString(r.obj.objectName, JX_Q_NAME_LENGTH),
+                               "JXOPEN");
   if (rc) return jxqp::failedReply<jxqp::OpenReply>(rc);
   while (handles_.count(nextHobj_) || nextHobj_ <= 0)
     nextHobj_ = nextHobj_ <= 0 ? 1 : nextHobj_ + 1;
@@ -186,6 +193,9 @@ jxqp::PutReply Session::put1(const jxqp::Put1Request &r) {
     rc = JXRC_OPTION_NOT_VALID_FOR_TYPE;
   else
     rc = resolveOpen(r.obj, JXOO_OUTPUT, q, qmgr);
+  if (rc == JXRC_NOT_AUTHORIZED)
+    qm_.events().notAuthorised(who(), jxqp::fieldString(r.obj.objectName, JX_Q_NAME_LENGTH),
+                               "JXPUT1");
   if (!rc) rc = qm_.putMessage(this, q, r.options, out.md, r.data);
   if (rc) {
     out.cc = JXCC_FAILED;
@@ -249,6 +259,8 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
     rc = (a.options & JXGMO_ACCEPT_TRUNCATED_MSG) ? JXRC_TRUNCATED_MSG_ACCEPTED
                                                   : JXRC_TRUNCATED_MSG_FAILED;
   jxqp::GetReply &reply = out.reply;
+  out.putter = m.putter;
+  out.authority = m.authority;
   reply.cc = rc == JXRC_NONE                     ? JXCC_OK
              : rc == JXRC_TRUNCATED_MSG_ACCEPTED ? JXCC_WARNING
                                                  : JXCC_FAILED;

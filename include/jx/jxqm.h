@@ -57,6 +57,7 @@ extern "C" {
 #define JX_DATE_LENGTH 10    /* "yyyy-mm-dd" in attributes */
 #define JX_TIME_LENGTH 8     /* "hh.mm.ss" in attributes */
 #define JX_CONNECTION_ID_LENGTH 16
+#define JX_OPERATION_LENGTH 32 /* what an authority event says was refused */
 #define JX_MAX_MSG_LENGTH (4 * 1024 * 1024) /* largest message a queue may allow */
 #define JX_MAX_Q_DEPTH 999999999            /* largest maximum depth of a queue */
 #define JX_MAX_SELECTORS 256                /* selectors of one JXINQ or JXSET */

@@ -148,13 +148,15 @@ inline constexpr const char *kRequestQueue = "REQ";
 inline constexpr const char *kReplyQueue = "REP";
 inline constexpr const char *kBagQueue = "BAGS";
 
-// One queue manager for the suite, a connection for each test.
+// One queue manager for the suite, a connection for each test. The test
+// plays the command server, so the queue manager runs without its own.
 class MessagingTest : public qmtest::ServerTest {
  protected:
   static void SetUpTestSuite() {
     if (qmtest::serverAvailable())
       qm() = std::make_unique<qmtest::QueueManagerProcess>(
-          std::vector<std::string>{kRequestQueue, kReplyQueue, kBagQueue});
+          std::vector<std::string>{kRequestQueue, kReplyQueue, kBagQueue},
+          std::vector<std::string>{"--no-command-server"});
   }
   static void TearDownTestSuite() { qm().reset(); }
   static std::unique_ptr<qmtest::QueueManagerProcess> &qm() {

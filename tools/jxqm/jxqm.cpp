@@ -45,6 +45,7 @@ const char *kUsage =
     "usage: jxqm COMMAND NAME [ARGS]\n"
     "  create NAME                       create a queue manager\n"
     "  start NAME [--listen HOST:PORT] [--hello-timeout SECONDS] [--poll-us MICROSECONDS]\n"
+    "             [--no-command-server]\n"
     "                                    start it (TCP only with --listen)\n"
     "  stop NAME                         stop it cleanly\n"
     "  status NAME                       exit 0 running, 3 stopped\n"
@@ -98,10 +99,17 @@ bool parseInt(const char *s, int32_t lo, int32_t hi, int32_t &out) {
 
 // Options of start that go to the server as they are; it checks their values.
 const char *const kServerOptions[] = {"--listen", "--hello-timeout", "--poll-us"};
+// Switches of start that go to the server, without a value.
+const char *const kServerSwitches[] = {"--no-command-server"};
 
 int cmdStart(const std::string &name, const std::vector<std::string> &args) {
   std::vector<std::string> passOn;
   for (size_t i = 0; i < args.size(); ++i) {
+    if (std::find(std::begin(kServerSwitches), std::end(kServerSwitches), args[i]) !=
+        std::end(kServerSwitches)) {
+      passOn.push_back(args[i]);
+      continue;
+    }
     const bool known = std::find(std::begin(kServerOptions), std::end(kServerOptions), args[i]) !=
                        std::end(kServerOptions);
     if (!known || i + 1 >= args.size()) return usage();

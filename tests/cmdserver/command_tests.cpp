@@ -1,0 +1,339 @@
+// Every command of the command server through jxExecute: what each answers,
+// generic names and attribute lists, queue status and statistics,
+// connections, the refusals and their parameters, raw requests that are
+// no command, and a queue manager without (or having stopped) its server.
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "cmd_support.hpp"
+
+using namespace cmdtest;
+using pcftest::Msg;
+
+namespace {
+
+constexpr int32_t kNoParameter = INT_MIN;
+
+TEST_F(CommandTest, QueueCommandsFromCreateToDelete) {
+  const Items a = {{JXCA_Q_NAME, std::string("LIFE.A")}, {JXIA_Q_TYPE, JXQT_LOCAL}};
+  Items created = a;
+  created.push_back({JXIA_MAX_Q_DEPTH, 10});
+  created.push_back({JXCA_Q_DESC, std::string("first")});
+  EXPECT_EQ(ok(JXCMD_CREATE_QUEUE, created).sequence, 1);
+  ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, std::string("LIFE.M")}, {JXIA_Q_TYPE, JXQT_MODEL}});
+  Items changed = a;
+  changed.push_back({JXIA_MAX_Q_DEPTH, 20});
+  ok(JXCMD_CHANGE_QUEUE, changed);
+  ok(JXCMD_COPY_QUEUE, {{JXSEL_FROM_QUEUE_NAME, std::string("LIFE.A")},
+                        {JXSEL_TO_QUEUE_NAME, std::string("LIFE.B")},
+                        {JXIA_Q_TYPE, JXQT_LOCAL},
+                        {JXCA_Q_DESC, std::string("copy")}});
+  // One reply per queue in name order, the last with control 1, each with
+  // its name and the attributes asked for.
+  Executed e = run(JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, std::string("LIFE.*")},
+                                         {JXSEL_QUEUE_ATTRS, JXIA_MAX_Q_DEPTH},
+                                         {JXSEL_QUEUE_ATTRS, JXCA_Q_DESC}});
+  ASSERT_EQ(e.outcome, kOk);
+  ASSERT_EQ(e.replies.size(), 3u);
+  const std::tuple<const char *, int32_t, const char *> expected[] = {
+      {"LIFE.A", 20, "first"}, {"LIFE.B", 20, "copy"}, {"LIFE.M", 5000, ""}};
+  for (size_t i = 0; i < 3; ++i) {
+    const Reply &r = e.replies[i];
+    EXPECT_EQ(std::vector<int32_t>({r.cc, r.command, r.sequence, r.control}),
+              std::vector<int32_t>({0, JXCMD_INQUIRE_QUEUE, int32_t(i + 1), i == 2 ? 1 : 0}));
+    EXPECT_EQ(r.text(JXCA_Q_NAME), std::get<0>(expected[i]));
+    EXPECT_EQ(r.number(JXIA_MAX_Q_DEPTH), std::get<1>(expected[i]));
+    EXPECT_EQ(r.text(JXCA_Q_DESC), std::get<2>(expected[i]));
+    EXPECT_EQ(r.ints.size() + r.texts.size(), 3u);
+  }
+  // Names by generic name and type; none is an empty list.
+  const std::pair<Items, std::vector<std::string>> names[] = {
+      {{{JXCA_Q_NAME, std::string("LIFE.*")}}, {"LIFE.A", "LIFE.B", "LIFE.M"}},
+      {{{JXCA_Q_NAME, std::string("LIFE.*")}, {JXIA_Q_TYPE, JXQT_MODEL}}, {"LIFE.M"}},
+      {{{JXCA_Q_NAME, std::string("LIFE.B")}}, {"LIFE.B"}},
+      {{{JXCA_Q_NAME, std::string("NOTHING.*")}}, {}},
+  };
+  for (const auto &[items, list] : names)
+    EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_NAMES, items).texts[JXSEL_QUEUE_NAMES], list);
+  ok(JXCMD_CLEAR_QUEUE, {{JXCA_Q_NAME, std::string("LIFE.A")}});
+  for (const char *q : {"LIFE.A", "LIFE.B", "LIFE.M"})
+    ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, std::string(q)}});
+  EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_NAMES, {{JXCA_Q_NAME, std::string("LIFE.*")}}).texts.size(), 0u);
+}
+
+TEST_F(CommandTest, QueueManagerInquiredAndChanged) {
+  Reply r = ok(JXCMD_INQUIRE_QMGR);
+  EXPECT_EQ(r.text(JXCA_Q_MGR_NAME), qm()->name());
+  EXPECT_EQ(
+      std::vector<int32_t>({r.number(JXIA_AUTHORITY_EVENT), r.number(JXIA_PERFORMANCE_EVENT),
+                            r.number(JXIA_CONFIGURATION_EVENT), r.number(JXIA_MAX_MSG_LENGTH)}),
+      std::vector<int32_t>({1, 1, 0, JX_MAX_MSG_LENGTH}));
+  EXPECT_GE(r.number(JXIA_CONNECTION_COUNT), 2);  // this test's and the command server's
+  EXPECT_GE(r.number(JXIA_Q_COUNT), 8);
+  for (int32_t s : {JXCA_CREATION_DATE, JXCA_START_DATE}) EXPECT_EQ(r.text(s).size(), 10u);
+  for (int32_t s : {JXCA_CREATION_TIME, JXCA_START_TIME}) EXPECT_EQ(r.text(s).size(), 8u);
+  ok(JXCMD_CHANGE_QMGR, {{JXCA_Q_MGR_DESC, std::string("the first")}});
+  r = ok(JXCMD_INQUIRE_QMGR, {{JXSEL_QMGR_ATTRS, JXCA_Q_MGR_DESC}});
+  EXPECT_EQ(r.texts.size() + r.ints.size(), 1u);
+  EXPECT_EQ(r.text(JXCA_Q_MGR_DESC), "the first");
+  EXPECT_EQ(ok(JXCMD_PING_QMGR).command, JXCMD_PING_QMGR);
+}
+
+// Each refusal answers once with its reason and, for 4002-4006, the
+// selector in error.
+TEST_F(CommandTest, RefusalsNameReasonAndParameter) {
+  ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, JXQT_LOCAL}});
+  const std::string longText(JX_Q_DESC_LENGTH + 1, 'x');
+  struct Case {
+    int32_t command;
+    Items items;
+    int32_t reason, parameter;
+  };
+  const Case cases[] = {
+      {99, {}, JXRCCF_COMMAND_UNKNOWN, kNoParameter},
+      {JXCMD_CREATE_QUEUE,
+       {{JXIA_Q_TYPE, 1}, {JXCA_Q_NAME, std::string("REF.N")}, {1001, 1}},
+       JXRCCF_PARM_NOT_ALLOWED,
+       1001},
+      {JXCMD_CREATE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.N")}, {JXIA_Q_TYPE, 3}},
+       JXRCCF_PARM_VALUE,
+       JXIA_Q_TYPE},
+      {JXCMD_CREATE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.*")}, {JXIA_Q_TYPE, 1}},
+       JXRCCF_PARM_VALUE,
+       JXCA_Q_NAME},
+      {JXCMD_CREATE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF N")}, {JXIA_Q_TYPE, 1}},
+       JXRCCF_PARM_VALUE,
+       JXCA_Q_NAME},
+      {JXCMD_CREATE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.N")}, {JXIA_Q_TYPE, 1}, {JXIA_MAX_Q_DEPTH, -1}},
+       JXRCCF_PARM_VALUE,
+       JXIA_MAX_Q_DEPTH},
+      {JXCMD_CREATE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, 1}},
+       JXRC_OBJECT_ALREADY_EXISTS,
+       kNoParameter},
+      {JXCMD_CHANGE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, JXQT_MODEL}},
+       JXRCCF_PARM_VALUE,
+       JXIA_Q_TYPE},
+      {JXCMD_CHANGE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, 1}, {JXCA_Q_DESC, longText}},
+       JXRCCF_PARM_VALUE,
+       JXCA_Q_DESC},
+      {JXCMD_CHANGE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, 1}, {JXIA_CURRENT_Q_DEPTH, 1}},
+       JXRCCF_PARM_NOT_ALLOWED,
+       JXIA_CURRENT_Q_DEPTH},
+      {JXCMD_CHANGE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.NONE")}, {JXIA_Q_TYPE, 1}},
+       JXRC_UNKNOWN_OBJECT_NAME,
+       kNoParameter},
+      {JXCMD_DELETE_QUEUE,
+       {{JXCA_Q_NAME, std::string("SYSTEM.DEFAULT.LOCAL.QUEUE")}},
+       JXRCCF_PARM_VALUE,
+       JXCA_Q_NAME},
+      {JXCMD_INQUIRE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.NONE*")}},
+       JXRC_UNKNOWN_OBJECT_NAME,
+       kNoParameter},
+      {JXCMD_INQUIRE_QUEUE,
+       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXSEL_QUEUE_ATTRS, 999}},
+       JXRCCF_PARM_VALUE,
+       JXSEL_QUEUE_ATTRS},
+      {JXCMD_RESET_QUEUE_STATS,
+       {{JXCA_Q_NAME, std::string("REF.NONE")}},
+       JXRC_UNKNOWN_OBJECT_NAME,
+       kNoParameter},
+      {JXCMD_STOP_CONNECTION,
+       {{JXCA_CONNECTION_ID, std::string("xyz")}},
+       JXRCCF_PARM_VALUE,
+       JXCA_CONNECTION_ID},
+      {JXCMD_STOP_CONNECTION,
+       {{JXCA_CONNECTION_ID, std::string(16, '0')}},
+       JXRC_UNKNOWN_OBJECT_NAME,
+       kNoParameter},
+  };
+  for (const Case &c : cases) {
+    Executed e = run(c.command, c.items);
+    EXPECT_EQ(e.outcome, failed(JXRC_COMMAND_FAILED)) << c.command << " " << c.reason;
+    ASSERT_EQ(e.replies.size(), 1u) << c.command << " " << c.reason;
+    const Reply &r = e.replies[0];
+    EXPECT_EQ(std::vector<int32_t>({r.cc, r.rc, r.sequence, r.control}),
+              std::vector<int32_t>({JXCC_FAILED, c.reason, 1, 1}))
+        << c.command << " " << c.reason;
+    EXPECT_EQ(r.number(JXSEL_PARAMETER_IN_ERROR), c.parameter) << c.command << " " << c.reason;
+  }
+  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, std::string("REF.Q")}});
+}
+
+TEST_F(CommandTest, StatusStatisticsAndTheRefusalsOfBusyQueues) {
+  const Items named = {{JXCA_Q_NAME, std::string("STAT.Q")}};
+  Items made = named;
+  made.push_back({JXIA_Q_TYPE, JXQT_LOCAL});
+  ok(JXCMD_CREATE_QUEUE, made);
+  const int32_t hobj = qmtest::openQueue(h_, "STAT.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  for (int i = 0; i < 3; ++i) ASSERT_EQ(qmtest::put(h_, hobj, "m"), JXRC_NONE);
+  ASSERT_EQ(qmtest::put(h_, hobj, "held", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  Reply s = ok(JXCMD_INQUIRE_QUEUE_STATUS, named);
+  EXPECT_EQ(
+      std::vector<int32_t>({s.number(JXIA_CURRENT_Q_DEPTH), s.number(JXIA_OPEN_INPUT_COUNT),
+                            s.number(JXIA_OPEN_OUTPUT_COUNT), s.number(JXIA_UNCOMMITTED_MSGS)}),
+      std::vector<int32_t>({4, 1, 1, 1}));
+  EXPECT_GE(s.number(JXIA_OLDEST_MSG_AGE), 1);
+  EXPECT_EQ(s.text(JXCA_LAST_PUT_DATE).size(), 10u);
+  EXPECT_EQ(s.text(JXCA_LAST_GET_DATE), "");
+  s = ok(JXCMD_INQUIRE_QUEUE_STATUS,
+         {{JXCA_Q_NAME, std::string("STAT.*")}, {JXSEL_Q_STATUS_ATTRS, JXIA_OLDEST_MSG_AGE}});
+  EXPECT_EQ(s.ints.size() + s.texts.size(), 2u);  // the name and the age
+  // Busy queues are neither cleared nor deleted.
+  for (int32_t command : {JXCMD_CLEAR_QUEUE, JXCMD_DELETE_QUEUE})
+    EXPECT_EQ(run(command, named).replies.at(0).rc, JXRC_OBJECT_IN_USE);
+  int32_t cc, rc;
+  zstJXCMIT(h_, &cc, &rc);
+  EXPECT_EQ(qmtest::get(h_, hobj).rc, JXRC_NONE);
+  int32_t h = hobj;
+  zstJXCLOSE(h_, &h, JXCO_NONE, &cc, &rc);
+  // Statistics as they were, then from zero; the high depth from the depth.
+  Reply r = ok(JXCMD_RESET_QUEUE_STATS, {{JXCA_Q_NAME, std::string("STAT.*")}});
+  EXPECT_EQ(std::vector<int32_t>({r.number(JXIA_MSG_ENQ_COUNT), r.number(JXIA_MSG_DEQ_COUNT),
+                                  r.number(JXIA_HIGH_Q_DEPTH)}),
+            std::vector<int32_t>({4, 1, 4}));
+  EXPECT_EQ(r.text(JXCA_Q_NAME), "STAT.Q");
+  r = ok(JXCMD_RESET_QUEUE_STATS, named);
+  EXPECT_EQ(std::vector<int32_t>({r.number(JXIA_MSG_ENQ_COUNT), r.number(JXIA_MSG_DEQ_COUNT),
+                                  r.number(JXIA_HIGH_Q_DEPTH), r.number(JXIA_TIME_SINCE_RESET)}),
+            std::vector<int32_t>({0, 0, 3, 0}));
+  EXPECT_EQ(run(JXCMD_DELETE_QUEUE, named).replies.at(0).rc, JXRC_Q_NOT_EMPTY);
+  Items purge = named;
+  purge.push_back({JXSEL_PURGE, 1});
+  ok(JXCMD_DELETE_QUEUE, purge);
+}
+
+TEST_F(CommandTest, ConnectionsListedAndOneStopped) {
+  int32_t other = qmtest::connect(qm()->name());
+  for (const char *q : {"RQ", "SYSTEM.DEFAULT.LOCAL.QUEUE", "SYSTEM.DEAD.LETTER.QUEUE"})
+    qmtest::openQueue(other, q, JXOO_OUTPUT);
+  Executed e = run(JXCMD_INQUIRE_CONNECTIONS);
+  ASSERT_EQ(e.outcome, kOk);
+  std::string id;
+  bool server = false;
+  for (const Reply &r : e.replies) {
+    if (r.number(JXIA_PROCESS_ID) == getpid() && r.number(JXIA_HANDLE_COUNT) == 3)
+      id = r.text(JXCA_CONNECTION_ID);
+    server |= r.text(JXCA_APPL_NAME) == "jxqmgr command server";
+    EXPECT_EQ(r.number(JXIA_TRANSPORT), JXTRANSPORT_LOCAL);
+    EXPECT_EQ(r.text(JXCA_CONNECT_DATE).size(), 10u);
+  }
+  EXPECT_TRUE(server);
+  ASSERT_EQ(id.size(), size_t(JX_CONNECTION_ID_LENGTH));
+  ok(JXCMD_STOP_CONNECTION, {{JXCA_CONNECTION_ID, id}});
+  EXPECT_EQ(qmtest::openReason(other, "RQ"), JXRC_CONNECTION_BROKEN);
+  for (const Reply &r : run(JXCMD_INQUIRE_CONNECTIONS).replies)
+    EXPECT_NE(r.text(JXCA_CONNECTION_ID), id);
+  int32_t cc, rc;
+  zstJXDISC(&other, 0, &cc, &rc);
+  EXPECT_EQ(rc, JXRC_CONNECTION_BROKEN);
+}
+
+// Anything on the command queue that is no command is taken off; with a
+// reply-to queue it answers 4007 once. Type errors, repeats and missing
+// parameters need crafted requests, as an administration bag would not
+// write them.
+TEST_F(CommandTest, RawRequestsAndTheirReplies) {
+  const Msg ping = Msg().header(JXPCF_TYPE_COMMAND, JXCMD_PING_QMGR, 0);
+  const Msg name = Msg().header(JXPCF_TYPE_COMMAND, JXCMD_DELETE_QUEUE, 1);
+  struct Case {
+    Msg request;
+    const char *format;
+    int32_t encoding, reason, parameter;
+  };
+  const Case cases[] = {
+      {ping, JXFMT_ADMIN, JXENC_NATIVE, JXRC_NONE, kNoParameter},
+      {ping, JXFMT_STRING, JXENC_NATIVE, JXRCCF_MSG_MALFORMED, kNoParameter},
+      {ping, JXFMT_ADMIN, 273, JXRCCF_MSG_MALFORMED, kNoParameter},
+      {Msg().header(JXPCF_TYPE_RESPONSE, JXCMD_PING_QMGR, 0), JXFMT_ADMIN, JXENC_NATIVE,
+       JXRCCF_MSG_MALFORMED, kNoParameter},
+      {Msg().raw("not a command at all, just text"), JXFMT_ADMIN, JXENC_NATIVE,
+       JXRCCF_MSG_MALFORMED, kNoParameter},
+      {Msg(name).integer(JXCA_Q_NAME, 5), JXFMT_ADMIN, JXENC_NATIVE, JXRCCF_PARM_TYPE, JXCA_Q_NAME},
+      {Msg(name).stringList(JXCA_Q_NAME, 4, {"A", "B"}), JXFMT_ADMIN, JXENC_NATIVE,
+       JXRCCF_PARM_TYPE, JXCA_Q_NAME},
+      {Msg()
+           .header(JXPCF_TYPE_COMMAND, JXCMD_DELETE_QUEUE, 2)
+           .string(JXCA_Q_NAME, "A")
+           .string(JXCA_Q_NAME, "B"),
+       JXFMT_ADMIN, JXENC_NATIVE, JXRCCF_PARM_REPEATED, JXCA_Q_NAME},
+      {Msg().header(JXPCF_TYPE_COMMAND, JXCMD_CREATE_QUEUE, 1).string(JXCA_Q_NAME, "A"),
+       JXFMT_ADMIN, JXENC_NATIVE, JXRCCF_PARM_MISSING, JXIA_Q_TYPE},
+  };
+  const int32_t rq = qmtest::openQueue(h_, "RQ", JXOO_INPUT_SHARED);
+  for (const Case &c : cases) {
+    const std::string id = putRaw(h_, c.request, c.format, c.encoding, "RQ", JXPER_PERSISTENT);
+    qmtest::Got g = qmtest::get(h_, rq, JXGMO_WAIT | JXGMO_NO_SYNCPOINT, 5000);
+    ASSERT_EQ(g.rc, JXRC_NONE) << c.reason;
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(g.md.CorrelId), JX_CORREL_ID_LENGTH), id);
+    EXPECT_EQ(std::vector<int32_t>({g.md.MsgType, g.md.Persistence, g.md.Encoding}),
+              std::vector<int32_t>({JXMT_REPLY, JXPER_PERSISTENT, JXENC_NATIVE}));
+    EXPECT_EQ(std::string(g.md.Format, JX_FORMAT_LENGTH), JXFMT_ADMIN);
+    struct Bag {
+      Bag() { call(jxCreateBag, 0, &h); }
+      ~Bag() { call(jxDeleteBag, &h); }
+      JXHBAG h = JXHB_NONE;
+    } bag;
+    ASSERT_EQ(call(jxBufferToBag, JXHB_NONE, g.dataLength, g.data.data(), bag.h), kOk);
+    const Reply r = readBag(bag.h);
+    EXPECT_EQ(std::vector<int32_t>({r.rc, r.number(JXSEL_PARAMETER_IN_ERROR), r.control}),
+              std::vector<int32_t>({c.reason, c.parameter, 1}))
+        << c.reason;
+  }
+  // Without a reply-to queue nothing answers, and the queue is emptied.
+  putRaw(h_, Msg().raw("junk"), JXFMT_STRING, JXENC_NATIVE, "");
+  putRaw(h_, ping, JXFMT_ADMIN, JXENC_NATIVE, "");
+  EXPECT_EQ(ok(JXCMD_PING_QMGR).rc, JXRC_NONE);
+  EXPECT_EQ(qmtest::get(h_, rq).rc, JXRC_NO_MSG_AVAILABLE);
+  EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_STATUS, {{JXCA_Q_NAME, std::string(JXQ_ADMIN_COMMAND)}})
+                .number(JXIA_CURRENT_Q_DEPTH),
+            0);
+}
+
+// Without its server, or once its connection was stopped, jxExecute finds
+// no reader of the command queue. Requests that expired while nobody read
+// are discarded unanswered; the others are answered after a restart.
+TEST(CommandServerAbsent, NotStartedStoppedAndExpiredRequests) {
+  if (!qmtest::serverAvailable()) GTEST_SKIP() << "no native jxqmgr";
+  qmtest::QueueManagerProcess qm({"RQ"}, {"--no-command-server"});
+  int32_t h = qmtest::connect(qm.name());
+  EXPECT_EQ(execute(h, JXCMD_PING_QMGR).outcome, failed(JXRC_NO_COMMAND_SERVER));
+  const Msg ping = Msg().header(JXPCF_TYPE_COMMAND, JXCMD_PING_QMGR, 0);
+  putRaw(h, ping, JXFMT_ADMIN, JXENC_NATIVE, "RQ", JXPER_PERSISTENT, 1);
+  const std::string kept = putRaw(h, ping, JXFMT_ADMIN, JXENC_NATIVE, "RQ", JXPER_PERSISTENT);
+  qmtest::disconnect(h);
+  ASSERT_TRUE(qm.stop());
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  ASSERT_TRUE(qm.start());
+  h = qmtest::connect(qm.name());
+  const int32_t rq = qmtest::openQueue(h, "RQ", JXOO_INPUT_SHARED);
+  qmtest::Got g = qmtest::get(h, rq, JXGMO_WAIT | JXGMO_NO_SYNCPOINT, 5000);
+  ASSERT_EQ(g.rc, JXRC_NONE);
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(g.md.CorrelId), JX_CORREL_ID_LENGTH), kept);
+  EXPECT_EQ(qmtest::get(h, rq, JXGMO_WAIT | JXGMO_NO_SYNCPOINT, 300).rc, JXRC_NO_MSG_AVAILABLE);
+
+  // Stopping the server's own connection stops the server; its reply to
+  // that command still goes out.
+  std::string server;
+  for (const Reply &r : execute(h, JXCMD_INQUIRE_CONNECTIONS).replies)
+    if (r.text(JXCA_APPL_NAME) == "jxqmgr command server") server = r.text(JXCA_CONNECTION_ID);
+  ASSERT_FALSE(server.empty());
+  EXPECT_EQ(execute(h, JXCMD_STOP_CONNECTION, {{JXCA_CONNECTION_ID, server}}).outcome, kOk);
+  EXPECT_EQ(execute(h, JXCMD_PING_QMGR).outcome, failed(JXRC_NO_COMMAND_SERVER));
+  qmtest::disconnect(h);
+}
+
+}  // namespace
