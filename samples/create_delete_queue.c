@@ -11,6 +11,12 @@
 #define MAX_DEPTH 100
 
 /* Runs one command; prints and returns the command server's reason. */
+/* Copies a name into a fixed field of zeros, cut at its width. */
+static void setField(char *field, size_t width, const char *name) {
+  size_t length = strlen(name);
+  memcpy(field, name, length < width ? length : width);
+}
+
 static JXLONG run(JXHCONN hconn, JXLONG command, JXHBAG adminBag, const char *what) {
   JXHBAG responseBag = JXHB_NONE, replyBag;
   JXLONG compCode, reason, replyReason = 0;
@@ -40,7 +46,7 @@ int main(int argc, char **argv) {
     fprintf(stderr, "usage: %s QMGR QUEUE\n", argv[0]);
     return 2;
   }
-  memcpy(qmgr, argv[1], strnlen(argv[1], sizeof qmgr));
+  setField(qmgr, sizeof qmgr, argv[1]);
   JXCONN(qmgr, &hconn, &compCode, &reason);
   if (compCode == JXCC_FAILED) {
     fprintf(stderr, "JXCONN: reason %d (%s)\n", (int)reason, jxReasonWords(reason));

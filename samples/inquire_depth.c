@@ -9,6 +9,12 @@
 #include <stdio.h>
 #include <string.h>
 
+/* Copies a name into a fixed field of zeros, cut at its width. */
+static void setField(char *field, size_t width, const char *name) {
+  size_t length = strlen(name);
+  memcpy(field, name, length < width ? length : width);
+}
+
 static int failed(const char *call, JXLONG reason) {
   fprintf(stderr, "%s failed: reason %d (%s)\n", call, (int)reason, jxReasonWords(reason));
   return 1;
@@ -25,7 +31,7 @@ int main(int argc, char **argv) {
     fprintf(stderr, "usage: %s QMGR QUEUE\n", argv[0]);
     return 2;
   }
-  memcpy(qmgr, argv[1], strnlen(argv[1], sizeof qmgr));
+  setField(qmgr, sizeof qmgr, argv[1]);
   JXCONN(qmgr, &hconn, &compCode, &reason);
   if (compCode == JXCC_FAILED) return failed("JXCONN", reason);
 

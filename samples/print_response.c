@@ -11,6 +11,12 @@
 
 #define TEXT_LENGTH 256
 
+/* Copies a name into a fixed field of zeros, cut at its width. */
+static void setField(char *field, size_t width, const char *name) {
+  size_t length = strlen(name);
+  memcpy(field, name, length < width ? length : width);
+}
+
 static const char *typeWord(JXLONG type) {
   return type == JXITEM_INTEGER ? "integer" : type == JXITEM_STRING ? "string" : "bag";
 }
@@ -36,7 +42,9 @@ static int printBag(JXHBAG bag, int depth) {
       jxInquireString(bag, JXSEL_ANY, i, TEXT_LENGTH, text, &length, &ccsid, &compCode, &reason);
       if (compCode != JXCC_FAILED) {
         compCode = JXCC_OK;
-        printf("'%.*s'\n", (int)(length < TEXT_LENGTH ? length : TEXT_LENGTH), text);
+        if (length > TEXT_LENGTH) length = TEXT_LENGTH;
+        while (length > 0 && text[length - 1] == ' ') --length; /* names come blank padded */
+        printf("'%.*s'\n", (int)length, text);
       }
     } else {
       jxInquireBag(bag, JXSEL_ANY, i, &nested, &compCode, &reason);
@@ -63,7 +71,7 @@ int main(int argc, char **argv) {
     fprintf(stderr, "usage: %s QMGR [GENERIC]\n", argv[0]);
     return 2;
   }
-  memcpy(qmgr, argv[1], strnlen(argv[1], sizeof qmgr));
+  setField(qmgr, sizeof qmgr, argv[1]);
   JXCONN(qmgr, &hconn, &compCode, &reason);
   if (compCode == JXCC_FAILED) {
     fprintf(stderr, "JXCONN: reason %d (%s)\n", (int)reason, jxReasonWords(reason));

@@ -13,6 +13,12 @@
 #define ORDER_ITEM 2001  /* strings from JXSEL_STR_FIRST */
 #define TEXT_LENGTH 64
 
+/* Copies a name into a fixed field of zeros, cut at its width. */
+static void setField(char *field, size_t width, const char *name) {
+  size_t length = strlen(name);
+  memcpy(field, name, length < width ? length : width);
+}
+
 int main(int argc, char **argv) {
   char qmgr[JX_Q_MGR_NAME_LENGTH] = {0};
   char item[TEXT_LENGTH + 1] = {0};
@@ -30,13 +36,13 @@ int main(int argc, char **argv) {
     fprintf(stderr, "usage: %s QMGR QUEUE\n", argv[0]);
     return 2;
   }
-  memcpy(qmgr, argv[1], strnlen(argv[1], sizeof qmgr));
+  setField(qmgr, sizeof qmgr, argv[1]);
   JXCONN(qmgr, &hconn, &compCode, &reason);
   if (compCode == JXCC_FAILED) {
     fprintf(stderr, "JXCONN: reason %d (%s)\n", (int)reason, jxReasonWords(reason));
     return 1;
   }
-  memcpy(od.ObjectName, argv[2], strnlen(argv[2], sizeof od.ObjectName));
+  setField(od.ObjectName, sizeof od.ObjectName, argv[2]);
   JXOPEN(hconn, &od, JXOO_OUTPUT | JXOO_INPUT_AS_Q_DEF, &hobj, &compCode, &reason);
   if (compCode == JXCC_FAILED) {
     fprintf(stderr, "JXOPEN: reason %d (%s)\n", (int)reason, jxReasonWords(reason));

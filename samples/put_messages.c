@@ -7,6 +7,12 @@
 #include <stdlib.h>
 #include <string.h>
 
+/* Copies a name into a fixed field of zeros, cut at its width. */
+static void setField(char *field, size_t width, const char *name) {
+  size_t length = strlen(name);
+  memcpy(field, name, length < width ? length : width);
+}
+
 int main(int argc, char **argv) {
   char qmgr[JX_Q_MGR_NAME_LENGTH] = {0};
   char text[64];
@@ -17,7 +23,7 @@ int main(int argc, char **argv) {
     fprintf(stderr, "usage: %s QMGR QUEUE COUNT\n", argv[0]);
     return 2;
   }
-  memcpy(qmgr, argv[1], strnlen(argv[1], sizeof qmgr));
+  setField(qmgr, sizeof qmgr, argv[1]);
   JXCONN(qmgr, &hconn, &compCode, &reason);
   if (compCode == JXCC_FAILED) {
     fprintf(stderr, "JXCONN: reason %d (%s)\n", (int)reason, jxReasonWords(reason));
@@ -28,7 +34,7 @@ int main(int argc, char **argv) {
     JXMD md = JXMD_DEFAULT;
     JXPMO pmo = JXPMO_DEFAULT;
     int length = snprintf(text, sizeof text, "message %ld", i + 1);
-    memcpy(od.ObjectName, argv[2], strnlen(argv[2], sizeof od.ObjectName));
+    setField(od.ObjectName, sizeof od.ObjectName, argv[2]);
     memcpy(md.Format, JXFMT_STRING, JX_FORMAT_LENGTH);
     pmo.Options = JXPMO_NO_SYNCPOINT;
     JXPUT1(hconn, &od, &md, &pmo, length, text, &compCode, &reason);

@@ -14,6 +14,12 @@
 #define DEFAULT_SECONDS 10
 #define POLL_MS 200
 
+/* Copies a name into a fixed field of zeros, cut at its width. */
+static void setField(char *field, size_t width, const char *name) {
+  size_t length = strlen(name);
+  memcpy(field, name, length < width ? length : width);
+}
+
 static const char *const eventQueues[] = {JXQ_CONFIG_EVENT, JXQ_PERFM_EVENT};
 #define EVENT_QUEUES (sizeof eventQueues / sizeof eventQueues[0])
 
@@ -41,7 +47,7 @@ int main(int argc, char **argv) {
     return 2;
   }
   limitMs = (argc > 2 ? atol(argv[2]) : DEFAULT_SECONDS) * MS_PER_SECOND;
-  memcpy(qmgr, argv[1], strnlen(argv[1], sizeof qmgr));
+  setField(qmgr, sizeof qmgr, argv[1]);
   JXCONN(qmgr, &hconn, &compCode, &reason);
   if (compCode == JXCC_FAILED) {
     fprintf(stderr, "JXCONN: reason %d (%s)\n", (int)reason, jxReasonWords(reason));
@@ -49,7 +55,7 @@ int main(int argc, char **argv) {
   }
   for (q = 0; q < EVENT_QUEUES; ++q) {
     JXOD od = JXOD_DEFAULT;
-    memcpy(od.ObjectName, eventQueues[q], strnlen(eventQueues[q], sizeof od.ObjectName));
+    setField(od.ObjectName, sizeof od.ObjectName, eventQueues[q]);
     JXOPEN(hconn, &od, JXOO_INPUT_SHARED, &hobj[q], &compCode, &reason);
     if (compCode == JXCC_FAILED) {
       fprintf(stderr, "JXOPEN %s: reason %d (%s)\n", eventQueues[q], (int)reason,

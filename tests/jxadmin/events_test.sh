@@ -9,8 +9,8 @@ expect 0 jxadmin -m QE create queue EV.Q --max-depth 4 --depth-high-limit 50 \
   --depth-high-event 1 --full-event 1
 run jxsample_put_messages QE EV.Q 5
 expect 0 jxadmin -m QE events
-has "  QE  performance  queue depth high (4101)  name=EV.Q  current-depth=2  max-depth=4"
-has "  QE  performance  queue full (4103)  name=EV.Q"
+has "  QE  performance  queue depth high (reason 4101)  name=EV.Q  current-depth=2  max-depth=4"
+has "  QE  performance  queue full (reason 4103)  name=EV.Q"
 grep -qE '^[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}\.[0-9]{2}\.[0-9]{2}  QE ' <<<"$OUT" || fail "date"
 # Taken off the queues: a second look finds none.
 expect 0 jxadmin -m QE events
@@ -24,7 +24,7 @@ follower=$!
 sleep 0.5
 expect 0 jxadmin -m QE create queue EV.NEW
 for _ in $(seq 50); do grep -q "object created" "$log" && break; sleep 0.1; done
-grep -q "  QE  configuration  object created (4105)  name=EV.NEW" "$log" || fail "followed: $(cat "$log")"
+grep -q "  QE  configuration  object created (reason 4105)  name=EV.NEW" "$log" || fail "followed: $(cat "$log")"
 kill -TERM "$follower"
 wait "$follower" || fail "follower exit $?"
 
@@ -33,6 +33,6 @@ expect 0 jxadmin -m QE --json events
 json_ok
 [ "$(json "[(e['category'], e['reason'], e['items']['name']) for e in d['events']]")" = \
   "[('configuration', 4107, 'EV.NEW')]" ] || fail "events as JSON"
-expect 2 jxadmin -m QE,NOSUCH events
+expect 1 jxadmin -m QE,NOSUCH events
 has "jxadmin: NOSUCH: queue manager not available (reason 2059)" ERR
 echo "jxadmin events: passed"

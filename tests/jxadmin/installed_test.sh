@@ -7,6 +7,8 @@ work=$(mktemp -d)
 prefix="$work/prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null || { echo "FAILED: install"; exit 1; }
 source "$(dirname "$0")/lib.sh" "$prefix/bin"
+# Installed programs carry the run path of the configured prefix, /opt/jxm.
+export LD_LIBRARY_PATH="$prefix/lib"
 trap 'cleanup; rm -rf "$work"' EXIT
 for f in jxadmin jxqm jxqmgr; do [ -x "$prefix/bin/$f" ] || fail "$f not installed"; done
 [ -f "$prefix/share/jx/samples/inquire_depth.c" ] || fail "samples not installed"
@@ -29,6 +31,6 @@ BIN="$work/consumer" expect 0 put_get_bag QI INST.Q
 has "got order 4711: 12 widgets"
 BIN="$work" expect 0 inquire_depth QI INST.Q
 [ "$OUT" = "INST.Q depth 3" ] || fail "depth through the installed library"
-# The installed programs find the installed libraries by their run path.
+# A program built with pkg-config finds the libraries by its run path.
 readelf -d "$work/inquire_depth" | grep -q "$prefix/lib" || fail "no run path to $prefix/lib"
 echo "installed package: passed"
