@@ -20,7 +20,7 @@ finish() {
 trap finish EXIT
 step() {
   echo
-  echo "\$ $*"
+  echo "\$ $(printf "%q " "$@")"
   "$@"
 }
 

@@ -7,12 +7,14 @@ port=$(free_port)
 qm_start QT --listen "127.0.0.1:$port"
 echo "right-one" | "$BIN/jxqm" adduser QT alice --admin >/dev/null || fail "adduser alice"
 echo "looker-pw" | "$BIN/jxqm" adduser QT bob >/dev/null || fail "adduser bob"
-server=(-m QT --server "127.0.0.1:$port")
+# TCP is TLS: the queue manager's own certificate is what the client trusts.
+trust=(--trust "$JX_DATA_PATH/qmgrs/QT/qm.crt")
+server=(-m QT --server "127.0.0.1:$port" "${trust[@]}")
 
 JX_PASSWORD=right-one expect 0 jxadmin "${server[@]}" --user alice create queue T.Q
 export ALICE_PW=right-one
 expect 0 jxadmin "${server[@]}" --user alice --password-env ALICE_PW ping
-expect 0 jxadmin --server "127.0.0.1:$port" --user alice --password-env ALICE_PW show queues T.Q
+expect 0 jxadmin --server "127.0.0.1:$port" "${trust[@]}" --user alice --password-env ALICE_PW show queues T.Q
 has "T.Q"
 
 # A wrong password: refused at the connect, one line, exit 2.

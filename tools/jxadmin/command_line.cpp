@@ -14,7 +14,8 @@ namespace jxadmin {
 
 const char *const kUsage =
     "usage: jxadmin [-m QMGR[,QMGR...]] [--server HOST:PORT]... [--user NAME]\n"
-    "               [--password-env VAR] [--trust FILE] [--json] [--wait MS] VERB ...\n"
+    "               [--password-env VAR] [--trust FILE] [--fingerprint HEX] [--json]\n"
+    "               [--wait MS] VERB ...\n"
     "  show qmgr | show queues [GENERIC] | show status [GENERIC] | show connections\n"
     "       [--attrs WORD,WORD... | --attrs all]\n"
     "  create queue NAME [--type local|model] [--replace] [--WORD VALUE]...\n"
@@ -74,6 +75,8 @@ bool parseCommandLine(int argc, char **argv, CommandLine &line, std::string &err
       if (!value(passwordEnv)) return false;
     } else if (arg == "--trust") {
       if (!value(line.trustFile)) return false;
+    } else if (arg == "--fingerprint") {
+      if (!value(line.fingerprint)) return false;
     } else if (arg == "--wait") {
       if (!value(v)) return false;
       if (!parseWait(v, line.waitMs)) {

@@ -19,7 +19,8 @@ constexpr int32_t kWaitDefault = -2;  // --wait not given: the library's own def
 struct CommandLine {
   std::vector<Target> targets;
   Credentials credentials;
-  std::string trustFile;  // passed to the client library as JX_TLS_TRUST
+  std::string trustFile;    // passed to the client library as JX_TLS_TRUST
+  std::string fingerprint;  // and JX_TLS_FINGERPRINT
   bool json = false;
   int32_t waitMs = kWaitDefault;
   bool follow = false, purge = false, replace = false;

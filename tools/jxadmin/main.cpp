@@ -19,7 +19,8 @@ int main(int argc, char **argv) {
     std::cerr << "jxadmin: " << error << '\n' << kUsage;
     return kExitFailed;
   }
-  // The client library reads its trust file from the environment.
+  // The client library reads what it trusts over TCP from the environment.
   if (!line.trustFile.empty()) setenv("JX_TLS_TRUST", line.trustFile.c_str(), 1);
+  if (!line.fingerprint.empty()) setenv("JX_TLS_FINGERPRINT", line.fingerprint.c_str(), 1);
   return runVerb(line);
 }
