@@ -7,6 +7,9 @@ JX_DATA_PATH=$(mktemp -d)
 export JX_DATA_PATH
 STARTED=()
 OUT="" ERR="" STATUS=0
+# The system's Python: a version manager's shim in front of it costs seconds a call.
+PYTHON=python3
+[ -x /usr/bin/python3 ] && PYTHON=/usr/bin/python3
 
 cleanup() {
   local q
@@ -58,15 +61,15 @@ lacks() {
 
 # json_ok: OUT is one JSON document.
 json_ok() {
-  python3 -m json.tool <<<"$OUT" >/dev/null || fail "not JSON"
+  "$PYTHON" -m json.tool <<<"$OUT" >/dev/null || fail "not JSON"
 }
 
 # json QUERY: a Python expression over the document `d` read from OUT.
 json() {
-  python3 -c "import json,sys; d=json.load(sys.stdin); print($1)" <<<"$OUT"
+  "$PYTHON" -c "import json,sys; d=json.load(sys.stdin); print($1)" <<<"$OUT"
 }
 
 # A free TCP port on the loopback address.
 free_port() {
-  python3 -c "import socket; s=socket.socket(); s.bind(('127.0.0.1',0)); print(s.getsockname()[1])"
+  "$PYTHON" -c "import socket; s=socket.socket(); s.bind(('127.0.0.1',0)); print(s.getsockname()[1])"
 }

@@ -107,7 +107,14 @@ has "no queue manager" ERR
 expect 2 jxadmin -m QM1 --json show queues X.Q
 [ "$(json "d['queue-managers'][0]['errors'][0]['reason']")" = 2085 ] || fail "X.Q was created"
 
-# A stopped queue manager.
+expect 2 jxadmin -m QM1 --wait soon ping
+has "--wait takes milliseconds" ERR
+expect 0 jxadmin -m QM1 --wait 5000 ping
+
+# A queue manager without its command server, and a stopped one.
+qm_start QN --no-command-server
+expect 2 jxadmin -m QN show queues
+[ "$ERR" = "jxadmin: QN: command server not running (reason 2322)" ] || fail "no command server"
 "$BIN/jxqm" stop QM1 >/dev/null
 expect 2 jxadmin -m QM1 ping
 has "jxadmin: QM1: queue manager not available (reason 2059)" ERR
