@@ -14,9 +14,9 @@ namespace jxqm {
 
 namespace {
 
-constexpr int64_t kRetryGetMs = 1000;   // after a get of the command queue failed
-constexpr int64_t kRoomPollMs = 10;     // while a reply-to queue is full
-constexpr int64_t kRoomWaitMs = 30000;  // then the replies that do not fit are dropped
+constexpr int64_t kRetryGetMs = 1000;  // after a get of the command queue failed
+constexpr int64_t kStallPollMs = 10;   // while a reply-to queue is full
+constexpr int64_t kStallMs = 30000;    // then the command's other replies are dropped
 constexpr const char *kApplName = "jxqmgr command server";
 
 AdminResult failure(int32_t reason) {
@@ -100,6 +100,13 @@ bool CommandRun::step(const Sink &sink) {
 
 // Objects that went while the command ran have no reply; when none is
 // left, the command answers as if none had matched.
+void CommandRun::abandon() {
+  ready_.clear();
+  objects_.clear();
+  held_.reset();
+  done_ = true;
+}
+
 void CommandRun::finish(const Sink &sink) {
   if (!held_ && sequence_ == 0) held_ = CommandReply{JXCC_FAILED, JXRC_UNKNOWN_OBJECT_NAME, {}};
   send(*held_, true, sink);
@@ -191,7 +198,7 @@ void CommandServer::ended() {
 void CommandServer::takeRequest(GetResult &&request) {
   requestMd_ = request.reply.md;
   dropped_ = 0;
-  roomSinceMs_ = -1;
+  stalledSinceMs_ = -1;
   run_ = std::make_unique<CommandRun>(qm_, codec_, Identity{request.putter, request.authority},
                                       requestMd_, request.data);
 }
@@ -203,50 +210,70 @@ int64_t CommandServer::turn(int64_t nowMs) {
     takeRequest(std::move(request));
   }
   if (run_) {
-    // A reply-to queue without room for a step's replies holds the command
-    // until its reader has taken some, for a while.
-    const std::string replyQ = jxqp::fieldString(requestMd_.ReplyToQ, JX_Q_NAME_LENGTH);
-    QueuePtr q = replyQ.empty() ? nullptr : qm_.findQueue(replyQ);
-    const bool room = !q || int64_t{q->depth()} + int64_t{CommandRun::kObjectsPerStep} <
-                                q->get<JXIA_MAX_Q_DEPTH>();
-    if (room || (roomSinceMs_ >= 0 && nowMs - roomSinceMs_ >= kRoomWaitMs)) {
-      roomSinceMs_ = -1;
-      if (run_->step([this](std::string &&reply) { putReply(std::move(reply)); })) return 0;
-    } else {
-      if (roomSinceMs_ < 0) roomSinceMs_ = nowMs;
-      return nowMs + kRoomPollMs;
+    // Replies wait in the outbox while their queue is full: its reader is
+    // behind, and the command goes on as it reads. One that stops reading
+    // for kStallMs loses the rest of the command's replies.
+    bool progress = putReplies();
+    if (outbox_.empty() && !run_->done()) {
+      run_->step([this](std::string &&reply) { outbox_.push_back(std::move(reply)); });
+      progress |= putReplies();
     }
+    if (progress) stalledSinceMs_ = -1;
+    if (!outbox_.empty()) {
+      if (stalledSinceMs_ < 0) stalledSinceMs_ = nowMs;
+      if (nowMs - stalledSinceMs_ < kStallMs) return nowMs + kStallPollMs;
+      dropped_ += outbox_.size();
+      outbox_.clear();
+      run_->abandon();
+    }
+    if (!run_->done()) return 0;
     if (dropped_)
       qm_.log("command " + std::to_string(run_->command()) + ": " + std::to_string(dropped_) +
-              " replies to " + replyQ + " were dropped");
+              " replies to " + replyQueue() + " were dropped");
     run_.reset();
   }
   if (retryAtMs_ >= 0 && nowMs >= retryAtMs_) {
     retryAtMs_ = -1;
     askForRequest();
-  } else if (!run_ && !arrived_) {
+  } else if (!arrived_) {
     askForRequest();
   }
   if (arrived_) return 0;
   return retryAtMs_;
 }
 
-void CommandServer::putReply(std::string &&reply) {
-  const std::string replyQ = jxqp::fieldString(requestMd_.ReplyToQ, JX_Q_NAME_LENGTH);
-  if (replyQ.empty()) return;  // a command sent as a datagram
+std::string CommandServer::replyQueue() const {
+  return jxqp::fieldString(requestMd_.ReplyToQ, JX_Q_NAME_LENGTH);
+}
+
+// Puts the outbox's replies in order until one meets a full queue; the
+// others that cannot be put are dropped. Whether any went.
+bool CommandServer::putReplies() {
+  const std::string replyQ = replyQueue();
   const std::string replyQMgr = jxqp::fieldString(requestMd_.ReplyToQMgr, JX_Q_MGR_NAME_LENGTH);
-  JXMD md = JXMD_DEFAULT;
-  md.MsgType = JXMT_REPLY;
-  std::memcpy(md.Format, JXFMT_ADMIN, JX_FORMAT_LENGTH);
-  std::memcpy(md.CorrelId, requestMd_.MsgId, JX_CORREL_ID_LENGTH);
-  md.Persistence = requestMd_.Persistence;
-  md.CodedCharSetId = requestMd_.CodedCharSetId;
-  AdminResult r = !replyQMgr.empty() && replyQMgr != qm_.name()
-                      ? failure(JXRC_UNKNOWN_REMOTE_Q_MGR)
-                      : Administration(qm_).putMessage(replyQ, md, reply);
-  if (!r.ok() && dropped_++ == 0)
-    qm_.log("command " + std::to_string(run_ ? run_->command() : 0) + ": reply to " + replyQ +
-            " dropped: reason " + std::to_string(r.rc));
+  bool progress = false;
+  while (!outbox_.empty()) {
+    if (replyQ.empty()) {  // a command sent as a datagram
+      outbox_.clear();
+      break;
+    }
+    JXMD md = JXMD_DEFAULT;
+    md.MsgType = JXMT_REPLY;
+    std::memcpy(md.Format, JXFMT_ADMIN, JX_FORMAT_LENGTH);
+    std::memcpy(md.CorrelId, requestMd_.MsgId, JX_CORREL_ID_LENGTH);
+    md.Persistence = requestMd_.Persistence;
+    md.CodedCharSetId = requestMd_.CodedCharSetId;
+    AdminResult r = !replyQMgr.empty() && replyQMgr != qm_.name()
+                        ? failure(JXRC_UNKNOWN_REMOTE_Q_MGR)
+                        : Administration(qm_).putMessage(replyQ, md, outbox_.front());
+    if (r.rc == JXRC_Q_FULL) break;
+    if (!r.ok() && dropped_++ == 0)
+      qm_.log("command " + std::to_string(run_->command()) + ": reply to " + replyQ +
+              " dropped: reason " + std::to_string(r.rc));
+    progress = true;
+    outbox_.pop_front();
+  }
+  return progress;
 }
 
 }  // namespace jxqm

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -36,6 +37,8 @@ class CommandRun {
   // Answers up to kObjectsPerStep objects; false once the last reply is out.
   bool step(const Sink &sink);
   bool done() const { return done_; }
+  // Ends the command without its other replies.
+  void abandon();
   int32_t command() const { return command_; }
 
  private:
@@ -82,7 +85,8 @@ class CommandServer final : public Peer {
  private:
   void askForRequest();
   void takeRequest(GetResult &&request);
-  void putReply(std::string &&reply);
+  bool putReplies();
+  std::string replyQueue() const;
 
   QueueManager &qm_;
   PcfCodec codec_;
@@ -92,9 +96,10 @@ class CommandServer final : public Peer {
   std::optional<GetResult> arrived_;
   std::unique_ptr<CommandRun> run_;
   JXMD requestMd_{};
-  int64_t retryAtMs_ = -1;    // a failed get is tried again then
-  int64_t roomSinceMs_ = -1;  // since when the reply-to queue has had no room
-  size_t dropped_ = 0;        // replies of the current request that were not put
+  int64_t retryAtMs_ = -1;          // a failed get is tried again then
+  std::deque<std::string> outbox_;  // replies of the current step not yet put
+  int64_t stalledSinceMs_ = -1;     // since when the reply-to queue has been full
+  size_t dropped_ = 0;              // replies of the current request that were not put
 };
 
 }  // namespace jxqm

@@ -27,10 +27,15 @@ std::string trimmed(std::string s) {
 
 }  // namespace
 
-PcfCodec::PcfCodec() {
-  JXLONG cc, rc;
-  jxCreateBag(0, &reader_, &cc, &rc);
-  jxCreateBag(JXBAG_LIST_FORM, &writer_, &cc, &rc);
+PcfCodec::PcfCodec() = default;
+
+// The bags are made at their first use: a queue manager that never
+// answers a command nor puts an event (jxqm's own) never loads them.
+bool PcfCodec::ready(JXHBAG &bag, int32_t options, JXLONG &rc) {
+  JXLONG cc = JXCC_OK;
+  if (bag == JXHB_NONE) jxCreateBag(options, &bag, &cc, &rc);
+  if (cc != JXCC_OK) bag = JXHB_NONE;
+  return cc == JXCC_OK;
 }
 
 PcfCodec::~PcfCodec() {
@@ -43,7 +48,7 @@ bool PcfCodec::decode(std::string_view bytes, PcfHeader &header,
                       std::vector<PcfParameter> &parameters) {
   parameters.clear();
   JXLONG cc = JXCC_FAILED, rc = 0;
-  if (bytes.size() > static_cast<size_t>(INT32_MAX)) return false;
+  if (bytes.size() > static_cast<size_t>(INT32_MAX) || !ready(reader_, 0, rc)) return false;
   jxBufferToBag(JXHB_NONE, static_cast<JXLONG>(bytes.size()), bytes.data(), reader_, &cc, &rc);
   if (cc != JXCC_OK) return false;
   const std::pair<int32_t, int32_t *> fields[] = {
@@ -97,6 +102,7 @@ bool PcfCodec::decode(std::string_view bytes, PcfHeader &header,
 
 int32_t PcfCodec::encode(const PcfHeader &header, const AttrList &parameters, std::string &out) {
   JXLONG cc = JXCC_OK, rc = JXRC_NONE;
+  if (!ready(writer_, JXBAG_LIST_FORM, rc)) return rc;
   jxClearBag(writer_, &cc, &rc);
   const std::pair<int32_t, int32_t> fields[] = {
       {JXSYS_MSG_TYPE, header.type},      {JXSYS_COMMAND, header.command},

@@ -49,6 +49,8 @@ class PcfCodec {
   int32_t encode(const PcfHeader &header, const AttrList &parameters, std::string &out);
 
  private:
+  static bool ready(JXHBAG &bag, int32_t options, JXLONG &rc);
+
   JXHBAG reader_ = JXHB_NONE;
   JXHBAG writer_ = JXHB_NONE;
 };

@@ -45,7 +45,7 @@ Reply readBag(JXHBAG bag) {
   return r;
 }
 
-Executed execute(int32_t hconn, int32_t command, const Items &items) {
+Executed execute(int32_t hconn, int32_t command, const Items &items, int32_t replyq) {
   Bag request(JXBAG_ADMIN), response;
   for (const Item &i : items) {
     if (const int32_t *v = std::get_if<int32_t>(&i.value))
@@ -58,8 +58,7 @@ Executed execute(int32_t hconn, int32_t command, const Items &items) {
   Bag options;
   call(jxAddInteger, options.h, JXSEL_WAIT_INTERVAL, 10000);
   Executed e;
-  e.outcome =
-      call(jxExecute, hconn, command, options.h, request.h, response.h, int32_t(0), int32_t(0));
+  e.outcome = call(jxExecute, hconn, command, options.h, request.h, response.h, int32_t(0), replyq);
   int32_t n = 0;
   call(jxCountItems, response.h, JXSEL_REPLY_BAG, &n);
   for (int32_t i = 0; i < n; ++i) {

@@ -44,7 +44,8 @@ struct Executed {
   Outcome outcome;
   std::vector<Reply> replies;
 };
-Executed execute(int32_t hconn, int32_t command, const Items &items = {});
+// With `replyq`, the replies come to that open queue.
+Executed execute(int32_t hconn, int32_t command, const Items &items = {}, int32_t replyq = 0);
 
 // The reasons and replies of the events now on an event queue, taken off.
 std::vector<Reply> takeEvents(int32_t hconn, const char *queue);

@@ -242,6 +242,24 @@ TEST_F(CommandTest, ConnectionsListedAndOneStopped) {
   EXPECT_EQ(rc, JXRC_CONNECTION_BROKEN);
 }
 
+// Replies wait while their queue is full, and the command goes on as its
+// reader takes them.
+TEST_F(CommandTest, RepliesWaitForRoomOnTheirQueue) {
+  ok(JXCMD_CREATE_QUEUE,
+     {{JXCA_Q_NAME, std::string("SMALL.RQ")}, {JXIA_Q_TYPE, JXQT_LOCAL}, {JXIA_MAX_Q_DEPTH, 2}});
+  const int32_t rq = qmtest::openQueue(h_, "SMALL.RQ", JXOO_INPUT_SHARED | JXOO_INQUIRE);
+  Executed e = execute(h_, JXCMD_INQUIRE_QUEUE_NAMES, {{JXCA_Q_NAME, std::string("SYSTEM.*")}});
+  const size_t count = e.replies.at(0).texts[JXSEL_QUEUE_NAMES].size();
+  e = execute(h_, JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, std::string("SYSTEM.*")}}, rq);
+  EXPECT_EQ(e.outcome, kOk);
+  ASSERT_EQ(e.replies.size(), count);
+  EXPECT_GT(count, 2u);
+  for (size_t i = 0; i < count; ++i) EXPECT_EQ(e.replies[i].sequence, int32_t(i + 1));
+  int32_t h = rq, cc, rc;
+  zstJXCLOSE(h_, &h, JXCO_NONE, &cc, &rc);
+  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, std::string("SMALL.RQ")}});
+}
+
 // Anything on the command queue that is no command is taken off; with a
 // reply-to queue it answers 4007 once. Type errors, repeats and missing
 // parameters need crafted requests, as an administration bag would not
