@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
-# Installs what building and testing need on a fresh Debian machine: the
-# packages listed in scripts/packages-*.txt, GoogleTest built for i386 and
-# OpenSSL's i386 libraries.
+# Installs what building needs on a fresh Debian machine: the packages
+# listed in scripts/packages-build.txt, GoogleTest built for i386 and
+# OpenSSL's i386 libraries; with --tests also those of
+# scripts/packages-test.txt, which only the test suites use.
+#   scripts/install-deps.sh [--tests]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 top=$(dirname "$here")
+lists=("$here/packages-build.txt")
+[ "${1:-}" = --tests ] && lists+=("$here/packages-test.txt")
 
-"$here/apt-install.sh" $(cat "$here"/packages-*.txt | sed 's/#.*//' | tr -s ' \n' '\n' | grep -v '^$' | sort -u)
+"$here/apt-install.sh" $(cat "${lists[@]}" | sed 's/#.*//' | tr -s ' \n' '\n' | grep -v '^$' | sort -u)
 
 # GoogleTest for i386: use an installed i386 build, else build the packaged
 # sources once into deps/gtest-i386.

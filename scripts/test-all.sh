@@ -14,7 +14,7 @@ for kind in "${kinds[@]}"; do
     *) echo "usage: $0 [native|i386|sanitize]..." >&2; exit 2 ;;
   esac
 done
-"$top/scripts/install-deps.sh" || exit 1
+"$top/scripts/install-deps.sh" --tests || exit 1
 
 passed=0; failed=0
 for kind in "${kinds[@]}"; do
