@@ -18,6 +18,9 @@ constexpr int64_t kRetryGetMs = 1000;  // after a get of the command queue faile
 constexpr int64_t kStallPollMs = 10;   // while a reply-to queue is full
 constexpr int64_t kStallMs = 30000;    // then the command's other replies are dropped
 constexpr const char *kApplName = "jxqmgr command server";
+// No command takes more values in one list (the attribute lists are the
+// longest); a request with a longer one is malformed.
+constexpr int32_t kMostListValues = 1024;
 
 AdminResult failure(int32_t reason) {
   return {JXCC_FAILED, reason, 0};
@@ -45,6 +48,7 @@ CommandRun::CommandRun(QueueManager &qm, PcfCodec &codec, const Identity &who, c
   PcfHeader header;
   std::vector<PcfParameter> given;
   const bool pcf = isAdminFormat(md) && md.Encoding == JXENC_NATIVE &&
+                   PcfCodec::listsWithin(data, kMostListValues) &&
                    codec_.decode(data, header, given) && header.type == JXPCF_TYPE_COMMAND;
   if (!pcf) {
     refuse(failure(JXRCCF_MSG_MALFORMED));

@@ -44,6 +44,26 @@ PcfCodec::~PcfCodec() {
   if (writer_ != JXHB_NONE) jxDeleteBag(&writer_, &cc, &rc);
 }
 
+// Walks the structures as far as their words lie inside the message; what
+// lies beyond is the reader's to refuse.
+bool PcfCodec::listsWithin(std::string_view bytes, int32_t most) {
+  if (bytes.size() < JXPCF_HEADER_LENGTH || word(bytes, kHeaderLengthAt) != JXPCF_HEADER_LENGTH)
+    return true;
+  size_t at = JXPCF_HEADER_LENGTH;
+  const int32_t count = word(bytes, kParameterCountAt);
+  for (int32_t k = 0; k < count && at + JXPCF_STRING_LIST_FIXED <= bytes.size(); ++k) {
+    const int32_t type = word(bytes, at + kStrucTypeAt);
+    const int32_t values = type == JXPCF_TYPE_INTEGER_LIST  ? word(bytes, at + kIntListCountAt)
+                           : type == JXPCF_TYPE_STRING_LIST ? word(bytes, at + kStrListCountAt)
+                                                            : 1;
+    if (values > most) return false;
+    const int32_t length = word(bytes, at + kStrucLengthAt);
+    if (length <= 0) return true;
+    at += static_cast<size_t>(length);
+  }
+  return true;
+}
+
 bool PcfCodec::decode(std::string_view bytes, PcfHeader &header,
                       std::vector<PcfParameter> &parameters) {
   parameters.clear();

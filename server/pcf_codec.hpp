@@ -43,6 +43,10 @@ class PcfCodec {
 
   // Reads a whole message; false when it is no well-formed PCF message.
   bool decode(std::string_view bytes, PcfHeader &header, std::vector<PcfParameter> &parameters);
+  // Whether no list of the message counts more than `most` values. A list
+  // of empty strings may count any number in a few bytes, and reading it
+  // adds every one: a request is checked before it is read.
+  static bool listsWithin(std::string_view bytes, int32_t most);
   // Writes a message: integer selectors (up to JXSEL_INT_LAST) as integers,
   // the others as strings; a selector given more than once becomes a list.
   // A reason (0 when written).
