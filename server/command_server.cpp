@@ -18,6 +18,10 @@ constexpr int64_t kRetryGetMs = 1000;  // after a get of the command queue faile
 constexpr int64_t kStallPollMs = 10;   // while a reply-to queue is full
 constexpr int64_t kStallMs = 30000;    // then the command's other replies are dropped
 constexpr const char *kApplName = "jxqmgr command server";
+// Far more than any command needs (every attribute with the longest values
+// fits in a few KiB): a larger message is refused before it is read, so a
+// hostile one cannot keep the loop busy.
+constexpr size_t kMaxRequestLength = 64 * 1024;
 
 AdminResult failure(int32_t reason) {
   return {JXCC_FAILED, reason, 0};
@@ -45,7 +49,8 @@ CommandRun::CommandRun(QueueManager &qm, PcfCodec &codec, const Identity &who, c
   PcfHeader header;
   std::vector<PcfParameter> given;
   const bool pcf = isAdminFormat(md) && md.Encoding == JXENC_NATIVE &&
-                   codec_.decode(data, header, given) && header.type == JXPCF_TYPE_COMMAND;
+                   data.size() <= kMaxRequestLength && codec_.decode(data, header, given) &&
+                   header.type == JXPCF_TYPE_COMMAND;
   if (!pcf) {
     refuse(failure(JXRCCF_MSG_MALFORMED));
     return;

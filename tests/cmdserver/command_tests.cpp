@@ -280,6 +280,7 @@ TEST_F(CommandTest, RawRequestsAndTheirReplies) {
        JXRCCF_MSG_MALFORMED, kNoParameter},
       {Msg().raw("not a command at all, just text"), JXFMT_ADMIN, JXENC_NATIVE,
        JXRCCF_MSG_MALFORMED, kNoParameter},
+      {Msg(ping).fill(64 * 1024, 0), JXFMT_ADMIN, JXENC_NATIVE, JXRCCF_MSG_MALFORMED, kNoParameter},
       {Msg(name).integer(JXCA_Q_NAME, 5), JXFMT_ADMIN, JXENC_NATIVE, JXRCCF_PARM_TYPE, JXCA_Q_NAME},
       {Msg(name).stringList(JXCA_Q_NAME, 4, {"A", "B"}), JXFMT_ADMIN, JXENC_NATIVE,
        JXRCCF_PARM_TYPE, JXCA_Q_NAME},
