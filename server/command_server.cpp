@@ -240,7 +240,7 @@ int64_t CommandServer::turn(int64_t nowMs) {
   if (retryAtMs_ >= 0 && nowMs >= retryAtMs_) {
     retryAtMs_ = -1;
     askForRequest();
-  } else if (!arrived_) {
+  } else if (retryAtMs_ < 0 && !arrived_) {
     askForRequest();
   }
   if (arrived_) return 0;
