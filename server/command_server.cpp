@@ -21,6 +21,10 @@ constexpr const char *kApplName = "jxqmgr command server";
 // No command takes more values in one list (the attribute lists are the
 // longest); a request with a longer one is malformed.
 constexpr int32_t kMostListValues = 1024;
+// Far more than any command needs (every attribute with the longest values
+// fits in a few KiB): a larger message is refused before it is read, so a
+// hostile one cannot keep the loop busy.
+constexpr size_t kMaxRequestLength = 64 * 1024;
 
 AdminResult failure(int32_t reason) {
   return {JXCC_FAILED, reason, 0};
@@ -48,6 +52,7 @@ CommandRun::CommandRun(QueueManager &qm, PcfCodec &codec, const Identity &who, c
   PcfHeader header;
   std::vector<PcfParameter> given;
   const bool pcf = isAdminFormat(md) && md.Encoding == JXENC_NATIVE &&
+                   data.size() <= kMaxRequestLength &&
                    PcfCodec::listsWithin(data, kMostListValues) &&
                    codec_.decode(data, header, given) && header.type == JXPCF_TYPE_COMMAND;
   if (!pcf) {
@@ -239,7 +244,7 @@ int64_t CommandServer::turn(int64_t nowMs) {
   if (retryAtMs_ >= 0 && nowMs >= retryAtMs_) {
     retryAtMs_ = -1;
     askForRequest();
-  } else if (!arrived_) {
+  } else if (retryAtMs_ < 0 && !arrived_) {
     askForRequest();
   }
   if (arrived_) return 0;

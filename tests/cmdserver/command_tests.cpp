@@ -4,6 +4,7 @@
 // no command, and a queue manager without (or having stopped) its server.
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -280,6 +281,7 @@ TEST_F(CommandTest, RawRequestsAndTheirReplies) {
        JXRCCF_MSG_MALFORMED, kNoParameter},
       {Msg().raw("not a command at all, just text"), JXFMT_ADMIN, JXENC_NATIVE,
        JXRCCF_MSG_MALFORMED, kNoParameter},
+      {Msg(ping).fill(64 * 1024, 0), JXFMT_ADMIN, JXENC_NATIVE, JXRCCF_MSG_MALFORMED, kNoParameter},
       {Msg(name).integer(JXCA_Q_NAME, 5), JXFMT_ADMIN, JXENC_NATIVE, JXRCCF_PARM_TYPE, JXCA_Q_NAME},
       {Msg(name).stringList(JXCA_Q_NAME, 4, {"A", "B"}), JXFMT_ADMIN, JXENC_NATIVE,
        JXRCCF_PARM_TYPE, JXCA_Q_NAME},
@@ -319,6 +321,27 @@ TEST_F(CommandTest, RawRequestsAndTheirReplies) {
   EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_STATUS, {{JXCA_Q_NAME, std::string(JXQ_ADMIN_COMMAND)}})
                 .number(JXIA_CURRENT_Q_DEPTH),
             0);
+}
+
+// A command queue that refuses gets holds requests until it allows them
+// again: the server tries its get again, a second later.
+TEST_F(CommandTest, InhibitedGetsHoldRequestsUntilAllowed) {
+  const Items inhibit = {{JXCA_Q_NAME, std::string(JXQ_ADMIN_COMMAND)},
+                         {JXIA_Q_TYPE, JXQT_LOCAL},
+                         {JXIA_INHIBIT_GET, 1}};
+  ok(JXCMD_CHANGE_QUEUE, inhibit);
+  Outcome ping;
+  std::atomic<bool> answered{false};
+  std::thread waiting([&] {
+    ping = execute(h_, JXCMD_PING_QMGR).outcome;
+    answered = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_FALSE(answered) << "answered while gets were inhibited";
+  auto r = qmtest::jxqm({"alter", qm()->name(), JXQ_ADMIN_COMMAND, "--inhibit-get", "0"});
+  EXPECT_EQ(r.status, 0) << r.out;
+  waiting.join();
+  EXPECT_EQ(ping, kOk);
 }
 
 // Without its server, or once its connection was stopped, jxExecute finds
