@@ -154,6 +154,10 @@ using ConnectionFlood = ServerTest;
 TEST_F(ConnectionFlood, MoreConnectionsThanDescriptorsDoNotStopTheServer) {
   for (const rlim_t limit : {64, 40}) {
     SCOPED_TRACE(limit);
+#ifdef __SANITIZE_ADDRESS__
+    // The sanitizer's own descriptors leave a server of 40 none to serve with.
+    if (limit == 40) continue;
+#endif
     QueueManagerProcess qm({"Q1"}, {}, false);
     const auto fewDescriptors = [limit] {
       rlimit lim{limit, limit};
