@@ -114,23 +114,11 @@ TEST_F(CommandTest, ConfigurationEventsWhileSwitchedOn) {
   }
 }
 
-int freePort() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in sa{};
-  sa.sin_family = AF_INET;
-  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa);
-  socklen_t len = sizeof sa;
-  getsockname(fd, reinterpret_cast<sockaddr *>(&sa), &len);
-  close(fd);
-  return ntohs(sa.sin_port);
-}
-
 // Authority comes from the identity the queue manager stamped on the
 // request, never from what the client wrote.
 TEST(CommandAuthority, UserWithoutAdministratorRight) {
   if (!qmtest::serverAvailable()) GTEST_SKIP() << "no native jxqmgr";
-  const std::string where = "127.0.0.1:" + std::to_string(freePort());
+  const std::string where = qmtest::freeTcpAddress();
   qmtest::QueueManagerProcess qm({"Q1"}, {"--listen", where});
   ASSERT_EQ(qmtest::jxqm({"adduser", qm.name(), "bob"}, "b0b-secret\n").status, 0);
   JXCNO cno = JXCNO_DEFAULT;

@@ -57,22 +57,9 @@ std::string logText(const std::string &qmgr) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-int freePort() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in sa{};
-  sa.sin_family = AF_INET;
-  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa);
-  socklen_t len = sizeof sa;
-  getsockname(fd, reinterpret_cast<sockaddr *>(&sa), &len);
-  close(fd);
-  return ntohs(sa.sin_port);
-}
-
 // A TCP connect's reason.
-int32_t tcpLogin(int port, const std::string &user, const std::string &password) {
+int32_t tcpLogin(const std::string &where, const std::string &user, const std::string &password) {
   JXCNO cno = JXCNO_DEFAULT;
-  const std::string where = "127.0.0.1:" + std::to_string(port);
   std::strncpy(cno.ConnectionName, where.c_str(), sizeof cno.ConnectionName - 1);
   std::strncpy(cno.UserId, user.c_str(), sizeof cno.UserId - 1);
   std::strncpy(cno.Password, password.c_str(), sizeof cno.Password - 1);
@@ -339,9 +326,8 @@ TEST_F(HostilePeers, AThousandIdleConnections) {
 // not stall a working client, and each failure from their address holds
 // the next check back longer.
 TEST_F(HostilePeers, PasswordGuessingIsHeldBackOffTheLoop) {
-  const int port = freePort();
-  QueueManagerProcess qm(
-      {"Q1"}, {"--listen", "127.0.0.1:" + std::to_string(port), "--login-delay-ms", "100"});
+  const std::string where = freeTcpAddress();
+  QueueManagerProcess qm({"Q1"}, {"--listen", where, "--login-delay-ms", "100"});
   ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
   auto probe = std::make_unique<Probe>(qm.name());
   const long rss0 = rssKb(qm.pid());
@@ -351,7 +337,7 @@ TEST_F(HostilePeers, PasswordGuessingIsHeldBackOffTheLoop) {
   std::vector<std::thread> guessers;
   for (int i = 0; i < 8; ++i)
     guessers.emplace_back([&] {
-      while (!stop) (tcpLogin(port, "alice", "guess") == JXRC_NOT_AUTHORIZED ? refused : other)++;
+      while (!stop) (tcpLogin(where, "alice", "guess") == JXRC_NOT_AUTHORIZED ? refused : other)++;
     });
   for (int i = 0; i < 500 && refused < 3; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -360,7 +346,7 @@ TEST_F(HostilePeers, PasswordGuessingIsHeldBackOffTheLoop) {
   // The failures so far hold this check back by at least the delay's
   // first doublings.
   auto t0 = Clock::now();
-  EXPECT_EQ(tcpLogin(port, "alice", "guess"), JXRC_NOT_AUTHORIZED);
+  EXPECT_EQ(tcpLogin(where, "alice", "guess"), JXRC_NOT_AUTHORIZED);
   const double heldMs = msSince(t0);
   stop = true;
   // The guessers' checks held back for seconds end with the queue manager.
@@ -377,15 +363,14 @@ TEST_F(HostilePeers, PasswordGuessingIsHeldBackOffTheLoop) {
 // A refusal takes as long for a user the queue manager does not know as
 // for one it knows with a wrong password.
 TEST_F(HostilePeers, RefusalsTakeAsLongForUnknownUsers) {
-  const int port = freePort();
-  QueueManagerProcess qm(
-      {"Q1"}, {"--listen", "127.0.0.1:" + std::to_string(port), "--login-delay-ms", "0"});
+  const std::string where = freeTcpAddress();
+  QueueManagerProcess qm({"Q1"}, {"--listen", where, "--login-delay-ms", "0"});
   ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
   auto median = [&](const char *user) {
     std::vector<double> ms;
     for (int i = 0; i < 5; ++i) {
       auto t0 = Clock::now();
-      EXPECT_EQ(tcpLogin(port, user, "wrong"), JXRC_NOT_AUTHORIZED);
+      EXPECT_EQ(tcpLogin(where, user, "wrong"), JXRC_NOT_AUTHORIZED);
       ms.push_back(msSince(t0));
     }
     std::sort(ms.begin(), ms.end());
