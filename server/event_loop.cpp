@@ -433,6 +433,11 @@ int EventLoop::finishTurn() {
       touched(*l);  // replies that wait for the next turn's commit
   }
   touched_.erase(touched_.begin(), touched_.begin() + static_cast<std::ptrdiff_t>(count));
+  // A reply the peer left unread above started its time limit after the
+  // deadlines were looked at: without it in the wait, an idle loop would
+  // sleep past it and end the peer only when some event came.
+  if (!frameDeadlines_.empty() && (next < 0 || frameDeadlines_.front().deadlineMs < next))
+    next = frameDeadlines_.front().deadlineMs;
   if (!touched_.empty() || anyRunnable()) return 0;
   if (next < 0) return -1;
   int64_t wait = next - QueueManager::nowMs();

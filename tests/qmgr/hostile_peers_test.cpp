@@ -229,11 +229,6 @@ Reply exchange(int fd, jxqp::Op op, const Request &request) {
 // is ended once the frame time limit has passed, and the reply's memory
 // goes back.
 TEST_F(HostilePeers, UnreadRepliesAreEndedInTime) {
-#if defined(JX_ADDRESS_SANITIZER)
-  // Open: under the sanitizers the queue manager does not end this
-  // connection at all (the native build does, within the limit).
-  GTEST_SKIP() << "the sanitizer build's queue manager keeps the unread reply";
-#endif
   QueueManagerProcess qm({"Q1"}, {"--frame-timeout-ms", "700"});
   Probe probe(qm.name());
   const long rss0 = rssKb(qm.pid());
