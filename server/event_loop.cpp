@@ -325,7 +325,8 @@ bool EventLoop::readFrom(ClientLink &l) {
   bool alive = true;
   for (int rounds = 0; rounds < kReadRounds && alive; ++rounds) {
     ssize_t n = l.transport()->receive(buf, sizeof buf);
-    if (n == 0 || n == Transport::kFailed) return false;
+    if (n == 0) return false;
+    if (n == Transport::kFailed) return failed(l);
     if (n == Transport::kWouldBlock) break;
     alive = l.receive(buf, static_cast<size_t>(n), now);
     if (static_cast<size_t>(n) < sizeof buf) break;
@@ -336,13 +337,21 @@ bool EventLoop::readFrom(ClientLink &l) {
   return alive;
 }
 
+// The transport failed: says why when that is worth a line. Always false.
+bool EventLoop::failed(ClientLink &l) {
+  const std::string &why = l.transport()->failure();
+  if (!why.empty())
+    logAbout(l, "connection " + std::to_string(l.id()) + " (" + l.peer().description + "): " + why);
+  return false;
+}
+
 // Writes pending output; false when the peer has gone.
 bool EventLoop::writeTo(ClientLink &l) {
   const size_t end = l.writable();
   while (l.outOff < end) {
     ssize_t n = l.transport()->send(l.out.data() + l.outOff, end - l.outOff);
     if (n == Transport::kWouldBlock) break;
-    if (n < 0) return false;
+    if (n < 0) return failed(l);
     l.outOff += static_cast<size_t>(n);
   }
   bool pending = l.outOff < l.writable();

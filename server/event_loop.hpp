@@ -75,6 +75,7 @@ class EventLoop final : public LinkOwner {
   void stopSignalled();
   bool readFrom(ClientLink &link);
   bool writeTo(ClientLink &link);
+  bool failed(ClientLink &link);
   bool watchOutput(ClientLink &link);
   void drop(uint32_t id);
   ClientLink *link(uint32_t id);

@@ -85,10 +85,20 @@ TlsTransport::~TlsTransport() {
 
 ssize_t TlsTransport::blocked(int ret, bool &waitsForRoom) {
   const int e = SSL_get_error(ssl_, ret);
-  ERR_clear_error();
   waitsForRoom = e == SSL_ERROR_WANT_WRITE;
-  if (e == SSL_ERROR_WANT_READ || e == SSL_ERROR_WANT_WRITE) return kWouldBlock;
-  if (e == SSL_ERROR_ZERO_RETURN) return 0;
+  if (e == SSL_ERROR_WANT_READ || e == SSL_ERROR_WANT_WRITE || e == SSL_ERROR_ZERO_RETURN) {
+    ERR_clear_error();
+    return e == SSL_ERROR_ZERO_RETURN ? 0 : kWouldBlock;
+  }
+  // A peer that cannot or will not complete the handshake is worth a line
+  // (the loop limits how many); a session's end after it is only its end.
+  if (SSL_is_init_finished(ssl_))
+    ERR_clear_error();
+  else if (e == SSL_ERROR_SYSCALL && ERR_peek_error() == 0)
+    failure_ = std::string("TLS handshake failed: ") +
+               (errno ? std::strerror(errno) : "the peer closed the connection");
+  else
+    failure_ = opensslError("TLS handshake failed");
   return kFailed;
 }
 

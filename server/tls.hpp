@@ -47,6 +47,7 @@ class TlsTransport final : public Transport {
   ssize_t receive(void *buffer, size_t length) override;
   ssize_t send(const void *data, size_t length) override;
   bool receiveWaitsForRoom() const override { return receiveWaitsForRoom_; }
+  const std::string &failure() const override { return failure_; }
 
  private:
   // Maps a failed call's outcome; `waitsForRoom` is set when the session
@@ -56,6 +57,7 @@ class TlsTransport final : public Transport {
   SSL *ssl_;
   int fd_;
   bool receiveWaitsForRoom_ = false;
+  std::string failure_;
 };
 
 }  // namespace jxqm

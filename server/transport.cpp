@@ -7,6 +7,11 @@
 
 namespace jxqm {
 
+const std::string &Transport::failure() const {
+  static const std::string none;
+  return none;
+}
+
 SocketTransport::~SocketTransport() {
   close(fd_);
 }

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <string>
 
 namespace jxqm {
 
@@ -24,6 +25,9 @@ class Transport {
   // bytes of the transport's own (a handshake's): the loop then watches for
   // room and receives again when there is some.
   virtual bool receiveWaitsForRoom() const { return false; }
+  // Why the last kFailed came, when it is worth a line in the log (a TLS
+  // handshake's failure); empty otherwise.
+  virtual const std::string &failure() const;
 };
 
 // A connected, non-blocking stream socket; closed with the transport.

@@ -3,7 +3,10 @@
 // the server's resident memory and another client's put+get round trips
 // before and while it runs (printed, as timing is the benchmarks' to judge);
 // memory is held to generous bounds.
+#include <arpa/inet.h>
 #include <netinet/in.h>
+#include <openssl/ssl.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -261,6 +264,117 @@ TEST_F(HostilePeers, UnreadRepliesAreEndedInTime) {
   close(fd);
   std::printf("[ figures  ] a 4 MiB reply left unread: server RSS %ld -> %ld KiB\n", rss0, rss1);
   EXPECT_NE(logText(qm.name()).find("reply not read within 700 ms"), std::string::npos);
+  probe.measure(5);
+}
+
+// A TCP peer: its socket and, once its handshake is through, its session.
+struct TlsPeer {
+  int fd = -1;
+  SSL *ssl = nullptr;
+  ~TlsPeer() {
+    SSL_free(ssl);
+    if (fd >= 0) close(fd);
+  }
+};
+
+// A handshake record carrying the start of a ClientHello that announces
+// `length` bytes, `sent` of which follow in records of the largest size.
+std::vector<uint8_t> clientHelloStart(uint32_t length, size_t sent) {
+  std::vector<uint8_t> body = {1, uint8_t(length >> 16), uint8_t(length >> 8), uint8_t(length)};
+  body.resize(4 + sent, 0x42);
+  std::vector<uint8_t> out;
+  for (size_t at = 0; at < body.size(); at += 16384) {
+    const size_t n = std::min<size_t>(16384, body.size() - at);
+    out.insert(out.end(), {0x16, 0x03, 0x01, uint8_t(n >> 8), uint8_t(n)});
+    out.insert(out.end(), body.begin() + at, body.begin() + at + n);
+  }
+  return out;
+}
+
+jxqp::Bytes withPart(jxqp::Bytes frame, size_t part) {
+  frame.resize(frame.size() + part, 'x');
+  return frame;
+}
+
+// What a hostile TCP peer does: in clear, or inside TLS after its
+// handshake (and a hello as alice, answered, when `hello`); then it stalls.
+struct TlsMisdeed {
+  const char *name;
+  bool handshake, hello;
+  std::vector<uint8_t> bytes;
+  const char *logged;  // the queue manager's line about it
+};
+
+// Behind TLS the limits are those of the local socket, and a handshake
+// pins no more than the hello time limit allows: each misdeed, done by
+// 16 peers at once, ends them within the limits (the sockets give up after
+// 5 s), holds bounded memory, and is logged.
+TEST_F(HostilePeers, TheLimitsHoldBehindTls) {
+  signal(SIGPIPE, SIG_IGN);  // a refused peer's writes meet the close
+  const std::string where = freeTcpAddress();
+  QueueManagerProcess qm({"Q1"}, {"--listen", where, "--hello-timeout", "2", "--frame-timeout-ms",
+                                  "700", "--buffer-budget-mb", "4", "--peer-log-lines", "0"});
+  ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
+  jxqp::Writer hello;
+  jxqp::HelloRequest request;
+  request.user = "alice";
+  request.password = "s3cret-pw";
+  jxqp::encode(hello, request);
+  const jxqp::Bytes helloFrame = jxqp::frame(static_cast<uint8_t>(jxqp::Op::Hello), hello);
+  const TlsMisdeed misdeeds[] = {
+      {"a 4 MiB frame announced before the hello", true, false,
+       withPart(header(jxqp::Op::Hello, kBigFrame), 65536), "before the hello (at most 4096)"},
+      {"a frame stalled after the hello", true, true, withPart(header(jxqp::Op::Put, 8192), 100),
+       "frame not complete within 700 ms"},
+      {"a frame beyond the buffer budget", true, true,
+       withPart(header(jxqp::Op::Put, kBigFrame), 65536), "refused: connections' buffers hold"},
+      {"a 128 KiB ClientHello begun and stalled", false, false, clientHelloStart(131000, 120000),
+       "no hello in time"},
+      {"a ClientHello larger than a handshake may be", false, false,
+       clientHelloStart(1u << 20, 32768), "TLS handshake failed"},
+  };
+  SSL_CTX *ctx = SSL_CTX_new(TLS_client_method());
+  ASSERT_NE(ctx, nullptr);
+  Probe probe(qm.name());
+  const size_t colon = where.rfind(':');
+  sockaddr_in sa{};
+  sa.sin_family = AF_INET;
+  sa.sin_port = htons(static_cast<uint16_t>(std::atoi(where.c_str() + colon + 1)));
+  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  for (const TlsMisdeed &m : misdeeds) {
+    SCOPED_TRACE(m.name);
+    const long rss0 = rssKb(qm.pid());
+    std::vector<std::unique_ptr<TlsPeer>> peers;
+    for (int i = 0; i < 16; ++i) {
+      auto &p = *peers.emplace_back(std::make_unique<TlsPeer>());
+      p.fd = socket(AF_INET, SOCK_STREAM, 0);
+      ASSERT_EQ(::connect(p.fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa), 0);
+      timeval tv{5, 0};
+      setsockopt(p.fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+      if (m.handshake) {
+        p.ssl = SSL_new(ctx);
+        SSL_set_fd(p.ssl, p.fd);
+        ASSERT_EQ(SSL_connect(p.ssl), 1);
+      }
+      if (m.hello) {
+        uint8_t reply[512];
+        ASSERT_EQ(SSL_write(p.ssl, helloFrame.data(), int(helloFrame.size())),
+                  int(helloFrame.size()));
+        ASSERT_GT(SSL_read(p.ssl, reply, sizeof reply), 12);
+      }
+      // Refused peers may meet the close part-way.
+      if (p.ssl)
+        SSL_write(p.ssl, m.bytes.data(), int(m.bytes.size()));
+      else
+        send(p.fd, m.bytes.data(), m.bytes.size(), MSG_NOSIGNAL);
+    }
+    const long rss1 = rssKb(qm.pid());
+    for (auto &p : peers) EXPECT_TRUE(closedByServer(p->fd));
+    std::printf("[ figures  ] TLS, 16 peers, %s: server RSS %ld -> %ld KiB\n", m.name, rss0, rss1);
+    EXPECT_LT(rss1 - rss0, 16 * 1024) << "KiB held";
+    EXPECT_NE(logText(qm.name()).find(m.logged), std::string::npos);
+  }
+  SSL_CTX_free(ctx);
   probe.measure(5);
 }
 
