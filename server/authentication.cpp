@@ -20,22 +20,35 @@ Login beginLogin(Store &store, const PeerAddress &peer, const jxqp::HelloRequest
     login.needsPassword = true;
     login.user = std::string(hello.user);
     login.password = std::string(hello.password);
-    login.known = !login.user.empty() && store.findUser(login.user, login.hash, login.authority);
+    const Lookup found = login.user.empty()
+                             ? Lookup::Missing
+                             : store.findUser(login.user, login.hash, login.authority);
     // A user with no password (one authorised only locally) is no TCP user.
-    if (login.hash.empty()) login.known = false;
+    login.known = found == Lookup::Found && !login.hash.empty();
     if (!login.known) login.hash = dummyPasswordHash();
+    if (found == Lookup::Failed) login.storeError = store.lastError();
   } else {
     login.user = userName(peer.uid);
     login.known = true;
-    if (peer.uid == geteuid())
+    if (peer.uid == geteuid()) {
       login.authority = kAuthAdmin;
-    else if (!store.findUser(login.user, login.hash, login.authority))
-      login.authority = kAuthNone;
+    } else {
+      const Lookup found = store.findUser(login.user, login.hash, login.authority);
+      if (found != Lookup::Found) login.authority = kAuthNone;
+      if (found == Lookup::Failed) login.storeError = store.lastError();
+    }
   }
+  // A store that cannot say who the user is refuses the login; no password
+  // check would change that.
+  if (!login.storeError.empty()) login.needsPassword = false;
   return login;
 }
 
 int32_t finishLogin(const Login &login, bool matched, Identity &who, std::string &why) {
+  if (!login.storeError.empty()) {
+    why = "cannot look up user '" + login.user + "': " + login.storeError;
+    return JXRC_RESOURCE_PROBLEM;
+  }
   if (login.needsPassword && (!login.known || !matched)) {
     why = "refused user '" + login.user + "': bad user or password";
     return JXRC_NOT_AUTHORIZED;

@@ -34,10 +34,12 @@ struct Login {
   bool known = false;
   std::string user, password, hash;
   int32_t authority = kAuthNone;
+  std::string storeError;  // the credential store could not be read: 2102
 };
 Login beginLogin(Store &store, const PeerAddress &peer, const jxqp::HelloRequest &hello);
-// A reason: 0 with `who` filled in, or JXRC_NOT_AUTHORIZED (with `why` for
-// the log). `matched` is the password's verdict (ignored when none was needed).
+// A reason: 0 with `who` filled in, or JXRC_NOT_AUTHORIZED or
+// JXRC_RESOURCE_PROBLEM (with `why` for the log). `matched` is the password's verdict (ignored when
+// none was needed).
 int32_t finishLogin(const Login &login, bool matched, Identity &who, std::string &why);
 // Both halves at once, for a link that no event loop runs.
 int32_t authenticate(Store &store, const PeerAddress &peer, const jxqp::HelloRequest &hello,

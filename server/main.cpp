@@ -14,7 +14,7 @@
 // PeerLimits' values. TCP connections are TLS 1.3, with the certificate
 // and key in the queue manager's folder (qm.crt, qm.key).
 //
-// JX_STORE_FAULT (write:N, commit:N or full:N, store.hpp) makes the store
+// JX_STORE_FAULT (write:N, commit:N, full:N or read:N, store.hpp) makes the store
 // fail on purpose, for tests.
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -199,16 +199,19 @@ int main(int argc, char **argv) {
   if (const char *fault = getenv("JX_STORE_FAULT")) {
     jxqm::StoreFault f;
     if (!jxqm::StoreFault::parse(fault, f))
-      return die(std::string("JX_STORE_FAULT is write:N, commit:N or full:N, not '") + fault + "'",
-                 2);
+      return die(
+          std::string("JX_STORE_FAULT is write:N, commit:N, full:N or read:N, not '") + fault + "'",
+          2);
     store.inject(f);
   }
   store.reserveAt(std::string(jxqp::kDbFile) + "-reserve");
   std::string err;
   if (!store.open(jxqp::kDbFile, false, err)) return die("cannot open database: " + err);
   // A folder copied or renamed by hand would serve the wrong queue manager.
-  if (store.meta("name") != name)
-    return die("database belongs to queue manager '" + store.meta("name") + "', not " + name, 2);
+  std::string owner;
+  if (!store.meta("name", owner)) return die("cannot read database: " + store.lastError());
+  if (owner != name)
+    return die("database belongs to queue manager '" + owner + "', not " + name, 2);
   jxqm::QueueManager qm(name, store);
   if (!qm.load()) return 1;
 

@@ -77,10 +77,13 @@ void QueueManager::log(const std::string &line) const {
 
 bool QueueManager::load() {
   std::vector<QueueDef> defs;
-  if (!store_.loadQueues(defs) || !store_.loadSettings(settings_)) {
+  std::string created;
+  if (!store_.meta("created", created) || !store_.loadQueues(defs) ||
+      !store_.loadSettings(settings_)) {
     log("cannot load definitions: " + store_.lastError());
     return false;
   }
+  createdMs_ = std::atoll(created.c_str()) * 1000;
   for (auto &d : defs) {
     auto q = std::make_shared<Queue>();
     q->def = std::move(d);
@@ -331,10 +334,9 @@ AttrValue QueueManager::value(const Attribute &a) const {
     case JXCA_Q_MGR_NAME:
       return text(a, name_);
     case JXCA_CREATION_DATE:
-    case JXCA_CREATION_TIME: {
-      int64_t created = std::atoll(store_.meta("created").c_str()) * 1000;
-      return text(a, a.selector == JXCA_CREATION_DATE ? dateText(created) : timeText(created));
-    }
+    case JXCA_CREATION_TIME:
+      return text(a,
+                  a.selector == JXCA_CREATION_DATE ? dateText(createdMs_) : timeText(createdMs_));
     case JXCA_START_DATE:
       return text(a, dateText(startMs_));
     case JXCA_START_TIME:

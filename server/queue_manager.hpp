@@ -237,6 +237,7 @@ class QueueManager {
 
  private:
   int64_t startMs_;
+  int64_t createdMs_ = 0;  // read once at load: it never changes
   std::string name_;
   char name48_[JX_Q_MGR_NAME_LENGTH] = {};
   Identity self_;

@@ -84,8 +84,10 @@ std::string column(sqlite3_stmt *s, int i) {
 }  // namespace
 
 bool StoreFault::parse(std::string_view text, StoreFault &out) {
-  static constexpr std::pair<std::string_view, Kind> kKinds[] = {
-      {"write:", Kind::Write}, {"commit:", Kind::Commit}, {"full:", Kind::Full}};
+  static constexpr std::pair<std::string_view, Kind> kKinds[] = {{"write:", Kind::Write},
+                                                                 {"commit:", Kind::Commit},
+                                                                 {"full:", Kind::Full},
+                                                                 {"read:", Kind::Read}};
   for (const auto &[prefix, kind] : kKinds) {
     if (!text.starts_with(prefix)) continue;
     const std::string_view number = text.substr(prefix.size());
@@ -201,6 +203,13 @@ bool Store::admitWrite(bool adds) {
   return true;
 }
 
+bool Store::admitRead() {
+  ++reads_;
+  if (fault_.kind == StoreFault::Kind::Read && reads_ == fault_.n)
+    return refuse(SQLITE_IOERR, "disk I/O error reading (injected)");
+  return true;
+}
+
 bool Store::exec(const char *sql) {
   char *msg = nullptr;
   if (sqlite3_exec(db_, sql, nullptr, nullptr, &msg) != SQLITE_OK) {
@@ -295,6 +304,7 @@ bool Store::loadQueues(std::vector<QueueDef> &out) {
   for (const Attribute *a : columns) sql += std::string(", ") + a->column;
   sql += " FROM queues ORDER BY name";
   sqlite3_stmt *s = nullptr;
+  if (!admitRead()) return false;
   if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) return fail();
   int rc;
   while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
@@ -362,6 +372,7 @@ bool Store::finishSavepoint(bool ok) {
 }
 
 bool Store::loadSettings(QMgrSettings &out) {
+  if (!admitRead()) return false;
   for (const Attribute *a : attributesOf(Object::QMgr)) {
     if (!a->stored()) continue;
     sqlite3_stmt *s = nullptr;
@@ -396,6 +407,7 @@ bool Store::saveSettings(const QMgrSettings &settings) {
 
 bool Store::loadMessages(const std::function<void(StoredMessage &&)> &each) {
   sqlite3_stmt *s = nullptr;
+  if (!admitRead()) return false;
   if (sqlite3_prepare_v2(
           db_,
           "SELECT id, queue, seq, md, data, expires, putter, authority FROM messages "
@@ -465,18 +477,25 @@ bool Store::setUser(std::string_view name, const std::string *hash, int32_t auth
   return ok || fail();
 }
 
-bool Store::findUser(std::string_view name, std::string &hash, int32_t &authority) {
+Lookup Store::findUser(std::string_view name, std::string &hash, int32_t &authority) {
   sqlite3_stmt *s = nullptr;
+  if (!admitRead()) return Lookup::Failed;
   if (sqlite3_prepare_v2(db_, "SELECT hash, authority FROM users WHERE name=?1", -1, &s, nullptr) !=
-      SQLITE_OK)
-    return fail();
-  bool found = bindText(s, 1, name) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW;
-  if (found) {
+      SQLITE_OK) {
+    fail();
+    return Lookup::Failed;
+  }
+  int rc = bindText(s, 1, name);
+  if (rc == SQLITE_OK) rc = sqlite3_step(s);
+  if (rc == SQLITE_ROW) {
     hash = column(s, 0);
     authority = sqlite3_column_int(s, 1);
   }
   sqlite3_finalize(s);
-  return found;
+  if (rc == SQLITE_ROW) return Lookup::Found;
+  if (rc == SQLITE_DONE) return Lookup::Missing;
+  fail();
+  return Lookup::Failed;
 }
 
 bool Store::deleteUser(std::string_view name) {
@@ -491,6 +510,7 @@ bool Store::deleteUser(std::string_view name) {
 
 bool Store::listUsers(std::vector<std::pair<std::string, int32_t>> &out) {
   sqlite3_stmt *s = nullptr;
+  if (!admitRead()) return false;
   if (sqlite3_prepare_v2(db_, "SELECT name, authority FROM users ORDER BY name", -1, &s, nullptr) !=
       SQLITE_OK)
     return fail();
@@ -512,14 +532,17 @@ bool Store::setMeta(std::string_view key, std::string_view value) {
   return ok || fail();
 }
 
-std::string Store::meta(std::string_view key) {
+bool Store::meta(std::string_view key, std::string &value) {
   sqlite3_stmt *s = nullptr;
-  std::string v;
+  value.clear();
+  if (!admitRead()) return false;
   if (sqlite3_prepare_v2(db_, "SELECT value FROM meta WHERE key=?1", -1, &s, nullptr) != SQLITE_OK)
-    return v;
-  if (bindText(s, 1, key) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW) v = column(s, 0);
+    return fail();
+  int rc = bindText(s, 1, key);
+  if (rc == SQLITE_OK) rc = sqlite3_step(s);
+  if (rc == SQLITE_ROW) value = column(s, 0);
   sqlite3_finalize(s);
-  return v;
+  return rc == SQLITE_ROW || rc == SQLITE_DONE || fail();
 }
 
 }  // namespace jxqm

@@ -33,14 +33,18 @@ struct StoredMessage {
 
 enum Authority : int32_t { kAuthNone = 0, kAuthConnect = 1, kAuthAdmin = 2 };
 
+// What a lookup found: a read that failed is not an answer.
+enum class Lookup { Found, Missing, Failed };
+
 // Faults the store makes on purpose, so that tests can reach every failure
 // path: jxqmgr reads one from JX_STORE_FAULT when it starts.
 //   write:N  the Nth write statement fails as an I/O error would
 //   commit:N the Nth commit fails (the transaction is rolled back)
 //   full:N   after N write statements the disk is full: every statement
 //            that adds data fails with SQLITE_FULL, removals go on
+//   read:N   the Nth read (a lookup or a load) fails as an I/O error would
 struct StoreFault {
-  enum class Kind { None, Write, Commit, Full };
+  enum class Kind { None, Write, Commit, Full, Read };
   Kind kind = Kind::None;
   int64_t n = 0;
   // False when `text` is not one of the forms above.
@@ -71,10 +75,10 @@ class Store {
   void reserveAt(std::string path);
   // False when there is no room for it: the store is full until there is.
   bool refillReserve();
-  // Writes and commits are counted from here.
+  // Reads, writes and commits are counted from here.
   void inject(const StoreFault &fault) {
     fault_ = fault;
-    writes_ = commits_ = 0;
+    reads_ = writes_ = commits_ = 0;
   }
   // The disk was full at the last attempt to add data: statements that add
   // data are refused until room comes back (checked at most once a second).
@@ -111,13 +115,14 @@ class Store {
   bool deleteMessage(int64_t id);
 
   bool setUser(std::string_view name, const std::string *hash, int32_t authority);
-  // false when the user is unknown; hash empty when none is set.
-  bool findUser(std::string_view name, std::string &hash, int32_t &authority);
+  // The hash is empty when none is set (Failed: lastError says why).
+  Lookup findUser(std::string_view name, std::string &hash, int32_t &authority);
   bool deleteUser(std::string_view name);
   bool listUsers(std::vector<std::pair<std::string, int32_t>> &out);
 
   bool setMeta(std::string_view key, std::string_view value);
-  std::string meta(std::string_view key);
+  // `value` is empty when the key is not set; false when the read failed.
+  bool meta(std::string_view key, std::string &value);
 
  private:
   bool exec(const char *sql);
@@ -125,6 +130,8 @@ class Store {
   // switch and refuses additions while the disk is full. `adds`: the
   // statement may need more room.
   bool admitWrite(bool adds);
+  // Every read passes here first: counts it for the fault switch.
+  bool admitRead();
   bool refuse(int code, const char *why);
   bool roomToSpare() const;
   bool step(sqlite3_stmt *s);
@@ -137,7 +144,7 @@ class Store {
   std::string err_;
   std::vector<sqlite3_stmt *> stmts_;
   StoreFault fault_;
-  int64_t writes_ = 0, commits_ = 0;
+  int64_t reads_ = 0, writes_ = 0, commits_ = 0;
   bool full_ = false;
   std::string reservePath_;
   int64_t nextRoomCheckMs_ = 0;

@@ -1,5 +1,5 @@
-// The store failing at each write, at each commit and on a full disk: the
-// caller hears 2102, the queue manager goes on serving, and after a restart
+// The store failing at each write, at each commit, at each read and on a
+// full disk: the caller hears 2102, the queue manager goes on serving, and after a restart
 // (a stop or a kill -9) exactly the messages and queues whose calls
 // succeeded are there. Faults come from JX_STORE_FAULT (store.hpp).
 #include <jx/jxai.h>
@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -253,6 +255,54 @@ TEST_F(Durability, EveryFailingWriteAndCommitIsReportedAndTakenBack) {
       EXPECT_LE(n, kMaxFaults) << "the scenario never ran whole";
     }
   }
+}
+
+// The Nth read fails, N = 1, 2, ...: a start that meets it stops, saying
+// why; a login that meets it is refused with 2102, not as a user the store
+// does not know, and the next login goes through.
+TEST_F(Durability, EveryFailingReadIsReported) {
+  const std::string where = freeTcpAddress();
+  QueueManagerProcess qm(kQueues, {}, false);
+  ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
+  setenv("JX_TLS_TRUST", certificateFile(qm.name()).c_str(), 1);
+  const std::string logFile = qmgrDir(qm.name()) + "/qm.log";
+  auto login = [&] {
+    JXCNO cno = JXCNO_DEFAULT;
+    std::strncpy(cno.ConnectionName, where.c_str(), sizeof cno.ConnectionName - 1);
+    std::strncpy(cno.UserId, "alice", sizeof cno.UserId - 1);
+    std::strncpy(cno.Password, "s3cret-pw", sizeof cno.Password - 1);
+    char name[JX_Q_MGR_NAME_LENGTH] = {};
+    int32_t h = 0, cc, rc;
+    zstJXCONNX(name, &cno, &h, &cc, &rc, 0);
+    if (rc == JXRC_NONE) disconnect(h);
+    return rc;
+  };
+  int n = 1, failedStarts = 0;
+  for (; n <= kMaxFaults; ++n) {
+    SCOPED_TRACE("read fault at " + std::to_string(n));
+    const auto logged = std::filesystem::exists(logFile) ? std::filesystem::file_size(logFile) : 0;
+    setenv("JX_STORE_FAULT", ("read:" + std::to_string(n)).c_str(), 1);
+    const ToolResult started = jxqm({"start", qm.name(), "--listen", where});
+    unsetenv("JX_STORE_FAULT");
+    if (started.status != 0) {
+      std::ifstream in(logFile);
+      in.seekg(static_cast<std::streamoff>(logged));
+      const std::string why{std::istreambuf_iterator<char>(in), {}};
+      EXPECT_NE(why.find("(injected)"), std::string::npos) << why;
+      ++failedStarts;
+      continue;
+    }
+    const int32_t first = login();
+    if (first != JXRC_NONE) {
+      EXPECT_EQ(first, JXRC_RESOURCE_PROBLEM);
+      EXPECT_EQ(login(), JXRC_NONE);
+    }
+    ASSERT_TRUE(qm.stop());
+    if (first == JXRC_NONE) break;
+  }
+  EXPECT_GT(failedStarts, 0);
+  EXPECT_GT(n, failedStarts + 1) << "no login met the fault";
+  EXPECT_LE(n, kMaxFaults) << "the logins never ran whole";
 }
 
 // Several clients share each commit; when one fails every client in it
