@@ -42,6 +42,7 @@ std::string errnoText(const char *call) {
 EventLoop::EventLoop(QueueManager &qm, Options options)
     : qm_(qm),
       opt_(options),
+      pollWindow_(options.pollUs),
       budget_(options.limits.bufferBudget),
       peerLog_(options.limits.logLinesPerMinute, [&qm](const std::string &l) { qm.log(l); }),
       penalties_(options.limits.loginDelayMs),
@@ -152,17 +153,30 @@ bool EventLoop::run() {
 // send the wake-up of this thread, which on a virtual machine is an
 // interrupt to a halted CPU: about 40 us each on the 2-CPU machine the
 // benchmarks ran on, several times the work of a request. Yielding lets a
-// client that shares this CPU send it.
+// client that shares this CPU send it. How soon the request came sets the
+// next window (poll_window.hpp).
 int EventLoop::waitForEvents(epoll_event *events, int timeout, bool busy) {
-  if (busy && opt_.pollUs > 0 && timeout != 0) {
-    auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(opt_.pollUs);
-    do {
-      int n = epoll_wait(ep_, events, kMaxEvents, 0);
-      if (n != 0) return n;
-      sched_yield();
-    } while (std::chrono::steady_clock::now() < until);
+  if (!busy || opt_.pollUs <= 0 || timeout == 0)
+    return epoll_wait(ep_, events, kMaxEvents, timeout);
+  using Clock = std::chrono::steady_clock;
+  const auto start = Clock::now();
+  auto waited = [&] {
+    return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
+  };
+  const auto until = start + std::chrono::microseconds(pollWindow_.us());
+  while (Clock::now() < until) {
+    int n = epoll_wait(ep_, events, kMaxEvents, 0);
+    if (n != 0) {
+      pollWindow_.cameAfter(waited());
+      return n;
+    }
+    sched_yield();
   }
-  return epoll_wait(ep_, events, kMaxEvents, timeout);
+  int n = epoll_wait(ep_, events, kMaxEvents, timeout);
+  // A timer that ended the wait early says nothing of the clients.
+  const int64_t us = waited();
+  if (n != 0 || us > opt_.pollUs) pollWindow_.cameAfter(us);
+  return n;
 }
 
 void EventLoop::handleEvents(const epoll_event *events, int n) {

@@ -18,6 +18,7 @@
 #include "client_link.hpp"
 #include "password_checker.hpp"
 #include "peer_limits.hpp"
+#include "poll_window.hpp"
 #include "queue_manager.hpp"
 #include "tls.hpp"
 
@@ -88,6 +89,7 @@ class EventLoop final : public LinkOwner {
 
   QueueManager &qm_;
   Options opt_;
+  PollWindow pollWindow_;
   std::string why_;
   BufferBudget budget_;
   PeerLog peerLog_;

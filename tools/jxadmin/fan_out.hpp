@@ -1,27 +1,26 @@
-// Runs the same work against every queue manager at once, one thread each,
-// and returns the results in the order the queue managers were named.
+// Runs the same work against every queue manager at once and returns the
+// results in the order the queue managers were named.
 #pragma once
 
 #include <functional>
-#include <thread>
 #include <vector>
 
 #include "admin_session.hpp"
 
 namespace jxadmin {
 
+// task(k) for every k < count, several at a time (fan_out.cpp says how
+// many); returns once every task has.
+void runConcurrently(size_t count, const std::function<void(size_t)> &task);
+
 // work(k) for every k < count, concurrently; the results in order.
 template <class Result, class Work>
 std::vector<Result> forEach(size_t count, const Work &work) {
   std::vector<Result> results(count);
-  if (count == 1) {
+  if (count == 1)
     results[0] = work(0);
-    return results;
-  }
-  std::vector<std::thread> threads;
-  threads.reserve(count);
-  for (size_t k = 0; k < count; ++k) threads.emplace_back([&, k] { results[k] = work(k); });
-  for (auto &t : threads) t.join();
+  else
+    runConcurrently(count, [&](size_t k) { results[k] = work(k); });
   return results;
 }
 
