@@ -519,25 +519,18 @@ TEST(IndexesAndWildcards, EveryCallThatTakesThem) {
 
 // ---- jxInquireItemInfo and jxCountItems --------------------------------------
 
-TEST(InquireItemInfo, ReportsSelectorAndType) {
-  Bag b;
+TEST(InquireItemInfo, ReportsSelectorAndTypeOrAReasonAndLeavesThemAlone) {
+  Bag b, checked(JXBAG_CHECK_SELECTORS), empty;
   b(jxAddInteger, 7, 1), b(jxAddString, 8, -1, "s"), b(jxAddInteger, 7, 2);
   Items expected = kSystemItems;
   expected.insert(expected.end(), {{7, JXITEM_INTEGER}, {8, JXITEM_STRING}, {7, JXITEM_INTEGER}});
   EXPECT_EQ(b.items(), expected);
   int32_t sel = kUntouched, type = kUntouched;
   EXPECT_EQ(b(jxInquireItemInfo, JXSEL_USER, 1, &sel, &type), kOk);
-  EXPECT_EQ(sel, 8);
-  EXPECT_EQ(type, JXITEM_STRING);
+  EXPECT_EQ(std::make_pair(sel, type), std::make_pair(8, JXITEM_STRING));
   EXPECT_EQ(b(jxInquireItemInfo, 7, 1, &sel, &type), kOk);
-  EXPECT_EQ(sel, 7);
-  EXPECT_EQ(type, JXITEM_INTEGER);
-}
-
-TEST(InquireItemInfo, Reasons) {
-  Bag b, checked(JXBAG_CHECK_SELECTORS), empty;
-  b(jxAddInteger, 7, 1), b(jxAddInteger, 7, 2);
-  int32_t sel = kUntouched, type = kUntouched;
+  EXPECT_EQ(std::make_pair(sel, type), std::make_pair(7, JXITEM_INTEGER));
+  sel = type = kUntouched;
   EXPECT_EQ(b(jxInquireItemInfo, 7, -1, &sel, &type), failed(JXRC_SELECTOR_NOT_UNIQUE));
   EXPECT_EQ(b(jxInquireItemInfo, 7, 2, &sel, &type), failed(JXRC_INDEX_NOT_PRESENT));
   EXPECT_EQ(b(jxInquireItemInfo, 7, -2, &sel, &type), failed(JXRC_BAD_INDEX));
@@ -553,8 +546,7 @@ TEST(InquireItemInfo, Reasons) {
   EXPECT_EQ(b(jxInquireItemInfo, 6001, 0, &sel, &type), failed(JXRC_SELECTOR_NOT_PRESENT));
   EXPECT_EQ(b(jxInquireItemInfo, 7, 0, nullptr, nullptr), failed(JXRC_BAD_OUT_SELECTOR));
   EXPECT_EQ(b(jxInquireItemInfo, 7, 0, &sel, readOnly()), failed(JXRC_BAD_ITEM_TYPE_OUT));
-  EXPECT_EQ(sel, kUntouched);
-  EXPECT_EQ(type, kUntouched);
+  EXPECT_EQ(std::make_pair(sel, type), std::make_pair(kUntouched, kUntouched));
 }
 
 TEST(CountItems, CountsBySelectorAndKind) {

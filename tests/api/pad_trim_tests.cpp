@@ -8,23 +8,15 @@
 
 #include <string>
 
+#include "outcome.hpp"
+
 namespace {
 
-struct Outcome {
-  int32_t cc = -1;
-  int32_t rc = -1;
-};
-
 Outcome pad(const char *s, int32_t len, char *buf) {
-  Outcome o;
-  jxPad(s, len, buf, &o.cc, &o.rc);
-  return o;
+  return call(jxPad, s, len, buf);
 }
-
 Outcome trim(int32_t len, const char *buf, char *s) {
-  Outcome o;
-  jxTrim(len, buf, s, &o.cc, &o.rc);
-  return o;
+  return call(jxTrim, len, buf, s);
 }
 
 // Three pages in a row: writable, read-only, inaccessible.
@@ -66,13 +58,11 @@ TEST(Pad, FillsWithBlanksCutsWithAWarningAndWritesNoNull) {
   for (const auto &r : rows) {
     char buf[8];
     memset(buf, '#', sizeof buf);
-    const Outcome o = pad(r.string, r.length, r.buffer ? buf : nullptr);
-    EXPECT_EQ(o.cc, r.cc) << r.after;
-    EXPECT_EQ(o.rc, r.rc) << r.after;
+    EXPECT_EQ(pad(r.string, r.length, r.buffer ? buf : nullptr), (Outcome{r.cc, r.rc})) << r.after;
     EXPECT_EQ(std::string(buf, 8), r.after);
   }
   char inPlace[8] = "XY";
-  EXPECT_EQ(pad(inPlace, 8, inPlace).cc, JXCC_OK);
+  EXPECT_EQ(pad(inPlace, 8, inPlace), kOk);
   EXPECT_EQ(std::string(inPlace, 8), "XY      ");
 }
 
@@ -80,20 +70,19 @@ TEST(Pad, ChecksRunInOrderAndLeaveTheBufferAlone) {
   Pages pages;
   char buf[4] = {'#', '#', '#', '#'};
   // Negative length wins over a null buffer and an unreadable string.
-  EXPECT_EQ(pad(pages.none, -1, nullptr).rc, JXRC_BUFFER_LENGTH_ERROR);
+  EXPECT_EQ(pad(pages.none, -1, nullptr), failed(JXRC_BUFFER_LENGTH_ERROR));
   // A bad buffer wins over an unreadable string.
-  EXPECT_EQ(pad(pages.none, 4, nullptr).rc, JXRC_BUFFER_ERROR);
-  EXPECT_EQ(pad("A", 4, pages.readOnly).rc, JXRC_BUFFER_ERROR);
-  EXPECT_EQ(pad("A", 4, pages.none).rc, JXRC_BUFFER_ERROR);
-  Outcome o = pad(pages.none, 4, buf);
-  EXPECT_EQ(o.cc, JXCC_FAILED);
-  EXPECT_EQ(o.rc, JXRC_BAD_STRING);
+  EXPECT_EQ(pad(pages.none, 4, nullptr), failed(JXRC_BUFFER_ERROR));
+  EXPECT_EQ(pad("A", 4, pages.readOnly), failed(JXRC_BUFFER_ERROR));
+  EXPECT_EQ(pad("A", 4, pages.none), failed(JXRC_BUFFER_ERROR));
+  EXPECT_EQ(pad(pages.none, 4, buf), failed(JXRC_BAD_STRING));
   EXPECT_EQ(std::string(buf, 4), "####");
   // A read-only string is fine: it is only read.
-  EXPECT_EQ(pad(pages.readOnly + pages.page - 2, 0, nullptr).rc, JXRC_STRING_TRUNCATED);
+  EXPECT_EQ(pad(pages.readOnly + pages.page - 2, 0, nullptr),
+            (Outcome{JXCC_WARNING, JXRC_STRING_TRUNCATED}));
   // A buffer that runs from a writable into a read-only page is refused.
-  EXPECT_EQ(pad("A", 4, pages.readOnly - 2).rc, JXRC_BUFFER_ERROR);
-  EXPECT_EQ(pad("A", 2, pages.readOnly - 2).rc, JXRC_NONE);
+  EXPECT_EQ(pad("A", 4, pages.readOnly - 2), failed(JXRC_BUFFER_ERROR));
+  EXPECT_EQ(pad("A", 2, pages.readOnly - 2), kOk);
 }
 
 TEST(Trim, RemovesTrailingBlanksOnly) {
@@ -110,31 +99,29 @@ TEST(Trim, RemovesTrailingBlanksOnly) {
   for (const auto &r : rows) {
     char out[16];
     memset(out, '#', sizeof out);
-    EXPECT_EQ(trim(static_cast<int32_t>(r.in.size()), r.in.empty() ? nullptr : r.in.data(), out).cc,
-              JXCC_OK);
+    EXPECT_EQ(trim(static_cast<int32_t>(r.in.size()), r.in.empty() ? nullptr : r.in.data(), out),
+              kOk);
     EXPECT_EQ(std::string(out, r.out.size()), r.out) << r.in;
   }
   char field[6] = {'Q', 'M', ' ', ' ', ' ', '#'};
-  EXPECT_EQ(trim(5, field, field).cc, JXCC_OK);
+  EXPECT_EQ(trim(5, field, field), kOk);
   EXPECT_STREQ(field, "QM");
 }
 
 TEST(Trim, ChecksRunInOrderAndLeaveTheStringAlone) {
   Pages pages;
   char out[4] = {'#', '#', '#', '#'};
-  Outcome o = trim(-1, nullptr, out);
-  EXPECT_EQ(o.cc, JXCC_FAILED);
-  EXPECT_EQ(o.rc, JXRC_BUFFER_LENGTH_ERROR);
+  EXPECT_EQ(trim(-1, nullptr, out), failed(JXRC_BUFFER_LENGTH_ERROR));
   EXPECT_EQ(std::string(out, 4), "####");
-  EXPECT_EQ(trim(4, nullptr, nullptr).rc, JXRC_BUFFER_ERROR);
-  EXPECT_EQ(trim(4, pages.none, nullptr).rc, JXRC_BUFFER_ERROR);
-  EXPECT_EQ(trim(3, "AB ", nullptr).rc, JXRC_BAD_STRING);
-  EXPECT_EQ(trim(3, "AB ", pages.readOnly).rc, JXRC_BAD_STRING);
+  EXPECT_EQ(trim(4, nullptr, nullptr), failed(JXRC_BUFFER_ERROR));
+  EXPECT_EQ(trim(4, pages.none, nullptr), failed(JXRC_BUFFER_ERROR));
+  EXPECT_EQ(trim(3, "AB ", nullptr), failed(JXRC_BAD_STRING));
+  EXPECT_EQ(trim(3, "AB ", pages.readOnly), failed(JXRC_BAD_STRING));
   // The output must hold the length plus its null.
-  EXPECT_EQ(trim(3, "AB ", pages.readOnly - 3).rc, JXRC_BAD_STRING);
-  EXPECT_EQ(trim(3, "AB ", pages.readOnly - 4).rc, JXRC_NONE);
+  EXPECT_EQ(trim(3, "AB ", pages.readOnly - 3), failed(JXRC_BAD_STRING));
+  EXPECT_EQ(trim(3, "AB ", pages.readOnly - 4), kOk);
   // A buffer running into an inaccessible page cannot be read.
-  EXPECT_EQ(trim(4, pages.none - 2, out).rc, JXRC_BUFFER_ERROR);
+  EXPECT_EQ(trim(4, pages.none - 2, out), failed(JXRC_BUFFER_ERROR));
 }
 
 }  // namespace

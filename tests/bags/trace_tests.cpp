@@ -8,47 +8,17 @@
 #include <functional>
 #include <string>
 
+#include "api_blocks.hpp"
 #include "bag_test_util.hpp"
-#include "trace_file.hpp"
 
 namespace {
 
-using Lines = std::vector<std::string>;
+using namespace apiblocks;
 
 std::string ptr(const void *p) {
   char buf[32];
   snprintf(buf, sizeof buf, "%p", p);
   return buf;
-}
-
-// Pieces of the expected API blocks.
-Lines operator+(Lines a, const Lines &b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-Lines heading(const std::string &title) {
-  return {"__________", title};
-}
-Lines value(const std::string &label, int32_t v) {
-  return {label + ":", dumpOf(&v, sizeof v)};
-}
-Lines parms(const char *kind, std::initializer_list<const char *> labels) {
-  Lines out;
-  for (const char *label : labels) {
-    char line[64];
-    snprintf(line, sizeof line, "%-14s: %s Parm", label, kind);
-    out.push_back(line);
-  }
-  return out;
-}
-Lines outputs(std::initializer_list<const char *> labels) {
-  return parms("Output", labels);
-}
-Lines inputs(std::initializer_list<const char *> labels) {
-  return parms("Input ", labels);
-}
-Lines result(int32_t cc, int32_t rc) {
-  return value("Compcode", cc) + value("Reason", rc);
 }
 Lines tail(const Lines &lines, size_t n) {
   return Lines(lines.end() - static_cast<long>(std::min(n, lines.size())), lines.end());
@@ -144,8 +114,8 @@ TEST_F(ApiBlocks, StringBuffersWholeElidedOrNull) {
   api();
   call(jxInquireString, h, 1, 0, sizeof buf, buf, &sl, nullptr);
   const Lines inquire = freshApi();
-  const Lines shown = {"Buffer:", dumpOf("world   ", 8)}, noCcsid = {"CodedCharSetId: NULL"};
-  EXPECT_EQ(tail(inquire, 9), shown + value("StringLength", 5) + noCcsid + result(0, 0));
+  EXPECT_EQ(tail(inquire, 9), shown("Buffer", "world   ", 8) + value("StringLength", 5) +
+                                  Lines{"CodedCharSetId: NULL"} + result(0, 0));
   EXPECT_TRUE(contains(inquire, "CodedCharSetId: Output Parm"));
 }
 

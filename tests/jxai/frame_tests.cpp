@@ -16,8 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "../bags/api_blocks.hpp"
 #include "call_frame.hpp"
-#include "trace_file.hpp"
 #include "vector.hpp"
 #include "zuzt_funcs_ids.hpp"
 
@@ -57,6 +57,8 @@ extern "C" void xehRestoreSigActionsF(void) {
 }
 
 namespace {
+
+using namespace apiblocks;
 
 constexpr uint32_t entry(uint16_t fn) {
   return 0xF0000000u + 25u * 1024u + fn;
@@ -177,15 +179,10 @@ TEST(CallFrame, ApiTraceBlocksOfPad) {
   int32_t cc, rc;
   const size_t mark = traceTexts().size();
   jxPad("AB", 5, buf, &cc, &rc);
-  int32_t five = 5, zero = 0;
-  EXPECT_EQ(
-      apiLines(since(traceTexts(), mark)),
-      (std::vector<std::string>{"__________", "jxPad >>", "String:", dumpOf("AB", 2),
-                                "BufferLength:", dumpOf(&five, 4), "Buffer        : Output Parm",
-                                "Compcode      : Output Parm", "Reason        : Output Parm",
-                                "__________", "jxPad <<", "String        : Input  Parm",
-                                "BufferLength  : Input  Parm", "Buffer:", dumpOf("AB   ", 5),
-                                "Compcode:", dumpOf(&zero, 4), "Reason:", dumpOf(&zero, 4)}));
+  EXPECT_EQ(apiLines(since(traceTexts(), mark)),
+            heading("jxPad >>") + shown("String", "AB", 2) + value("BufferLength", 5) +
+                outputs({"Buffer", "Compcode", "Reason"}) + heading("jxPad <<") +
+                inputs({"String", "BufferLength"}) + shown("Buffer", "AB   ", 5) + result(0, 0));
 }
 
 TEST(CallFrame, FaultInsideACallLeavesARecordWithTheFunctionStack) {

@@ -7,11 +7,11 @@
 
 #include <cstdint>
 #include <cstring>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "outcome.hpp"
 #include "pcf_format.hpp"
 #include "pcf_message.hpp"
 
@@ -20,54 +20,42 @@ namespace pcftest {
 // A bag created through the API and deleted at the end of the test.
 class Bag {
  public:
-  explicit Bag(int32_t options) {
-    int32_t cc = -1, rc = -1;
-    jxCreateBag(options, &handle, &cc, &rc);
-    EXPECT_EQ(cc, JXCC_OK) << rc;
-  }
+  explicit Bag(int32_t options) { EXPECT_EQ(call(jxCreateBag, options, &handle), kOk); }
   ~Bag() {
-    int32_t cc, rc;
-    if (handle != JXHB_NONE) jxDeleteBag(&handle, &cc, &rc);
+    if (handle != JXHB_NONE) call(jxDeleteBag, &handle);
   }
   Bag(const Bag &) = delete;
   Bag &operator=(const Bag &) = delete;
 
   Bag &add(int32_t selector, int32_t value) {
-    int32_t cc = -1, rc = -1;
-    zaiAddInteger(block(), selector, value, &cc, &rc);
-    EXPECT_EQ(cc, JXCC_OK) << rc;
+    EXPECT_EQ(call(zaiAddInteger, block(), selector, value), kOk);
     return *this;
   }
   Bag &add(int32_t selector, std::string_view s, int32_t ccsid = kCcsid) {
-    int32_t cc = -1, rc = -1;
-    zaiAddString(block(), selector, static_cast<int32_t>(s.size()), s.data(), ccsid, &cc, &rc);
-    EXPECT_EQ(cc, JXCC_OK) << rc;
+    EXPECT_EQ(call(zaiAddString, block(), selector, int32_t(s.size()), s.data(), ccsid), kOk);
     return *this;
   }
   Bag &set(int32_t selector, int32_t value) {
-    int32_t cc = -1, rc = -1;
-    zaiSetInteger(block(), selector, JXIDX_ONLY, value, &cc, &rc);
-    EXPECT_EQ(cc, JXCC_OK) << rc;
+    EXPECT_EQ(call(zaiSetInteger, block(), selector, JXIDX_ONLY, value), kOk);
     return *this;
   }
   int32_t integer(int32_t selector, int32_t index = JXIDX_ONLY) const {
-    int32_t cc = -1, rc = -1, value = 0;
-    zaiInquireInteger(block(), selector, index, &value, &cc, &rc);
-    EXPECT_EQ(cc, JXCC_OK) << rc;
+    int32_t value = 0;
+    EXPECT_EQ(call(zaiInquireInteger, block(), selector, index, &value), kOk) << selector;
     return value;
   }
   std::string string(int32_t selector, int32_t index = JXIDX_ONLY, int32_t *ccsid = nullptr) const {
     char buffer[512];
-    int32_t cc = -1, rc = -1, length = 0, id = 0;
-    zaiInquireString(block(), selector, index, sizeof buffer, buffer, &length, &id, &cc, &rc);
-    EXPECT_EQ(cc, JXCC_OK) << rc;
+    int32_t length = 0, id = 0;
+    EXPECT_EQ(call(zaiInquireString, block(), selector, index, int32_t(sizeof buffer), buffer,
+                   &length, &id),
+              kOk);
     if (ccsid) *ccsid = id;
     return std::string(buffer, static_cast<size_t>(length));
   }
   int32_t count(int32_t selector) const {
-    int32_t cc = -1, rc = -1, n = -1;
-    jxCountItems(handle, selector, &n, &cc, &rc);
-    EXPECT_EQ(cc, JXCC_OK) << rc;
+    int32_t n = -1;
+    EXPECT_EQ(call(jxCountItems, handle, selector, &n), kOk);
     return n;
   }
   zaiBAG *block() const { return jxai::blockOf(handle); }
@@ -76,7 +64,8 @@ class Bag {
 };
 
 struct Written {
-  int32_t cc = -1, rc = -1, dataLength = -1, msgType = -1;
+  Outcome outcome;
+  int32_t dataLength = -1, msgType = -1;
   char format[8] = {};
   Bytes bytes;  // the first dataLength bytes of the buffer (at most its length)
 };
@@ -85,25 +74,19 @@ struct Written {
 inline Written write(const Bag &bag, int32_t command, int32_t bufferLength = 8192) {
   Written w;
   Bytes buffer(static_cast<size_t>(bufferLength > 0 ? bufferLength : 0), kUnwritten);
-  zaiBagToPCFMsg(bag.block(), command, bufferLength, buffer.data(), &w.dataLength, &w.msgType,
-                 w.format, &w.cc, &w.rc);
+  w.outcome = call(zaiBagToPCFMsg, bag.block(), command, bufferLength, buffer.data(), &w.dataLength,
+                   &w.msgType, w.format);
   const int32_t kept = std::min(w.dataLength, bufferLength);
   if (kept > 0) w.bytes.assign(buffer.begin(), buffer.begin() + kept);
   return w;
 }
 
-struct Result {
-  int32_t cc = -1, rc = -1;
-};
-
 // Reads a message from an exactly sized heap copy, so any read past its
 // end is caught by the address sanitizer.
-inline Result read(const Bag &bag, const Bytes &message, int32_t length = -1) {
-  Result r;
+inline Outcome read(const Bag &bag, const Bytes &message, int32_t length = -1) {
   const int32_t n = length < 0 ? static_cast<int32_t>(message.size()) : length;
   std::vector<uint8_t> copy(message.begin(), message.begin() + n);
-  zaiPCFMsgToBag(n, copy.data(), bag.block(), &r.cc, &r.rc);
-  return r;
+  return call(zaiPCFMsgToBag, n, copy.data(), bag.block());
 }
 
 // Parameter identifiers of a written message, in order.

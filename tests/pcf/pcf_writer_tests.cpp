@@ -61,9 +61,7 @@ std::vector<Case> byteCases() {
        Msg().header(8, kNoCommand, 3).integer(5, 1).integer(5, 2).integer(JXSEL_QUEUE_ATTRS, 3)},
       {"administration bag writes required parameters first", JXBAG_ADMIN,
        [](Bag &b) {
-         int32_t cc, rc;
-         jxAddInquiry(b.handle, 20, &cc, &rc);
-         jxAddInquiry(b.handle, 2016, &cc, &rc);
+         call(jxAddInquiry, b.handle, 20), call(jxAddInquiry, b.handle, 2016);
          b.add(JXIA_Q_TYPE, 1).add(JXCA_Q_NAME, "Q1", 0);
        },
        JXCMD_INQUIRE_QUEUE,
@@ -102,7 +100,7 @@ TEST(PcfWriter, ExactBytes) {
     Bag bag(c.options);
     c.fill(bag);
     Written w = write(bag, c.command);
-    ASSERT_EQ(w.cc, JXCC_OK) << w.rc;
+    ASSERT_EQ(w.outcome, kOk);
     EXPECT_EQ(w.dataLength, c.expected.size());
     EXPECT_EQ(w.bytes, c.expected.data);
   }
@@ -125,7 +123,7 @@ TEST(PcfWriter, MessageTypeAndFormatFollowTheBagsType) {
     Bag bag(k.options);
     if (k.type >= 0) bag.set(JXSYS_MSG_TYPE, k.type);
     Written w = write(bag, kNoCommand);
-    ASSERT_EQ(w.cc, JXCC_OK) << w.rc;
+    ASSERT_EQ(w.outcome, kOk);
     EXPECT_EQ(w.msgType, k.msgType);
     EXPECT_EQ(std::string(w.format, 8), k.format);
   }
@@ -143,23 +141,18 @@ TEST(PcfWriter, ListHeavyBagBeyondFortyItemsUsesObtainedMarks) {
     m.intList(7, {100, 101});
     for (int32_t k = 0; k < 45; ++k) m.integer(100 + k, k);
     m.stringList(2500, 5, {"XY", "XYZ12"}).integer(8, 5);
-    Written w = write(bag, kNoCommand);
-    ASSERT_EQ(w.cc, JXCC_OK) << w.rc;
-    EXPECT_EQ(w.bytes, m.data);
+    EXPECT_EQ(write(bag, kNoCommand).bytes, m.data);
   }
   EXPECT_EQ(xcsBlocksInUse(), blocks);
 }
 
-struct Refusal {
-  const char *name;
-  int32_t options;
-  void (*fill)(Bag &);
-  int32_t command;
-  int32_t reason;
-};
-
 TEST(PcfWriter, RefusedBags) {
-  const Refusal cases[] = {
+  const struct {
+    const char *name;
+    int32_t options;
+    void (*fill)(Bag &);
+    int32_t command, reason;
+  } cases[] = {
       {"inquiry without a mapping", kListForm, [](Bag &b) { b.add(JXSEL_INQUIRE, 20); }, 0,
        JXRC_NO_INQUIRY_MAPPING},
       {"inquiry string in a list", kListForm, [](Bag &b) { b.add(JXSEL_INQUIRE, "X"); },
@@ -170,29 +163,23 @@ TEST(PcfWriter, RefusedBags) {
        JXRC_WRONG_ITEM_TYPE},
       {"nested bag", kListForm,
        [](Bag &b) {
-         JXHBAG nested = JXHB_NONE;
-         int32_t cc, rc;
-         jxCreateBag(0, &nested, &cc, &rc);
-         b.add(5, 1);
-         zaiAddBag(b.block(), 4001, nested, &cc, &rc);
-         EXPECT_EQ(cc, JXCC_OK) << rc;
+         zaiBAG *nested = nullptr;
+         call(zaiCreateBag, 0, &nested);
+         EXPECT_EQ(call(zaiAddBag, b.add(5, 1).block(), 4001, jxai::handleOf(nested)), kOk);
        },
        kNoCommand, JXRC_NESTED_BAG_IN_MSG},
   };
-  for (const Refusal &c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto &c : cases) {
     Bag bag(c.options);
     c.fill(bag);
-    Written w = write(bag, c.command);
-    EXPECT_EQ(w.cc, JXCC_FAILED);
-    EXPECT_EQ(w.rc, c.reason);
+    EXPECT_EQ(write(bag, c.command).outcome, failed(c.reason)) << c.name;
   }
   // Only the nine inquiry commands have an attribute list.
   for (int32_t other : {0, 1, 3, 14, 84}) {
     Bag bag(kListForm);
     bag.add(JXSEL_INQUIRE, 20);
     Written w = write(bag, other);
-    EXPECT_EQ(w.rc, JXRC_NO_INQUIRY_MAPPING) << other;
+    EXPECT_EQ(w.outcome, failed(JXRC_NO_INQUIRY_MAPPING)) << other;
     EXPECT_EQ(w.dataLength, JXPCF_HEADER_LENGTH) << "nothing written for the inquiry";
   }
 }
@@ -205,8 +192,7 @@ TEST(PcfWriter, ControlAreaStorageFailureGives2071) {
     Written w = write(bag, kNoCommand);
     xcsSetAllocFailure(0, -1);
     // 40 items or fewer: the area lives in the frame and nothing is obtained.
-    EXPECT_EQ(w.cc, items > 40 ? JXCC_FAILED : JXCC_OK) << items;
-    EXPECT_EQ(w.rc, items > 40 ? JXRC_STORAGE_NOT_AVAILABLE : JXRC_NONE) << items;
+    EXPECT_EQ(w.outcome, items > 40 ? failed(JXRC_STORAGE_NOT_AVAILABLE) : kOk) << items;
   }
 }
 
@@ -215,14 +201,13 @@ TEST(PcfWriter, TooSmallBufferReportsTheWholeLengthAndKeepsWhatFitted) {
   bag.add(5, 1).add(6, 2).add(2001, "ABCDE");
   const int32_t whole = 36 + 16 + 16 + 28;
   Written w = write(bag, kNoCommand, 36 + 16 + 8);
-  EXPECT_EQ(w.cc, JXCC_FAILED);
-  EXPECT_EQ(w.rc, JXRC_BUFFER_LENGTH_ERROR);
+  EXPECT_EQ(w.outcome, failed(JXRC_BUFFER_LENGTH_ERROR));
   EXPECT_EQ(w.dataLength, whole);
   EXPECT_EQ(w.bytes, Msg().header(8, kNoCommand, 1).integer(5, 1).fill(8, kUnwritten).data);
   // Not even the header fits. A negative length and the second call with
   // the reported length are the buffer calls' concern.
   w = write(bag, kNoCommand, 10);
-  EXPECT_EQ(w.rc, JXRC_BUFFER_LENGTH_ERROR);
+  EXPECT_EQ(w.outcome, failed(JXRC_BUFFER_LENGTH_ERROR));
   EXPECT_EQ(w.dataLength, whole);
 }
 
@@ -234,41 +219,36 @@ TEST(PcfWriter, ItemOfAnUnknownTypeWritesAFailureRecord) {
   const std::string before = xcsLastFailureRecord();
   Written w = write(bag, kNoCommand);
   item->Type = JXITEM_INTEGER;
-  EXPECT_EQ(w.cc, JXCC_FAILED);
-  EXPECT_EQ(w.rc, JXRC_WRONG_ITEM_TYPE);
+  EXPECT_EQ(w.outcome, failed(JXRC_WRONG_ITEM_TYPE));
   EXPECT_NE(std::string(xcsLastFailureRecord()), before);
 }
 
 TEST(PcfWriter, LibraryBufferIsSizedByASecondAttempt) {
   void *buffer = nullptr;
-  int32_t length = 0, msgType = 0, cc = -1, rc = -1;
+  int32_t length = 0, msgType = 0;
   char format[8];
   const auto inLibraryBuffer = [&](const Bag &bag) {
-    zaiBagToPCFMsgInJXAIBuffer(bag.block(), 3, &buffer, &length, &msgType, format, &cc, &rc);
+    return call(zaiBagToPCFMsgInJXAIBuffer, bag.block(), 3, &buffer, &length, &msgType, format);
   };
-  Bag small(0);
+  const auto bytes = [&] {
+    return Bytes(static_cast<uint8_t *>(buffer), (uint8_t *)buffer + length);
+  };
+  Bag small(0), large(0);
   small.add(5, 1);
-  inLibraryBuffer(small);
-  ASSERT_EQ(cc, JXCC_OK);
-  const Bytes expected = Msg().header(8, 3, 1).integer(5, 1).data;
-  ASSERT_EQ(length, 52);
-  EXPECT_EQ(Bytes(static_cast<uint8_t *>(buffer), static_cast<uint8_t *>(buffer) + 52), expected);
+  ASSERT_EQ(inLibraryBuffer(small), kOk);
+  EXPECT_EQ(bytes(), Msg().header(8, 3, 1).integer(5, 1).data);
   zaiFreeJXAIBuffer(&buffer);
   EXPECT_EQ(buffer, nullptr);
 
-  Bag large(0);
   const std::string big(5000, 'x');
   large.add(2001, big);
-  inLibraryBuffer(large);
-  ASSERT_EQ(cc, JXCC_OK) << rc;
-  EXPECT_EQ(length, 36 + 20 + 5000);
-  EXPECT_EQ(memcmp(static_cast<char *>(buffer) + 56, big.data(), big.size()), 0);
+  ASSERT_EQ(inLibraryBuffer(large), kOk);
+  EXPECT_EQ(bytes(), Msg().header(8, 3, 1).string(2001, big).data);
   zaiFreeJXAIBuffer(&buffer);
 
   xcsSetAllocFailure(0, kFn_zaiBagToPCFInJXAIBuffer);
-  inLibraryBuffer(small);
+  EXPECT_EQ(inLibraryBuffer(small), failed(JXRC_STORAGE_NOT_AVAILABLE));
   xcsSetAllocFailure(0, -1);
-  EXPECT_EQ(rc, JXRC_STORAGE_NOT_AVAILABLE);
   EXPECT_EQ(buffer, nullptr);
 }
 
