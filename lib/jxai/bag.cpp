@@ -236,7 +236,7 @@ void zaiFreeItem(zaiBAG *bag, JXLONG position, PJXLONG cc, PJXLONG rc) {
   }
   jxai::indexRemove(indexOf(bag), bag->Items, item.Selector, position);
   if (item.Type == JXITEM_STRING && item.StringLength > 0) {
-    free(item.Value.String);
+    xcsFreeMem(kComponent, item.Value.String);
   } else if (item.Type == JXITEM_BAG) {
     zaiBAG *nested = jxai::blockOf(item.Value.Bag);
     zaiDeleteBag(&nested, cc, rc);

@@ -39,7 +39,7 @@ typedef struct zaiPROPERTY {
   int32_t Type; /* JXITEM_INTEGER, JXITEM_STRING, JXITEM_BAG */
   union {
     int32_t Integer;
-    char *String; /* malloc'ed copy, null when the length is 0 */
+    char *String; /* copy from common storage, null when the length is 0 */
     JXHBAG Bag;
   } Value;
   int32_t StringLength;

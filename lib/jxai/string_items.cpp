@@ -1,7 +1,6 @@
 // String items: byte strings with the CCSID the bag had when they were
 // added or set, copied out blank-padded.
 #include <jx/jxcs.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 using jxai::ApiFrame;
 using jxai::ApiTrace;
 using jxai::Frame;
+using jxai::kComponent;
 using jxai::setFailure;
 
 namespace {
@@ -61,13 +61,16 @@ JXLONG bagCcsid(zaiBAG *bag, PJXLONG cc, PJXLONG rc) {
   return ccsid;
 }
 
-// A malloc'ed copy of the bytes (null for length 0); false when out of storage.
-bool copyBytes(const char *bytes, JXLONG length, char **copy) {
+// A copy of the bytes from common storage (null for length 0), so that a
+// failing or leaking copy shows like any other block; false when out of
+// storage.
+bool copyBytes(uint16_t function, const char *bytes, JXLONG length, char **copy) {
   *copy = nullptr;
   if (length <= 0) return true;
-  *copy = static_cast<char *>(malloc(static_cast<size_t>(length)));
-  if (!*copy) return false;
-  memcpy(*copy, bytes, static_cast<size_t>(length));
+  void *block = nullptr;
+  if (xcsGetMem(kComponent, function, static_cast<size_t>(length), &block) != XCS_OK) return false;
+  memcpy(block, bytes, static_cast<size_t>(length));
+  *copy = static_cast<char *>(block);
   return true;
 }
 
@@ -86,10 +89,10 @@ void zaiAddString(zaiBAG *bag, JXLONG selector, JXLONG length, const char *bytes
   zaiPROPERTY item = jxai::newItem(selector, JXITEM_STRING);
   item.StringLength = length;
   item.StringCCSID = ccsid;
-  if (!copyBytes(bytes, length, &item.Value.String)) {
+  if (!copyBytes(kFn_zaiAddString, bytes, length, &item.Value.String)) {
     return setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
   }
-  if (!jxai::appendItem(bag, item, cc, rc)) free(item.Value.String);
+  if (!jxai::appendItem(bag, item, cc, rc)) xcsFreeMem(kComponent, item.Value.String);
 }
 
 void zaiSetString(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, JXLONG length, const char *bytes,
@@ -115,12 +118,13 @@ void zaiSetString(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, JXLONG length,
   }
   // The old copy goes only once the new one exists.
   char *copy;
-  if (!copyBytes(bytes, length, &copy)) return setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
+  if (!copyBytes(kFn_zaiSetString, bytes, length, &copy))
+    return setFailure(cc, rc, JXRC_STORAGE_NOT_AVAILABLE);
   char *old = item->StringLength > 0 ? item->Value.String : nullptr;
   item->StringCCSID = ccsid;
   item->StringLength = length;
   item->Value.String = copy;
-  free(old);
+  xcsFreeMem(kComponent, old);
 }
 
 void zaiInquireString(zaiBAG *bag, JXLONG selector, JXLONG itemIndex, JXLONG bufferLength,

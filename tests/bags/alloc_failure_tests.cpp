@@ -96,6 +96,26 @@ TEST(AllocFailure, SetAllAndClear) {
   dropBag(bag);
 }
 
+// A string's copy comes from common storage: a new length that cannot be
+// copied keeps the old value, one of the same length needs no storage.
+TEST(AllocFailure, SetStringKeepsTheOldValue) {
+  zaiBAG *bag = newBag(0);
+  const JXHBAG h = jxai::handleOf(bag);
+  call(jxAddString, h, 1, 3, "abc");
+  EXPECT_EQ(failUntilSuccess(bag, [&] { return call(jxSetString, h, 1, 0, 3, "xyz"); }), 0);
+  EXPECT_EQ(failUntilSuccess(bag, [&] { return call(jxSetString, h, 1, 0, 5, "hello"); }), 1);
+  char buf[8] = {};
+  int32_t length = 0, ccsid = 0;
+  EXPECT_EQ(call(jxInquireString, h, 1, 0, sizeof buf, buf, &length, &ccsid), kOk);
+  EXPECT_EQ(std::string(buf, static_cast<size_t>(length)), "hello");
+  xcsSetAllocFailure(1, -1);
+  EXPECT_EQ(call(jxSetString, h, 1, 0, 2, "no"), failed(JXRC_STORAGE_NOT_AVAILABLE));
+  xcsSetAllocFailure(0, -1);
+  EXPECT_EQ(call(jxInquireString, h, 1, 0, sizeof buf, buf, &length, &ccsid), kOk);
+  EXPECT_EQ(std::string(buf, static_cast<size_t>(length)), "hello");
+  dropBag(bag);
+}
+
 TEST(AllocFailure, CreateBagReportsEveryFailureAndFinallySucceeds) {
   for (int n = 1;; ++n) {
     const int64_t blocks = xcsBlocksInUse();
