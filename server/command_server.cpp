@@ -96,10 +96,12 @@ bool CommandRun::step(const Sink &sink) {
   if (done_) return false;
   for (CommandReply &r : ready_) emit(std::move(r), sink);
   ready_.clear();
-  const size_t end = std::min(objects_.size(), next_ + kObjectsPerStep);
-  for (; next_ < end; ++next_) {
+  const auto until = std::chrono::steady_clock::now() + kStepTime;
+  for (bool first = true;
+       next_ < objects_.size() && (first || std::chrono::steady_clock::now() < until);
+       first = false) {
     CommandContext c(qm_, who_, input_);
-    if (!row_->each(c, objects_[next_])) continue;
+    if (!row_->each(c, objects_[next_++])) continue;
     for (CommandReply &r : c.replies) emit(std::move(r), sink);
   }
   if (next_ < objects_.size()) return true;
