@@ -88,6 +88,7 @@ class CommandServer final : public Peer {
   void askForRequest();
   void takeRequest(GetResult &&request);
   bool putReplies();
+  bool readerBehind(bool &took);
   std::string replyQueue() const;
 
   QueueManager &qm_;
@@ -102,6 +103,7 @@ class CommandServer final : public Peer {
   std::deque<std::string> outbox_;  // replies of the current step not yet put
   int64_t stalledSinceMs_ = -1;     // since when the reply-to queue has been full
   size_t dropped_ = 0;              // replies of the current request that were not put
+  int64_t readerGets_ = 0;          // the reply-to queue's gets at the last look
 };
 
 }  // namespace jxqm
