@@ -320,6 +320,7 @@ bool ClientLink::waiting() const {
 
 void ClientLink::getAnswered(GetResult &&result) {
   result.reply.data = result.data;
+  for (const LentMessage &m : result.ahead) result.reply.ahead.push_back({m.md, m.data});
   reply(Op::Get, result.reply);
   // Frames that came behind the get can be handled now.
   if (owner_) owner_->runnable(*this);

@@ -17,6 +17,10 @@ namespace {
 constexpr int64_t kRetryGetMs = 1000;  // after a get of the command queue failed
 constexpr int64_t kStallPollMs = 10;   // while a reply-to queue is full
 constexpr int64_t kStallMs = 30000;    // then the command's other replies are dropped
+// Replies a command keeps ahead of its reader: it goes at the reader's pace,
+// and the loop's CPU is the other connections' meanwhile. More than one
+// read-ahead's worth, so that the next ones are ready when it comes back.
+constexpr int32_t kReplyWindow = 2 * jxqp::kMaxAheadCount;
 constexpr const char *kApplName = "jxqmgr command server";
 // No command takes more values in one list (the attribute lists are the
 // longest); a request with a longer one is malformed.
@@ -96,10 +100,12 @@ bool CommandRun::step(const Sink &sink) {
   if (done_) return false;
   for (CommandReply &r : ready_) emit(std::move(r), sink);
   ready_.clear();
-  const size_t end = std::min(objects_.size(), next_ + kObjectsPerStep);
-  for (; next_ < end; ++next_) {
+  const auto until = std::chrono::steady_clock::now() + kStepTime;
+  for (bool first = true;
+       next_ < objects_.size() && (first || std::chrono::steady_clock::now() < until);
+       first = false) {
     CommandContext c(qm_, who_, input_);
-    if (!row_->each(c, objects_[next_])) continue;
+    if (!row_->each(c, objects_[next_++])) continue;
     for (CommandReply &r : c.replies) emit(std::move(r), sink);
   }
   if (next_ < objects_.size()) return true;
@@ -223,12 +229,16 @@ int64_t CommandServer::turn(int64_t nowMs) {
     // behind, and the command goes on as it reads. One that stops reading
     // for kStallMs loses the rest of the command's replies.
     bool progress = putReplies();
+    bool paced = false;
     if (outbox_.empty() && !run_->done()) {
-      run_->step([this](std::string &&reply) { outbox_.push_back(std::move(reply)); });
-      progress |= putReplies();
+      paced = readerBehind(progress);
+      if (!paced) {
+        run_->step([this](std::string &&reply) { outbox_.push_back(std::move(reply)); });
+        progress |= putReplies();
+      }
     }
     if (progress) stalledSinceMs_ = -1;
-    if (!outbox_.empty()) {
+    if (!outbox_.empty() || paced) {
       if (stalledSinceMs_ < 0) stalledSinceMs_ = nowMs;
       if (nowMs - stalledSinceMs_ < kStallMs) return nowMs + kStallPollMs;
       dropped_ += outbox_.size();
@@ -249,6 +259,16 @@ int64_t CommandServer::turn(int64_t nowMs) {
   }
   if (arrived_) return 0;
   return retryAtMs_;
+}
+
+// Whether kReplyWindow replies wait on the reply-to queue; `took` becomes
+// true when its reader took some since the last look.
+bool CommandServer::readerBehind(bool &took) {
+  QueuePtr q = qm_.findQueue(replyQueue());
+  if (!q) return false;
+  took = took || q->stats.gets != readerGets_;
+  readerGets_ = q->stats.gets;
+  return q->depth() >= kReplyWindow;
 }
 
 std::string CommandServer::replyQueue() const {

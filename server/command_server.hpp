@@ -3,10 +3,11 @@
 // takes one request at a time and answers on the request's reply-to queue.
 //
 // The queue manager serves every connection from one thread, so a command
-// over many objects runs in slices, a bounded number of objects a loop
-// turn, and other connections' work goes on in between.
+// over many objects runs in slices of a bounded time a loop turn, and other
+// connections' work goes on in between.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -27,14 +28,15 @@ namespace jxqm {
 class CommandRun {
  public:
   using Sink = std::function<void(std::string &&reply)>;
-  // Objects answered in one step of a per-object command.
-  static constexpr size_t kObjectsPerStep = 64;
+  // How long one step of a per-object command answers objects (at least
+  // one): about what another connection's request waits behind it.
+  static constexpr std::chrono::microseconds kStepTime{50};
 
   // Checks and, for a command that answers once, runs the request (a
   // message put by `who`); a request that is no command answers 4007.
   CommandRun(QueueManager &qm, PcfCodec &codec, const Identity &who, const JXMD &md,
              std::string_view data);
-  // Answers up to kObjectsPerStep objects; false once the last reply is out.
+  // Answers objects for kStepTime; false once the last reply is out.
   bool step(const Sink &sink);
   bool done() const { return done_; }
   // Ends the command without its other replies.
@@ -86,6 +88,7 @@ class CommandServer final : public Peer {
   void askForRequest();
   void takeRequest(GetResult &&request);
   bool putReplies();
+  bool readerBehind(bool &took);
   std::string replyQueue() const;
 
   QueueManager &qm_;
@@ -100,6 +103,7 @@ class CommandServer final : public Peer {
   std::deque<std::string> outbox_;  // replies of the current step not yet put
   int64_t stalledSinceMs_ = -1;     // since when the reply-to queue has been full
   size_t dropped_ = 0;              // replies of the current request that were not put
+  int64_t readerGets_ = 0;          // the reply-to queue's gets at the last look
 };
 
 }  // namespace jxqm

@@ -48,6 +48,9 @@ struct Message {
   int64_t dbId = 0;       // row of a stored persistent message
   uint64_t turn = 0;      // the turn whose commit made it available
   uint32_t lockedBy = 0;  // session whose unit of work holds it
+  // Read ahead to its reader's client, which has not yet said that it took
+  // it: no other get sees it meanwhile.
+  bool lent = false;
   bool persistent = false;
   // Who put it. md.UserIdentifier holds the first JX_USER_IDENTIFIER_LENGTH
   // characters of the same name.
@@ -85,9 +88,14 @@ using QueuePtr = std::shared_ptr<Queue>;
 
 // A get's answer and the message data it carries (the reply's data is a
 // view that encoding fills in from here).
+struct LentMessage {
+  JXMD md;
+  std::string data;
+};
 struct GetResult {
   jxqp::GetReply reply;
   std::string data;
+  std::vector<LentMessage> ahead;  // read ahead, for the reply's `ahead`
   // Who put the message, for a reader inside the queue manager that
   // checks authority by it.
   std::string putter;

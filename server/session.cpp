@@ -134,7 +134,7 @@ jxqp::OpenReply Session::open(const jxqp::OpenRequest &r) {
     nextHobj_ = nextHobj_ <= 0 ? 1 : nextHobj_ + 1;
   jxqp::OpenReply out;
   out.hobj = nextHobj_++;
-  handles_[out.hobj] = Handle{q, r.options};
+  handles_[out.hobj] = Handle{q, r.options, {}};
   countOpen(q, r.options, +1);
   // A permanent dynamic queue made here goes if its definition's commit
   // fails, and so does the handle.
@@ -149,6 +149,7 @@ jxqp::OpenReply Session::open(const jxqp::OpenRequest &r) {
 jxqp::CodeReply Session::close(const jxqp::CloseRequest &r) {
   auto it = handles_.find(r.hobj);
   if (it == handles_.end()) return code(JXRC_HOBJ_ERROR);
+  settleLent(it->second, r.taken);
   if (r.options != JXCO_NONE && r.options != JXCO_DELETE && r.options != JXCO_DELETE_PURGE)
     return code(JXRC_OPTIONS_ERROR);
   QueuePtr q = it->second.q;
@@ -230,7 +231,7 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
   };
   auto h = handles_.find(a.hobj);
   if (h == handles_.end()) return fail(JXRC_HOBJ_ERROR);
-  const QueuePtr &qp = h->second.q;
+  const QueuePtr qp = h->second.q;
   Queue &q = *qp;
   if (q.deleted) return fail(JXRC_Q_DELETED);
   if (q.get<JXIA_INHIBIT_GET>()) return fail(JXRC_GET_INHIBITED);
@@ -243,7 +244,7 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
   auto it = q.msgs.begin();
   while (it != q.msgs.end()) {
     Message &m = it->second;
-    if (m.lockedBy) {
+    if (m.lockedBy || m.lent) {
       ++it;
       continue;
     }
@@ -300,15 +301,64 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
     ++q.uncommitted;
     uowActive_ = true;
     uowGets_.emplace_back(qp, it->first);
-  } else if (int32_t failed = qm_.removeMessage(qp, it, true)) {
-    return fail(failed);
+    return true;
   }
+  const auto after = std::next(it);
+  if (int32_t failed = qm_.removeMessage(qp, it, true)) return fail(failed);
+  readAhead(h->second, a, after, returned, out);
   return true;
+}
+
+// Only where no other reader could want the messages lent: the handle
+// reads its own temporary queue exclusively. No unit of work holds any of
+// its messages (one backed out would come back ahead of those lent), and
+// a message that can expire is not lent, as the client could not see it go.
+void Session::readAhead(Handle &h, const jxqp::GetRequest &a,
+                        std::map<uint64_t, Message>::iterator from, size_t returned,
+                        GetResult &out) {
+  Queue &q = *h.q;
+  if (a.aheadLimit <= 0 || !(h.options & JXOO_INPUT_EXCLUSIVE) || !q.temporary || q.owner != id_ ||
+      q.uncommitted > 0)
+    return;
+  // The reply stays within a frame whatever its own message's length.
+  int64_t budget = std::min<int64_t>({a.aheadLimit, jxqp::kMaxAheadBytes,
+                                      int64_t{JX_MAX_MSG_LENGTH} - static_cast<int64_t>(returned)});
+  const uint8_t kNone[JX_MSG_ID_LENGTH] = {};
+  const bool matchMsg =
+      (a.matchOptions & JXMO_MATCH_MSG_ID) && std::memcmp(a.msgId, kNone, JX_MSG_ID_LENGTH) != 0;
+  const bool matchCorrel = (a.matchOptions & JXMO_MATCH_CORREL_ID) &&
+                           std::memcmp(a.correlId, kNone, JX_CORREL_ID_LENGTH) != 0;
+  for (auto it = from; it != q.msgs.end() && out.ahead.size() < size_t{jxqp::kMaxAheadCount};
+       ++it) {
+    Message &m = it->second;
+    if (m.lockedBy || m.lent || m.expiresMs || qm_.removalJournaled(m)) break;
+    if ((matchMsg && std::memcmp(m.md.MsgId, a.msgId, JX_MSG_ID_LENGTH) != 0) ||
+        (matchCorrel && std::memcmp(m.md.CorrelId, a.correlId, JX_CORREL_ID_LENGTH) != 0))
+      continue;
+    budget -= static_cast<int64_t>(m.data.size()) + jxqp::kAheadOverhead;
+    if (budget < 0) break;
+    m.lent = true;
+    h.lent.push_back(it->first);
+    out.ahead.push_back({m.md, m.data});
+  }
+}
+
+void Session::settleLent(Handle &h, int32_t taken) {
+  if (h.lent.empty()) return;
+  for (size_t i = 0; i < h.lent.size(); ++i) {
+    auto it = h.q->msgs.find(h.lent[i]);
+    if (it == h.q->msgs.end()) continue;  // cleared meanwhile
+    it->second.lent = false;
+    // Only messages whose removal needs no store are lent: it cannot fail.
+    if (static_cast<int64_t>(i) < taken) (void)qm_.removeMessage(h.q, it, true);
+  }
+  h.lent.clear();
 }
 
 std::optional<GetResult> Session::get(const jxqp::GetRequest &r) {
   int32_t rc = JXRC_NONE;
   auto h = handles_.find(r.hobj);
+  if (h != handles_.end()) settleLent(h->second, r.taken);
   if (h == handles_.end())
     rc = JXRC_HOBJ_ERROR;
   else if (!(h->second.options & kOpenInputBits))
@@ -466,7 +516,7 @@ jxqp::CodeReply Session::disconnect() {
 }
 
 void Session::reopen(int32_t hobj, const QueuePtr &q, int32_t options) {
-  if (!handles_.emplace(hobj, Handle{q, options}).second) return;
+  if (!handles_.emplace(hobj, Handle{q, options, {}}).second) return;
   countOpen(q, options, +1);
 }
 

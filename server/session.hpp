@@ -71,6 +71,7 @@ class Session {
   struct Handle {
     QueuePtr q;  // null: the queue manager itself
     int32_t options = 0;
+    std::vector<uint64_t> lent;  // messages its last get read ahead, in order
   };
   struct PendingGet {
     jxqp::GetRequest request;
@@ -83,6 +84,12 @@ class Session {
   void countOpen(const QueuePtr &q, int32_t options, int delta);
   // One attempt at a get; false when the caller must wait.
   bool tryGet(const jxqp::GetRequest &a, GetResult &out);
+  // The client took the first `taken` messages read ahead: they are got;
+  // the others are the queue's again.
+  void settleLent(Handle &h, int32_t taken);
+  // Lends the messages after `from` that the get matches to its reply.
+  void readAhead(Handle &h, const jxqp::GetRequest &a, std::map<uint64_t, Message>::iterator from,
+                 size_t returned, GetResult &out);
   void unblock();
 
   QueueManager &qm_;

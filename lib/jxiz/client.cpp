@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -29,6 +30,7 @@
 #include "jxiz.h"
 #include "qm_paths.hpp"
 #include "qm_protocol.hpp"
+#include "read_ahead.hpp"
 #include "tls_client.hpp"
 
 namespace {
@@ -49,6 +51,7 @@ struct Connection {
   // usually arrive in one receive.
   uint8_t rbuf[16384];
   size_t rpos = 0, rlen = 0;
+  std::map<int32_t, jxiz::ReadAhead> ahead;  // by object handle
   ~Connection() {
     tls.reset();
     if (fd >= 0) close(fd);
@@ -411,6 +414,31 @@ std::shared_ptr<Connection> attributeCall(bool inquire, int32_t hconn, int32_t s
   return nullptr;
 }
 
+// The count of read-ahead messages a request on the handle reports; the
+// buffer is given up.
+int32_t takenAhead(Connection &c, int32_t hobj) {
+  auto kept = c.ahead.find(hobj);
+  if (kept == c.ahead.end()) return 0;
+  const int32_t taken = kept->second.giveUp();
+  c.ahead.erase(kept);
+  return taken;
+}
+
+// A get's answer into the caller's descriptor, options and buffer.
+void deliver(const jxqp::GetReply &reply, void *msgDesc, JXGMO *gmo, void *buffer,
+             int32_t *dataLength, int32_t *cc, int32_t *rc) {
+  bool delivered = reply.cc == JXCC_OK || reply.rc == JXRC_TRUNCATED_MSG_ACCEPTED ||
+                   reply.rc == JXRC_TRUNCATED_MSG_FAILED;
+  if (delivered) {
+    storeMd(msgDesc, reply.md, static_cast<const JXMD *>(msgDesc)->Version);
+    if (!reply.data.empty()) std::memcpy(buffer, reply.data.data(), reply.data.size());
+    *dataLength = reply.dataLength;
+    gmo->ReturnedLength = static_cast<int32_t>(reply.data.size());
+    std::memcpy(gmo->ResolvedQName, reply.resolvedQName, JX_Q_NAME_LENGTH);
+  }
+  set(cc, rc, reply.cc, reply.rc);
+}
+
 // Calls that carry at most their options.
 template <class Request>
 void simpleCall(Op op, int32_t hconn, const Request &request, int32_t *cc, int32_t *rc) {
@@ -518,6 +546,8 @@ JXQM_EXPORT void zstJXCLOSE(int32_t Hconn, int32_t *Hobj, int32_t Options, int32
   jxqp::CloseRequest request;
   request.hobj = *Hobj;
   request.options = Options;
+  // Messages read ahead and not handed out go back to the queue.
+  request.taken = takenAhead(*c, *Hobj);
   jxqp::CodeReply reply;
   std::vector<uint8_t> payload;
   if (int32_t e = call(*c, Op::Close, request, reply, payload))
@@ -587,6 +617,10 @@ JXQM_EXPORT void zstJXGET(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXGMO *Get
     return (void)fail(CompCode, Reason, e);
   std::lock_guard<std::mutex> lock(c->mu);
   const JXMD *sel = static_cast<const JXMD *>(MsgDesc);
+  auto kept = c->ahead.find(Hobj);
+  if (kept != c->ahead.end() && kept->second.answers(*GetMsgOpts, *sel))
+    return deliver(kept->second.next(*GetMsgOpts, BufferLength), MsgDesc, GetMsgOpts, Buffer,
+                   DataLength, CompCode, Reason);
   jxqp::GetRequest request;
   request.hobj = Hobj;
   request.options = GetMsgOpts->Options;
@@ -595,22 +629,18 @@ JXQM_EXPORT void zstJXGET(int32_t Hconn, int32_t Hobj, void *MsgDesc, JXGMO *Get
   std::memcpy(request.msgId, sel->MsgId, JX_MSG_ID_LENGTH);
   std::memcpy(request.correlId, sel->CorrelId, JX_CORREL_ID_LENGTH);
   request.bufferLength = BufferLength;
+  request.taken = takenAhead(*c, Hobj);
+  // A get under syncpoint takes its one message only.
+  request.aheadLimit = (GetMsgOpts->Options & JXGMO_SYNCPOINT) ? 0 : jxiz::kAheadBytes;
   jxqp::GetReply reply;
   std::vector<uint8_t> payload;
   if (int32_t e = call(*c, Op::Get, request, reply, payload))
     return (void)fail(CompCode, Reason, e);
-  if (reply.dataLength < 0 || reply.data.size() > static_cast<size_t>(BufferLength))
+  if (reply.dataLength < 0 || reply.data.size() > static_cast<size_t>(BufferLength) ||
+      (!reply.ahead.empty() && (request.aheadLimit == 0 || reply.cc == JXCC_FAILED)))
     return (void)fail(CompCode, Reason, protocolError(*c));
-  bool delivered = reply.cc == JXCC_OK || reply.rc == JXRC_TRUNCATED_MSG_ACCEPTED ||
-                   reply.rc == JXRC_TRUNCATED_MSG_FAILED;
-  if (delivered) {
-    storeMd(MsgDesc, reply.md, sel->Version);
-    if (!reply.data.empty()) std::memcpy(Buffer, reply.data.data(), reply.data.size());
-    *DataLength = reply.dataLength;
-    GetMsgOpts->ReturnedLength = static_cast<int32_t>(reply.data.size());
-    std::memcpy(GetMsgOpts->ResolvedQName, reply.resolvedQName, JX_Q_NAME_LENGTH);
-  }
-  set(CompCode, Reason, reply.cc, reply.rc);
+  if (!reply.ahead.empty()) c->ahead[Hobj].keep(request, reply);
+  deliver(reply, MsgDesc, GetMsgOpts, Buffer, DataLength, CompCode, Reason);
 }
 
 JXQM_EXPORT void zstJXINQ(int32_t Hconn, int32_t Hobj, int32_t SelectorCount, int32_t *Selectors,

@@ -219,6 +219,7 @@ template <class IO>
 void fields(IO &io, CloseRequest &m) {
   io.i32(m.hobj);
   io.i32(m.options);
+  io.i32(m.taken);
 }
 template <class IO>
 void fields(IO &io, PutRequest &m) {
@@ -243,6 +244,8 @@ void fields(IO &io, GetRequest &m) {
   io.fixed(m.msgId);
   io.fixed(m.correlId);
   io.i32(m.bufferLength);
+  io.i32(m.aheadLimit);
+  io.i32(m.taken);
 }
 template <class IO>
 void fields(IO &io, InqRequest &m) {
@@ -307,6 +310,11 @@ void fields(IO &io, PutReply &m) {
   io.fixed(m.resolvedQName);
 }
 template <class IO>
+void ahead(IO &io, AheadMessage &m) {
+  fields(io, m.md);
+  io.str(m.data, kMaxAheadBytes);
+}
+template <class IO>
 void fields(IO &io, GetReply &m) {
   io.i32(m.cc);
   io.i32(m.rc);
@@ -314,6 +322,7 @@ void fields(IO &io, GetReply &m) {
   fields(io, m.md);
   io.fixed(m.resolvedQName);
   io.str(m.data, JX_MAX_MSG_LENGTH);
+  io.list(m.ahead, kMaxAheadCount, ahead<IO>);
 }
 template <class IO>
 void fields(IO &io, InqReply &m) {

@@ -23,13 +23,21 @@
 
 namespace jxqp {
 
-inline constexpr uint8_t kProtocolVersion = 2;
+inline constexpr uint8_t kProtocolVersion = 3;
 inline constexpr size_t kHeaderSize = 12;
 inline constexpr uint8_t kReplyBit = 0x80;
 inline constexpr uint32_t kMaxPayload = JX_MAX_MSG_LENGTH + 4096;
 inline constexpr int32_t kMaxCharAttrLength = 64 * 1024;
 inline constexpr size_t kMaxCredential = JX_USER_ID_LENGTH;
 inline constexpr size_t kMaxAttributeText = 4096;
+// Read-ahead: a get reply may carry further messages beyond its own, at
+// most this many and (data and descriptors) this many bytes; the client
+// says how many bytes it takes, the queue manager decides whether it may.
+inline constexpr int32_t kMaxAheadCount = 256;
+inline constexpr int32_t kMaxAheadBytes = 256 * 1024;
+// What one message read ahead costs of those bytes beyond its data: at
+// least its descriptor's and its length's wire size.
+inline constexpr int32_t kAheadOverhead = static_cast<int32_t>(sizeof(JXMD)) + 4;
 
 enum class Op : uint8_t {
   Hello = 1,
@@ -130,8 +138,11 @@ struct OpenRequest {
   int32_t options = 0;
   ObjectRef obj;
 };
+// `taken`, in a close and a get: how many of the messages the handle's last
+// get read ahead the client handed out; the others go back to the queue.
 struct CloseRequest {
   int32_t hobj = 0, options = 0;
+  int32_t taken = 0;
 };
 struct PutRequest {
   int32_t hobj = 0, options = 0;
@@ -149,6 +160,8 @@ struct GetRequest {
   uint8_t msgId[JX_MSG_ID_LENGTH] = {};
   uint8_t correlId[JX_CORREL_ID_LENGTH] = {};
   int32_t bufferLength = 0;
+  int32_t aheadLimit = 0;  // bytes of further messages the client takes (0: none)
+  int32_t taken = 0;
 };
 struct InqRequest {
   int32_t hobj = 0;
@@ -209,12 +222,18 @@ struct PutReply {
   JXMD md = JXMD_DEFAULT;  // as the queue manager completed it
   char resolvedQName[JX_Q_NAME_LENGTH] = {};
 };
+// A message read ahead: whole, from the same queue, matching the same way.
+struct AheadMessage {
+  JXMD md = JXMD_DEFAULT;
+  std::string_view data;
+};
 struct GetReply {
   int32_t cc = JXCC_OK, rc = JXRC_NONE;
   int32_t dataLength = 0;  // the whole message's
   JXMD md = JXMD_DEFAULT;
   char resolvedQName[JX_Q_NAME_LENGTH] = {};
   std::string_view data;  // what fits the caller's buffer
+  std::vector<AheadMessage> ahead;
 };
 struct InqReply {
   int32_t cc = JXCC_OK, rc = JXRC_NONE;
@@ -237,12 +256,13 @@ Reply failedReply(int32_t reason) {
 
 // encode appends a message's payload to a writer; decode reads one whole
 // payload (false on any malformation, or bytes left over).
-#define JXQP_MESSAGES(X)                                                                      \
-  X(HelloRequest)                                                                             \
-  X(OpenRequest)                                                                              \
-  X(CloseRequest) X(PutRequest) X(Put1Request) X(GetRequest) X(InqRequest) X(SetRequest)      \
-      X(BeginRequest) X(EmptyRequest) X(AdminRequest) X(CodeReply) X(HelloReply) X(OpenReply) \
-          X(PutReply) X(GetReply) X(InqReply) X(AdminReply)
+#define JXQP_MESSAGES(X)                                                                  \
+  X(HelloRequest)                                                                         \
+  X(OpenRequest)                                                                          \
+  X(CloseRequest)                                                                         \
+  X(PutRequest) X(Put1Request) X(GetRequest) X(InqRequest) X(SetRequest) X(BeginRequest)  \
+      X(EmptyRequest) X(AdminRequest) X(CodeReply) X(HelloReply) X(OpenReply) X(PutReply) \
+          X(GetReply) X(InqReply) X(AdminReply)
 #define JXQP_DECLARE_CODEC(M)         \
   void encode(Writer &w, const M &m); \
   bool decode(const uint8_t *p, size_t n, M &m);

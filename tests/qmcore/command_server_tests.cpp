@@ -152,10 +152,11 @@ TEST_F(CommandCore, LongCommandRunsInSlicesNumberedInOrder) {
               .string(JXCA_Q_NAME, "SLICE.*")
               .intList(JXSEL_QUEUE_ATTRS, {JXIA_CURRENT_Q_DEPTH}),
           cmd, admin);
-  // One turn answers one slice; the last reply of a slice waits for the next.
+  // One turn answers one slice (a step's time of objects, far fewer than
+  // those that go below); the last reply of a slice waits for the next.
   EXPECT_EQ(server.turn(jxqm::QueueManager::nowMs()), 0);
   auto first = replies(admin, rq);
-  ASSERT_EQ(first.size(), jxqm::CommandRun::kObjectsPerStep - 1);
+  ASSERT_LT(first.size(), size_t(kQueues - kGone - 1));
   // Queues that go meanwhile have no reply, and the numbering has no gap.
   for (int i = kQueues - kGone; i < kQueues; ++i)
     ASSERT_TRUE(admin_->deleteQueue("SLICE." + std::to_string(1000 + i), false).ok());
