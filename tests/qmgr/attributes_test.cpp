@@ -91,17 +91,22 @@ TEST_F(Attributes, SettableOnesKeepTheirRangesAndSurviveARestart) {
               std::string(desc, sizeof desc));
 }
 
-// A set with one bad value changes nothing; inhibited puts and gets are
-// refused.
+// A set of integers and a string at once; with one bad value it changes
+// nothing. Inhibited puts and gets are refused.
 TEST_F(Attributes, ASetIsWholeOrNothingAndInhibitsTakeEffect) {
   const int32_t h = openObject(false, JXOO_SET | JXOO_OUTPUT | JXOO_INPUT_SHARED | JXOO_INQUIRE);
-  int32_t sel[] = {JXIA_INHIBIT_PUT, JXIA_INHIBIT_GET}, halfBad[] = {1, 7}, on[] = {1, 1};
-  EXPECT_EQ(call(zstJXSET, hconn_, h, 2, sel, 2, halfBad, 0, nullptr),
+  int32_t sel[] = {JXIA_INHIBIT_PUT, JXIA_INHIBIT_GET, JXCA_Q_DESC}, halfBad[] = {1, 7},
+          on[] = {1, 1};
+  char desc[JX_Q_DESC_LENGTH];
+  std::memset(desc, 'd', sizeof desc);
+  EXPECT_EQ(call(zstJXSET, hconn_, h, 3, sel, 2, halfBad, JX_Q_DESC_LENGTH, desc),
             failed(JXRC_ATTR_VALUE_ERROR));
   EXPECT_EQ(inquire(h, JXIA_INHIBIT_PUT), 0) << "the good value before the bad one is not set";
+  EXPECT_EQ(inquire(h, JXCA_Q_DESC, JX_Q_DESC_LENGTH), std::string(JX_Q_DESC_LENGTH, ' '));
   EXPECT_EQ(call(zstJXSET, hconn_, openObject(false, JXOO_INQUIRE), 2, sel, 2, on, 0, nullptr),
             failed(JXRC_NOT_OPEN_FOR_SET));
-  ASSERT_EQ(call(zstJXSET, hconn_, h, 2, sel, 2, on, 0, nullptr), kOk);
+  ASSERT_EQ(call(zstJXSET, hconn_, h, 3, sel, 2, on, JX_Q_DESC_LENGTH, desc), kOk);
+  EXPECT_EQ(inquire(h, JXCA_Q_DESC, JX_Q_DESC_LENGTH), std::string(desc, sizeof desc));
   EXPECT_EQ(put(hconn_, h, "x"), JXRC_PUT_INHIBITED);
   EXPECT_EQ(get(hconn_, h).rc, JXRC_GET_INHIBITED);
 }
