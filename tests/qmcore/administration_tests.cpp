@@ -40,81 +40,58 @@ class Administration : public Core {
   }
 };
 
+using Call = std::function<AdminResult(jxqm::Administration &)>;
+Call creating(std::string name, int32_t type, AttrList attrs = {}, bool replace = false) {
+  return [=](jxqm::Administration &a) { return a.createQueue(name, type, attrs, replace); };
+}
+Call changing(std::string name, int32_t type, AttrList attrs = {}) {
+  return [=](jxqm::Administration &a) { return a.changeQueue(name, type, attrs); };
+}
+Call copying(std::string from, std::string to, int32_t type) {
+  return [=](jxqm::Administration &a) { return a.copyQueue(from, to, type, {}); };
+}
+
 TEST_F(Administration, RefusalsNameTheirReasonAndParameterAndChangeNothing) {
-  const std::string longText(JX_Q_DESC_LENGTH + 1, 'd');
   std::vector<std::string> names;
   AttrList out;
+  JXMD md = JXMD_DEFAULT;
   const struct {
     const char *what;
-    std::function<AdminResult(jxqm::Administration &)> call;
+    Call call;
     int32_t reason, parameter;
   } rows[] = {
-      {"bad name", [](auto &a) { return a.createQueue("bad name", JXQT_LOCAL, {}, false); },
-       JXRCCF_PARM_VALUE, JXCA_Q_NAME},
-      {"bad type", [](auto &a) { return a.createQueue("NEW", 3, {}, false); }, JXRCCF_PARM_VALUE,
+      {"bad name", creating("bad name", JXQT_LOCAL), JXRCCF_PARM_VALUE, JXCA_Q_NAME},
+      {"bad type", creating("NEW", 3), JXRCCF_PARM_VALUE, JXIA_Q_TYPE},
+      {"exists", creating("Q1", JXQT_LOCAL), JXRC_OBJECT_ALREADY_EXISTS, 0},
+      {"replace as another type", creating("Q1", JXQT_MODEL, {}, true), JXRCCF_PARM_VALUE,
        JXIA_Q_TYPE},
-      {"exists", [](auto &a) { return a.createQueue("Q1", JXQT_LOCAL, {}, false); },
-       JXRC_OBJECT_ALREADY_EXISTS, 0},
-      {"replace as another type", [](auto &a) { return a.createQueue("Q1", JXQT_MODEL, {}, true); },
-       JXRCCF_PARM_VALUE, JXIA_Q_TYPE},
-      {"unknown attribute",
-       [](auto &a) {
-         return a.createQueue("NEW", JXQT_LOCAL, {{1999, 1, {}}}, false);
-       },
-       JXRCCF_PARM_NOT_ALLOWED, 1999},
-      {"status attribute",
-       [](auto &a) {
-         return a.createQueue("NEW", JXQT_LOCAL, {{JXIA_CURRENT_Q_DEPTH, 1, {}}}, false);
-       },
+      {"unknown attribute", creating("NEW", JXQT_LOCAL, {{1999, 1, {}}}), JXRCCF_PARM_NOT_ALLOWED,
+       1999},
+      {"status attribute", creating("NEW", JXQT_LOCAL, {{JXIA_CURRENT_Q_DEPTH, 1, {}}}),
        JXRCCF_PARM_NOT_ALLOWED, JXIA_CURRENT_Q_DEPTH},
-      {"type as an attribute",
-       [](auto &a) {
-         return a.createQueue("NEW", JXQT_LOCAL, {{JXIA_Q_TYPE, 2, {}}}, false);
-       },
+      {"type as an attribute", creating("NEW", JXQT_LOCAL, {{JXIA_Q_TYPE, 2, {}}}),
        JXRCCF_PARM_VALUE, JXIA_Q_TYPE},
-      {"out of range",
-       [](auto &a) {
-         return a.createQueue("NEW", JXQT_LOCAL, {{JXIA_MAX_Q_DEPTH, -1, {}}}, false);
-       },
-       JXRCCF_PARM_VALUE, JXIA_MAX_Q_DEPTH},
+      {"out of range", creating("NEW", JXQT_LOCAL, {{JXIA_MAX_Q_DEPTH, -1, {}}}), JXRCCF_PARM_VALUE,
+       JXIA_MAX_Q_DEPTH},
       {"too long",
-       [&](auto &a) {
-         return a.createQueue("NEW", JXQT_LOCAL, {{JXCA_Q_DESC, 0, longText}}, false);
-       },
+       creating("NEW", JXQT_LOCAL, {{JXCA_Q_DESC, 0, std::string(JX_Q_DESC_LENGTH + 1, 'd')}}),
        JXRCCF_PARM_VALUE, JXCA_Q_DESC},
-      {"dynamic local",
-       [](auto &a) {
-         return a.createQueue("NEW", JXQT_LOCAL, {{JXIA_DEFINITION_TYPE, 2, {}}}, false);
-       },
+      {"dynamic local", creating("NEW", JXQT_LOCAL, {{JXIA_DEFINITION_TYPE, 2, {}}}),
        JXRCCF_PARM_VALUE, JXIA_DEFINITION_TYPE},
-      {"predefined model",
-       [](auto &a) {
-         return a.createQueue("NEW", JXQT_MODEL, {{JXIA_DEFINITION_TYPE, 1, {}}}, false);
-       },
+      {"predefined model", creating("NEW", JXQT_MODEL, {{JXIA_DEFINITION_TYPE, 1, {}}}),
        JXRCCF_PARM_VALUE, JXIA_DEFINITION_TYPE},
-      {"change missing", [](auto &a) { return a.changeQueue("NONE", JXQT_LOCAL, {}); },
-       JXRC_UNKNOWN_OBJECT_NAME, 0},
-      {"change another type", [](auto &a) { return a.changeQueue("Q1", JXQT_MODEL, {}); },
-       JXRCCF_PARM_VALUE, JXIA_Q_TYPE},
-      {"change fixed",
-       [](auto &a) {
-         return a.changeQueue("Q1", JXQT_LOCAL, {{JXIA_DEFINITION_TYPE, 1, {}}});
-       },
+      {"change missing", changing("NONE", JXQT_LOCAL), JXRC_UNKNOWN_OBJECT_NAME, 0},
+      {"change another type", changing("Q1", JXQT_MODEL), JXRCCF_PARM_VALUE, JXIA_Q_TYPE},
+      {"change fixed", changing("Q1", JXQT_LOCAL, {{JXIA_DEFINITION_TYPE, 1, {}}}),
        JXRCCF_PARM_NOT_ALLOWED, JXIA_DEFINITION_TYPE},
       {"change half bad",
-       [](auto &a) {
-         return a.changeQueue("Q1", JXQT_LOCAL,
-                              {{JXIA_INHIBIT_PUT, 1, {}}, {JXIA_INHIBIT_GET, 2, {}}});
-       },
+       changing("Q1", JXQT_LOCAL, {{JXIA_INHIBIT_PUT, 1, {}}, {JXIA_INHIBIT_GET, 2, {}}}),
        JXRCCF_PARM_VALUE, JXIA_INHIBIT_GET},
-      {"copy missing", [](auto &a) { return a.copyQueue("NONE", "NEW", JXQT_LOCAL, {}); },
-       JXRC_UNKNOWN_OBJECT_NAME, 0},
-      {"copy as another type", [](auto &a) { return a.copyQueue("Q1", "NEW", JXQT_MODEL, {}); },
-       JXRCCF_PARM_VALUE, JXIA_Q_TYPE},
-      {"copy to bad name", [](auto &a) { return a.copyQueue("Q1", "b d", JXQT_LOCAL, {}); },
-       JXRCCF_PARM_VALUE, JXSEL_TO_QUEUE_NAME},
-      {"copy onto a queue", [](auto &a) { return a.copyQueue("Q1", "FULL", JXQT_LOCAL, {}); },
-       JXRC_OBJECT_ALREADY_EXISTS, 0},
+      {"copy missing", copying("NONE", "NEW", JXQT_LOCAL), JXRC_UNKNOWN_OBJECT_NAME, 0},
+      {"copy as another type", copying("Q1", "NEW", JXQT_MODEL), JXRCCF_PARM_VALUE, JXIA_Q_TYPE},
+      {"copy to bad name", copying("Q1", "b d", JXQT_LOCAL), JXRCCF_PARM_VALUE,
+       JXSEL_TO_QUEUE_NAME},
+      {"copy onto a queue", copying("Q1", "FULL", JXQT_LOCAL), JXRC_OBJECT_ALREADY_EXISTS, 0},
       {"delete missing", [](auto &a) { return a.deleteQueue("NONE", true); },
        JXRC_UNKNOWN_OBJECT_NAME, 0},
       {"delete system", [](auto &a) { return a.deleteQueue("SYSTEM.Q", true); }, JXRCCF_PARM_VALUE,
@@ -132,11 +109,7 @@ TEST_F(Administration, RefusalsNameTheirReasonAndParameterAndChangeNothing) {
        JXRCCF_PARM_VALUE, 1999},
       {"inquire missing", [&](auto &a) { return a.inquireQueue("NONE", {}, out); },
        JXRC_UNKNOWN_OBJECT_NAME, 0},
-      {"put to a model",
-       [](auto &a) {
-         JXMD md = JXMD_DEFAULT;
-         return a.putMessage("M1", md, "x");
-       },
+      {"put to a model", [&](auto &a) { return a.putMessage("M1", md, "x"); },
        JXRC_OPTION_NOT_VALID_FOR_TYPE, 0},
       {"settings out of range",
        [](auto &a) {

@@ -51,9 +51,7 @@ class Core : public ::testing::Test {
     return qm_->startSession(std::move(info), peers_.back().get());
   }
   int32_t open(jxqm::Session &s, const std::string &queue, int32_t options) {
-    jxqp::OpenRequest r;
-    r.options = options;
-    r.obj.objectType = JXOT_Q;
+    jxqp::OpenRequest r{.options = options, .obj = {.objectType = JXOT_Q}};
     jxqp::setField(r.obj.objectName, JX_Q_NAME_LENGTH, queue);
     jxqp::OpenReply reply = s.open(r);
     EXPECT_EQ(reply.rc, JXRC_NONE) << queue;
@@ -61,21 +59,11 @@ class Core : public ::testing::Test {
   }
   jxqp::PutReply put(jxqm::Session &s, int32_t hobj, std::string_view data,
                      int32_t options = JXPMO_NO_SYNCPOINT, JXMD md = JXMD_DEFAULT) {
-    jxqp::PutRequest r;
-    r.hobj = hobj;
-    r.options = options;
-    r.md = md;
-    r.data = data;
-    return s.put(r);
+    return s.put({.hobj = hobj, .options = options, .md = md, .data = data});
   }
   std::optional<jxqm::GetResult> get(jxqm::Session &s, int32_t hobj,
                                      int32_t options = JXGMO_NO_SYNCPOINT, int32_t wait = 0) {
-    jxqp::GetRequest r;
-    r.hobj = hobj;
-    r.options = options;
-    r.waitInterval = wait;
-    r.bufferLength = 1024;
-    return s.get(r);
+    return s.get({.hobj = hobj, .options = options, .waitInterval = wait, .bufferLength = 1024});
   }
   // One integer or string attribute of a queue, through the administration calls.
   jxqm::AttrValue attribute(const std::string &queue, int32_t selector) {

@@ -131,16 +131,12 @@ TEST(HeldReplies, AFailedTurnsRepliesBecomeFailuresOfTheirOwnCalls) {
     if (turn) held.hold(at, op, turn);
     return at;
   };
-  jxqp::InqReply inq;
-  inq.ints = {7};
-  append(Op::Inq, inq, 0);
+  append(Op::Inq, jxqp::InqReply{.ints = {7}, .chars = {}}, 0);
   jxqp::PutReply put;
   put.md.Priority = 5;
   const size_t heldAt = append(Op::Put, put, 1);
   append(Op::Commit, jxqp::CodeReply{}, 1);
-  jxqp::GetReply get;
-  get.data = "next turn";
-  append(Op::Get, get, 2);
+  append(Op::Get, jxqp::GetReply{.data = "next turn"}, 2);
   EXPECT_EQ(held.writable(out.size()), heldAt);
 
   held.settle(out, 1, false, JXRC_RESOURCE_PROBLEM);
@@ -153,22 +149,19 @@ TEST(HeldReplies, AFailedTurnsRepliesBecomeFailuresOfTheirOwnCalls) {
     at += jxqp::kHeaderSize + h.length;
   }
   ASSERT_EQ(frames.size(), 4u);
-  jxqp::InqReply inqAfter;
-  ASSERT_TRUE(jxqp::decode(frames[0].second.data(), frames[0].second.size(), inqAfter));
-  EXPECT_EQ(inqAfter.ints, std::vector<int32_t>(1, 7));
-  jxqp::PutReply putAfter;
+  auto decoded = [&](size_t i, auto reply) {
+    EXPECT_TRUE(jxqp::decode(frames[i].second.data(), frames[i].second.size(), reply)) << i;
+    return reply;
+  };
+  EXPECT_EQ(decoded(0, jxqp::InqReply{}).ints, std::vector<int32_t>(1, 7));
   EXPECT_EQ(frames[1].first, jxqp::replyOp(Op::Put));
-  ASSERT_TRUE(jxqp::decode(frames[1].second.data(), frames[1].second.size(), putAfter));
+  const jxqp::PutReply putAfter = decoded(1, jxqp::PutReply{});
   EXPECT_EQ(putAfter.cc, JXCC_FAILED);
   EXPECT_EQ(putAfter.rc, JXRC_RESOURCE_PROBLEM);
   EXPECT_EQ(putAfter.md.Priority, jxqp::PutReply{}.md.Priority)
       << "nothing of the lost reply is left";
-  jxqp::CodeReply commitAfter;
-  ASSERT_TRUE(jxqp::decode(frames[2].second.data(), frames[2].second.size(), commitAfter));
-  EXPECT_EQ(commitAfter.rc, JXRC_RESOURCE_PROBLEM);
-  jxqp::GetReply getAfter;
-  ASSERT_TRUE(jxqp::decode(frames[3].second.data(), frames[3].second.size(), getAfter));
-  EXPECT_EQ(getAfter.data, "next turn");
+  EXPECT_EQ(decoded(2, jxqp::CodeReply{}).rc, JXRC_RESOURCE_PROBLEM);
+  EXPECT_EQ(decoded(3, jxqp::GetReply{}).data, "next turn");
   EXPECT_LT(held.writable(out.size()), out.size()) << "the next turn's reply is still held";
 
   held.settle(out, 2, true, JXRC_RESOURCE_PROBLEM);

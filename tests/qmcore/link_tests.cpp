@@ -1,9 +1,10 @@
 // A client's connection fed by hand: the request table's order (hello
-// first), the authority each request needs, and a connection that an
-// administrator stops.
+// first), the authority each request needs, a connection that an
+// administrator stops, and the frame limits of its intake.
 #include "client_link.hpp"
 #include "core_fixture.hpp"
 #include "credentials.hpp"
+#include "peer_limits.hpp"
 
 namespace {
 
@@ -44,11 +45,11 @@ class Links : public Core {
     return r;
   }
   static jxqp::AdminRequest createQueue(const char *name) {
-    jxqp::AdminRequest r;
-    r.command = JXCMD_CREATE_QUEUE;
-    r.name = name;
-    r.queueType = JXQT_LOCAL;
-    return r;
+    return {.command = JXCMD_CREATE_QUEUE,
+            .name = name,
+            .toName = {},
+            .queueType = JXQT_LOCAL,
+            .attributes = {}};
   }
   uint32_t links_ = 0;
 };
@@ -59,9 +60,7 @@ TEST_F(Links, HelloComesFirstAndAdministrationIsForAdministrators) {
   EXPECT_FALSE(early->processInput()) << "a request before the hello ends the connection";
 
   auto user = link(true);
-  jxqp::HelloRequest hello;
-  hello.user = "bob";
-  hello.password = "pw";
+  const jxqp::HelloRequest hello{.user = "bob", .password = "pw", .applName = {}};
   send(*user, Op::Hello, hello);
   send(*user, Op::Admin, createQueue("BY.BOB"));
   ASSERT_TRUE(user->processInput());
@@ -87,16 +86,10 @@ TEST_F(Links, HelloComesFirstAndAdministrationIsForAdministrators) {
 TEST_F(Links, AStoppedConnectionClosesAndBacksOut) {
   auto l = link(false);
   send(*l, Op::Hello, jxqp::HelloRequest{});
-  jxqp::OpenRequest open;
-  open.options = JXOO_OUTPUT;
-  open.obj.objectType = JXOT_Q;
+  jxqp::OpenRequest open{.options = JXOO_OUTPUT, .obj = {.objectType = JXOT_Q}};
   jxqp::setField(open.obj.objectName, JX_Q_NAME_LENGTH, "Q1");
   send(*l, Op::Open, open);
-  jxqp::PutRequest put;
-  put.hobj = 1;
-  put.options = JXPMO_SYNCPOINT;
-  put.data = "uncommitted";
-  send(*l, Op::Put, put);
+  send(*l, Op::Put, jxqp::PutRequest{.hobj = 1, .options = JXPMO_SYNCPOINT, .data = "uncommitted"});
   ASSERT_TRUE(l->processInput());
   ASSERT_EQ(lastReply<jxqp::PutReply>(*l).rc, JXRC_NONE);
   EXPECT_EQ(attribute("Q1", JXIA_CURRENT_Q_DEPTH).number, 1);
@@ -110,6 +103,44 @@ TEST_F(Links, AStoppedConnectionClosesAndBacksOut) {
   const size_t written = l->out.size();
   ASSERT_TRUE(l->processInput());
   EXPECT_EQ(l->out.size(), written) << "nothing more is served";
+}
+
+jxqp::Bytes frameOf(jxqp::Op op, size_t payload) {
+  jxqp::Writer w;
+  jxqp::Bytes f = jxqp::frame(static_cast<uint8_t>(op), w);
+  for (int i = 0; i < 4; ++i) f[8 + i] = static_cast<uint8_t>(payload >> (8 * i));
+  f.resize(f.size() + payload, 0);
+  return f;
+}
+
+TEST_F(Links, FramesBeforeTheHelloAreSmallAndBadHeadersEndTheLink) {
+  const struct {
+    const char *what;
+    jxqp::Bytes bytes;
+    bool kept;
+  } cases[] = {
+      {"a frame of the limit", frameOf(jxqp::Op::Hello, jxqm::PeerLimits::kHelloFrameMax), true},
+      {"a byte more", frameOf(jxqp::Op::Hello, jxqm::PeerLimits::kHelloFrameMax + 1), false},
+      {"a bad header", jxqp::Bytes(jxqp::kHeaderSize, 'x'), false},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.what);
+    auto l = link(false);
+    // Byte by byte: the limits hold however the bytes arrive.
+    bool kept = true;
+    for (size_t i = 0; i < c.bytes.size() && kept; ++i) kept = l->receive(&c.bytes[i], 1, 1);
+    EXPECT_EQ(kept, c.kept);
+    if (kept) {
+      EXPECT_EQ(l->frameStartedMs(), 0) << "no frame left part-way";
+    }
+  }
+  // A frame part-way says when it began.
+  auto l = link(false);
+  const jxqp::Bytes f = frameOf(jxqp::Op::Hello, 100);
+  ASSERT_TRUE(l->receive(f.data(), 50, 1234));
+  EXPECT_EQ(l->frameStartedMs(), 1234);
+  EXPECT_TRUE(l->takeFrameStarted());
+  EXPECT_FALSE(l->takeFrameStarted());
 }
 
 }  // namespace

@@ -1,14 +1,12 @@
 // What a peer may cost, with time given by hand: the log lines a peer may
-// add in a minute, the hold failed logins put on the next check, the
-// buffer budget, and the frame limits of a link's intake.
+// add in a minute, the hold failed logins put on the next check and the
+// buffer budget (a link's frame limits: link_tests).
 #include <gtest/gtest.h>
 
 #include <iterator>
 #include <string>
 #include <vector>
 
-#include "client_link.hpp"
-#include "core_fixture.hpp"
 #include "peer_limits.hpp"
 
 namespace {
@@ -57,47 +55,6 @@ TEST(BufferBudget, TakesWhatFitsAndCountsWhatIsForced) {
   b.give(200);
   EXPECT_EQ(b.used(), 0u);
   EXPECT_TRUE(b.take(100));
-}
-
-using Intake = coretest::Core;
-
-jxqp::Bytes frameOf(jxqp::Op op, size_t payload) {
-  jxqp::Writer w;
-  jxqp::Bytes f = jxqp::frame(static_cast<uint8_t>(op), w);
-  for (int i = 0; i < 4; ++i) f[8 + i] = static_cast<uint8_t>(payload >> (8 * i));
-  f.resize(f.size() + payload, 0);
-  return f;
-}
-
-TEST_F(Intake, FramesBeforeTheHelloAreSmallAndBadHeadersEndTheLink) {
-  const struct {
-    const char *what;
-    jxqp::Bytes bytes;
-    bool kept;
-  } cases[] = {
-      {"a frame of the limit", frameOf(jxqp::Op::Hello, jxqm::PeerLimits::kHelloFrameMax), true},
-      {"a byte more", frameOf(jxqp::Op::Hello, jxqm::PeerLimits::kHelloFrameMax + 1), false},
-      {"a bad header", jxqp::Bytes(jxqp::kHeaderSize, 'x'), false},
-  };
-  uint32_t id = 0;
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.what);
-    jxqm::ClientLink link(*qm_, nullptr, ++id, {false, geteuid(), "test", "test"}, nullptr);
-    // Byte by byte: the limits hold however the bytes arrive.
-    bool kept = true;
-    for (size_t i = 0; i < c.bytes.size() && kept; ++i) kept = link.receive(&c.bytes[i], 1, 1);
-    EXPECT_EQ(kept, c.kept);
-    if (kept) {
-      EXPECT_EQ(link.frameStartedMs(), 0) << "no frame left part-way";
-    }
-  }
-  // A frame part-way says when it began.
-  jxqm::ClientLink link(*qm_, nullptr, ++id, {false, geteuid(), "test", "test"}, nullptr);
-  const jxqp::Bytes f = frameOf(jxqp::Op::Hello, 100);
-  ASSERT_TRUE(link.receive(f.data(), 50, 1234));
-  EXPECT_EQ(link.frameStartedMs(), 1234);
-  EXPECT_TRUE(link.takeFrameStarted());
-  EXPECT_FALSE(link.takeFrameStarted());
 }
 
 }  // namespace

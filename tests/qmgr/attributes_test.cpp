@@ -3,8 +3,10 @@
 // defaults, ranges and refusals, kept across a restart; and the status
 // ones that the queue manager works out.
 #include <cstring>
-#include <set>
+#include <string>
+#include <vector>
 
+#include "outcome.hpp"
 #include "qm_harness.hpp"
 
 using namespace qmtest;
@@ -14,28 +16,17 @@ namespace {
 struct Settable {
   int32_t selector, fallback, min, max;
 };
-const Settable kQueue[] = {
-    {JXIA_DEF_PRIORITY, 0, 0, 9},
-    {JXIA_Q_DEPTH_HIGH_LIMIT, 80, 0, 100},
-    {JXIA_Q_DEPTH_LOW_LIMIT, 20, 0, 100},
-    {JXIA_Q_DEPTH_HIGH_EVENT, 0, 0, 1},
-    {JXIA_Q_DEPTH_LOW_EVENT, 0, 0, 1},
-    {JXIA_Q_FULL_EVENT, 0, 0, 1},
-    {JXIA_INHIBIT_GET, 0, 0, 1},
-    {JXIA_INHIBIT_PUT, 0, 0, 1},
-    {JXIA_DEF_PERSISTENCE, 0, 0, 1},
-    {JXIA_MAX_Q_DEPTH, 5000, 0, JX_MAX_Q_DEPTH},
-    {JXIA_MAX_MSG_LENGTH, JX_MAX_MSG_LENGTH, 0, JX_MAX_MSG_LENGTH},
-};
-const Settable kQMgr[] = {
-    {JXIA_AUTHORITY_EVENT, 1, 0, 1},
-    {JXIA_PERFORMANCE_EVENT, 1, 0, 1},
-    {JXIA_CONFIGURATION_EVENT, 0, 0, 1},
-};
-
+// The settable integers of queues, or of the queue manager, as the
+// attribute table gives them.
 std::vector<Settable> rows(bool qmgr) {
-  return qmgr ? std::vector<Settable>(std::begin(kQMgr), std::end(kQMgr))
-              : std::vector<Settable>(std::begin(kQueue), std::end(kQueue));
+  std::vector<Settable> out;
+#define JX_SETTABLE_INTEGER(sel, name, word, object, length, min, max, fallback, settable) \
+  if (settable && length == 0 && std::string(object) == (qmgr ? "qmgr" : "queue"))         \
+    out.push_back({sel, fallback, min, max});
+  JXQM_ATTRIBUTE_MAP(JX_SETTABLE_INTEGER)
+#undef JX_SETTABLE_INTEGER
+  EXPECT_GE(out.size(), qmgr ? 3u : 11u);
+  return out;
 }
 
 class Attributes : public ConnectedTest {
@@ -45,34 +36,23 @@ class Attributes : public ConnectedTest {
     JXOD od = JXOD_DEFAULT;
     od.ObjectType = qmgr ? JXOT_Q_MGR : JXOT_Q;
     if (!qmgr) setName(od.ObjectName, "Q1");
-    int32_t h = 0, cc, rc;
-    zstJXOPEN(hconn_, &od, options, &h, &cc, &rc);
-    EXPECT_EQ(rc, JXRC_NONE);
+    int32_t h = 0;
+    EXPECT_EQ(call(zstJXOPEN, hconn_, &od, options, &h), kOk);
     return h;
   }
   int32_t inquire(int32_t h, int32_t selector) {
-    int32_t v = -999, cc, rc;
-    zstJXINQ(hconn_, h, 1, &selector, 1, &v, 0, nullptr, &cc, &rc);
-    EXPECT_EQ(rc, JXRC_NONE) << selector;
+    int32_t v = -999;
+    EXPECT_EQ(call(zstJXINQ, hconn_, h, 1, &selector, 1, &v, 0, nullptr), kOk) << selector;
     return v;
   }
   std::string inquire(int32_t h, int32_t selector, int32_t length) {
     std::string v(static_cast<size_t>(length), '?');
-    int32_t cc, rc;
-    zstJXINQ(hconn_, h, 1, &selector, 0, nullptr, length, v.data(), &cc, &rc);
-    EXPECT_EQ(rc, JXRC_NONE) << selector;
+    EXPECT_EQ(call(zstJXINQ, hconn_, h, 1, &selector, 0, nullptr, length, v.data()), kOk)
+        << selector;
     return v;
   }
   int32_t set(int32_t h, int32_t selector, int32_t value) {
-    int32_t cc, rc;
-    zstJXSET(hconn_, h, 1, &selector, 1, &value, 0, nullptr, &cc, &rc);
-    return rc;
-  }
-  void restart() {
-    disconnect(hconn_);
-    ASSERT_TRUE(qm_->stop());
-    ASSERT_TRUE(qm_->start());
-    hconn_ = connect(qm_->name());
+    return call(zstJXSET, hconn_, h, 1, &selector, 1, &value, 0, nullptr).rc;
   }
 };
 
@@ -90,13 +70,15 @@ TEST_F(Attributes, SettableOnesKeepTheirRangesAndSurviveARestart) {
       EXPECT_EQ(set(h, a.selector, a.min), JXRC_NONE);
     }
   }
-  int32_t h = openObject(true, JXOO_INQUIRE | JXOO_SET);
+  // The descriptions, queue's and queue manager's, are kept too.
   char desc[JX_Q_DESC_LENGTH];
   std::memset(desc, ' ', sizeof desc);
   std::memcpy(desc, "described", 9);
-  int32_t sel = JXCA_Q_MGR_DESC, cc, rc;
-  zstJXSET(hconn_, h, 1, &sel, 0, nullptr, sizeof desc, desc, &cc, &rc);
-  ASSERT_EQ(rc, JXRC_NONE);
+  const std::pair<bool, int32_t> descs[] = {{false, JXCA_Q_DESC}, {true, JXCA_Q_MGR_DESC}};
+  for (auto [qmgr, sel] : descs)
+    ASSERT_EQ(call(zstJXSET, hconn_, openObject(qmgr, JXOO_SET), 1, &sel, 0, nullptr,
+                   JX_Q_DESC_LENGTH, desc),
+              kOk);
 
   restart();
   for (bool qmgr : {false, true}) {
@@ -104,17 +86,29 @@ TEST_F(Attributes, SettableOnesKeepTheirRangesAndSurviveARestart) {
     for (const Settable &a : rows(qmgr))
       EXPECT_EQ(inquire(again, a.selector), a.min) << a.selector << " after the restart";
   }
-  EXPECT_EQ(inquire(openObject(true, JXOO_INQUIRE), JXCA_Q_MGR_DESC, JX_Q_DESC_LENGTH),
-            std::string(desc, sizeof desc));
+  for (auto [qmgr, sel] : descs)
+    EXPECT_EQ(inquire(openObject(qmgr, JXOO_INQUIRE), sel, JX_Q_DESC_LENGTH),
+              std::string(desc, sizeof desc));
 }
 
-TEST(AttributeRows, EverySettableIntegerHasARowHere) {
-  std::set<std::pair<std::string, int32_t>> tested;
-  for (const Settable &a : kQueue) tested.insert({"queue", a.selector});
-  for (const Settable &a : kQMgr) tested.insert({"qmgr", a.selector});
-#define JX_SETTABLE_INTEGER(sel, name, word, object, length, min, max, fallback, settable) \
-  EXPECT_TRUE(!(settable && length == 0) || tested.count({object, sel})) << name << " has no row";
-  JXQM_ATTRIBUTE_MAP(JX_SETTABLE_INTEGER)
+// A set of integers and a string at once; with one bad value it changes
+// nothing. Inhibited puts and gets are refused.
+TEST_F(Attributes, ASetIsWholeOrNothingAndInhibitsTakeEffect) {
+  const int32_t h = openObject(false, JXOO_SET | JXOO_OUTPUT | JXOO_INPUT_SHARED | JXOO_INQUIRE);
+  int32_t sel[] = {JXIA_INHIBIT_PUT, JXIA_INHIBIT_GET, JXCA_Q_DESC}, halfBad[] = {1, 7},
+          on[] = {1, 1};
+  char desc[JX_Q_DESC_LENGTH];
+  std::memset(desc, 'd', sizeof desc);
+  EXPECT_EQ(call(zstJXSET, hconn_, h, 3, sel, 2, halfBad, JX_Q_DESC_LENGTH, desc),
+            failed(JXRC_ATTR_VALUE_ERROR));
+  EXPECT_EQ(inquire(h, JXIA_INHIBIT_PUT), 0) << "the good value before the bad one is not set";
+  EXPECT_EQ(inquire(h, JXCA_Q_DESC, JX_Q_DESC_LENGTH), std::string(JX_Q_DESC_LENGTH, ' '));
+  EXPECT_EQ(call(zstJXSET, hconn_, openObject(false, JXOO_INQUIRE), 2, sel, 2, on, 0, nullptr),
+            failed(JXRC_NOT_OPEN_FOR_SET));
+  ASSERT_EQ(call(zstJXSET, hconn_, h, 3, sel, 2, on, JX_Q_DESC_LENGTH, desc), kOk);
+  EXPECT_EQ(inquire(h, JXCA_Q_DESC, JX_Q_DESC_LENGTH), std::string(desc, sizeof desc));
+  EXPECT_EQ(put(hconn_, h, "x"), JXRC_PUT_INHIBITED);
+  EXPECT_EQ(get(hconn_, h).rc, JXRC_GET_INHIBITED);
 }
 
 TEST_F(Attributes, StatusOnesAreWorkedOutAndRefusedForSet) {
@@ -143,22 +137,20 @@ TEST_F(Attributes, StatusOnesAreWorkedOutAndRefusedForSet) {
     bool qmgr;
     int32_t selector;
   } refused[] = {{false, JXIA_MSG_ENQ_COUNT},   {false, JXIA_Q_TYPE},
-                 {false, JXIA_DEFINITION_TYPE}, {true, JXIA_CONNECTION_COUNT},
-                 {true, JXIA_MAX_Q_DEPTH},      {true, JXIA_MAX_MSG_LENGTH}};
+                 {false, JXIA_CURRENT_Q_DEPTH}, {false, JXIA_DEFINITION_TYPE},
+                 {true, JXIA_CONNECTION_COUNT}, {true, JXIA_MAX_Q_DEPTH},
+                 {true, JXIA_MAX_MSG_LENGTH}};
   for (const auto &r : refused)
     EXPECT_EQ(set(r.qmgr ? qmgr : q, r.selector, 0), JXRC_SELECTOR_ERROR) << r.selector;
-  int32_t bad = JXIA_MAX_Q_DEPTH, v, cc, rc;
-  zstJXINQ(hconn_, qmgr, 1, &bad, 1, &v, 0, nullptr, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_SELECTOR_ERROR) << "a queue's attribute is no queue manager's";
-
+  int32_t bad = JXIA_MAX_Q_DEPTH, v;
+  EXPECT_EQ(call(zstJXINQ, hconn_, qmgr, 1, &bad, 1, &v, 0, nullptr), failed(JXRC_SELECTOR_ERROR))
+      << "a queue's attribute is no queue manager's";
   JXOD od = JXOD_DEFAULT;
   od.ObjectType = JXOT_Q_MGR;
   int32_t h = 0;
-  zstJXOPEN(hconn_, &od, JXOO_OUTPUT, &h, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OPTION_NOT_VALID_FOR_TYPE);
+  EXPECT_EQ(call(zstJXOPEN, hconn_, &od, JXOO_OUTPUT, &h), failed(JXRC_OPTION_NOT_VALID_FOR_TYPE));
   setName(od.ObjectName, "ANOTHER");
-  zstJXOPEN(hconn_, &od, JXOO_INQUIRE, &h, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_Q_MGR_NAME_ERROR);
+  EXPECT_EQ(call(zstJXOPEN, hconn_, &od, JXOO_INQUIRE, &h), failed(JXRC_Q_MGR_NAME_ERROR));
 }
 
 }  // namespace

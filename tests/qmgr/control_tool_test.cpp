@@ -1,88 +1,88 @@
 // jxqm: the life cycle of a queue manager and the refusals on the way.
 #include <filesystem>
 
+#include "outcome.hpp"
 #include "qm_harness.hpp"
 
 using namespace qmtest;
 
 namespace {
 
+// Runs jxqm: its exit status, and its output says `says`.
+void expectTool(const std::vector<std::string> &args, int status, const std::string &says = "") {
+  const ToolResult r = jxqm(args);
+  EXPECT_EQ(r.status, status) << (args.empty() ? "" : args[0]) << ": " << r.out;
+  EXPECT_NE(r.out.find(says), std::string::npos) << r.out;
+}
+
 using ControlTool = ServerTest;
 
 TEST_F(ControlTool, LifeCycle) {
   std::string qm = uniqueName("LC");
   std::string dir = qmgrDir(qm);
-  EXPECT_EQ(jxqm({"status", qm}).status, 2) << "unknown before create";
-  auto r = jxqm({"create", qm});
-  ASSERT_EQ(r.status, 0) << r.out;
-  r = jxqm({"create", qm});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("already exists"), std::string::npos) << r.out;
-  EXPECT_EQ(jxqm({"status", qm}).status, 3);
-  EXPECT_EQ(jxqm({"stop", qm}).status, 3) << "stopping a stopped queue manager";
+  expectTool({"status", qm}, 2);  // unknown before create
+  ASSERT_EQ(jxqm({"create", qm}).status, 0);
+  expectTool({"create", qm}, 1, "already exists");
+  expectTool({"status", qm}, 3);
+  expectTool({"stop", qm}, 3);  // stopping a stopped queue manager
 
   ASSERT_EQ(jxqm({"start", qm}).status, 0);
   EXPECT_TRUE(std::filesystem::exists(dir + "/qm.sock"));
-  r = jxqm({"start", qm});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("already running"), std::string::npos) << r.out;
-  r = jxqm({"status", qm});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.out.find("running (pid"), std::string::npos) << r.out;
-  r = jxqm({"delete", qm});
-  EXPECT_EQ(r.status, 1) << "a running queue manager is not deleted";
+  expectTool({"start", qm}, 1, "already running");
+  expectTool({"status", qm}, 0, "running (pid");
+  expectTool({"delete", qm}, 1);  // a running queue manager is not deleted
   // Definitions go to a running queue manager, refused as the calls refuse them.
-  r = jxqm({"define", qm, "LIVE.Q", "--max-depth", "7"});
-  EXPECT_EQ(r.status, 0) << r.out;
-  r = jxqm({"define", qm, "LIVE.Q"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("reason 2100 (object already exists)"), std::string::npos) << r.out;
+  expectTool({"define", qm, "LIVE.Q", "--max-depth", "7"}, 0);
+  expectTool({"define", qm, "LIVE.Q"}, 1, "reason 2100 (object already exists)");
 
   int32_t h = connect(qm);  // a client still connected does not hold up the stop
   ASSERT_EQ(jxqm({"stop", qm}).status, 0);
-  EXPECT_EQ(jxqm({"status", qm}).status, 3);
+  expectTool({"status", qm}, 3);
   EXPECT_FALSE(std::filesystem::exists(dir + "/qm.sock"));
-  int32_t cc, rc;
-  zstJXDISC(&h, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_CONNECTION_BROKEN);
+  EXPECT_EQ(call(zstJXDISC, &h, 0), failed(JXRC_CONNECTION_BROKEN));
 
   // And to a stopped one alike.
-  EXPECT_EQ(jxqm({"define", qm, "LIVE.Q"}).status, 1) << "defined twice";
-  ASSERT_EQ(jxqm({"alter", qm, "LIVE.Q", "--max-depth", "9"}).status, 0);
-  r = jxqm({"undefine", qm, "SYSTEM.DEFAULT.LOCAL.QUEUE"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("reason 4004 (parameter value not valid), --name"), std::string::npos)
-      << r.out;
-  ASSERT_EQ(jxqm({"undefine", qm, "LIVE.Q"}).status, 0);
-  EXPECT_EQ(jxqm({"alter", qm, "LIVE.Q", "--max-depth", "9"}).status, 1) << "gone";
+  expectTool({"define", qm, "LIVE.Q"}, 1, "reason 2100 (object already exists)");
+  expectTool({"alter", qm, "LIVE.Q", "--max-depth", "9"}, 0);
+  expectTool({"undefine", qm, "SYSTEM.DEFAULT.LOCAL.QUEUE"}, 1,
+             "reason 4004 (parameter value not valid), --name");
+  expectTool({"undefine", qm, "LIVE.Q"}, 0);
+  expectTool({"alter", qm, "LIVE.Q", "--max-depth", "9"}, 1);  // gone
   ASSERT_EQ(jxqm({"delete", qm}).status, 0);
   EXPECT_FALSE(std::filesystem::exists(dir));
 }
 
+// Usage errors exit 2; refusals of the queue manager or of the server 1.
 TEST_F(ControlTool, RefusesBadArguments) {
-  EXPECT_EQ(jxqm({}).status, 2);
-  EXPECT_EQ(jxqm({"create", "bad/name"}).status, 2);
-  EXPECT_EQ(jxqm({"create", std::string(49, 'A')}).status, 2);
-  EXPECT_EQ(jxqm({"frobnicate", "QM"}).status, 2);
-  std::string qm = uniqueName("BA");
+  const std::string qm = uniqueName("BA");
   ASSERT_EQ(jxqm({"create", qm}).status, 0);
-  EXPECT_EQ(jxqm({"define", qm, "bad queue"}).status, 2);
-  EXPECT_EQ(jxqm({"define", qm, "Q", "--max-depth", "-1"}).status, 2);
-  EXPECT_EQ(jxqm({"define", qm, "Q", "--max-message-length", "x"}).status, 2);
-  EXPECT_EQ(jxqm({"define", qm, "Q", "--current-depth", "1"}).status, 2) << "not settable";
-  EXPECT_EQ(jxqm({"alter", qm, "Q"}).status, 2) << "nothing to change";
-  EXPECT_EQ(jxqm({"adduser", qm, "bob"}, "").status, 2) << "no password given";
-  EXPECT_EQ(jxqm({"authorize", qm, "bob", "root"}).status, 2);
-  EXPECT_EQ(jxqm({"deluser", qm, "nobody-here"}).status, 1);
+  const struct {
+    std::vector<std::string> args;
+    int status;
+  } rows[] = {
+      {{}, 2},
+      {{"create", "bad/name"}, 2},
+      {{"create", std::string(49, 'A')}, 2},
+      {{"frobnicate", "QM"}, 2},
+      {{"define", qm, "bad queue"}, 2},
+      {{"define", qm, "Q", "--max-depth", "-1"}, 2},
+      {{"define", qm, "Q", "--max-message-length", "x"}, 2},
+      {{"define", qm, "Q", "--current-depth", "1"}, 2},  // not settable
+      {{"alter", qm, "Q"}, 2},                           // nothing to change
+      {{"adduser", qm, "bob"}, 2},                       // no password given
+      {{"authorize", qm, "bob", "root"}, 2},
+      {{"deluser", qm, "nobody-here"}, 1},
+      {{"start", qm, "--poll-us"}, 2},  // no value
+      {{"start", qm, "--hello-timeout"}, 2},
+      {{"start", qm, "--listen", "not-an-address"}, 1},  // the server refuses these
+      {{"start", qm, "--poll-us", "lots"}, 1},
+      {{"start", qm, "--poll-us", "-1"}, 1},
+      {{"start", qm, "--poll-us", "10001"}, 1},
+      {{"status", qm}, 3},  // a failed start leaves it stopped
+  };
+  for (const auto &r : rows) expectTool(r.args, r.status);
   ASSERT_EQ(jxqm({"adduser", qm, "bob"}, "pw\n").status, 0);
-  auto r = jxqm({"users", qm});
-  EXPECT_EQ(r.out, "bob connect\n");
-  EXPECT_EQ(jxqm({"start", qm, "--listen", "not-an-address"}).status, 1);
-  EXPECT_EQ(jxqm({"start", qm, "--poll-us", "lots"}).status, 1) << "the server refuses it";
-  EXPECT_EQ(jxqm({"start", qm, "--poll-us"}).status, 2) << "no value";
-  EXPECT_EQ(jxqm({"status", qm}).status, 3) << "a failed start leaves it stopped";
-  ASSERT_EQ(jxqm({"start", qm, "--poll-us", "0"}).status, 0);
-  EXPECT_EQ(jxqm({"stop", qm}).status, 0);
+  EXPECT_EQ(jxqm({"users", qm}).out, "bob connect\n");
   EXPECT_EQ(jxqm({"delete", qm}).status, 0);
 }
 
@@ -90,9 +90,7 @@ TEST_F(ControlTool, AFolderRenamedByHandIsNotServed) {
   std::string qm = uniqueName("MV"), moved = uniqueName("MOVED");
   ASSERT_EQ(jxqm({"create", qm}).status, 0);
   std::filesystem::rename(qmgrDir(qm), qmgrDir(moved));
-  auto r = jxqm({"start", moved});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("did not start"), std::string::npos) << r.out;
+  expectTool({"start", moved}, 1, "did not start");
   EXPECT_EQ(jxqm({"delete", moved}).status, 0);
 }
 

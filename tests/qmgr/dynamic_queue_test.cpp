@@ -1,9 +1,11 @@
 // Temporary dynamic queues: unique names from a model, deletion on close
-// with the purge option and when the creating connection ends.
+// with the purge option and when the creating connection ends; permanent
+// ones kept across restarts. (A get waiting on a deleted queue: session_tests.)
 #include <chrono>
 #include <cstring>
 #include <thread>
 
+#include "outcome.hpp"
 #include "qm_harness.hpp"
 
 using namespace qmtest;
@@ -12,17 +14,23 @@ namespace {
 
 class DynamicQueues : public ConnectedTest {
  protected:
-  // Opens the default model with `dynamicName`; returns the handle and the new name.
+  // Opens a model with `dynamicName`; returns the handle and the new name.
   int32_t openModel(int32_t hconn, const std::string &dynamicName, std::string &name,
-                    int32_t options = JXOO_INPUT_EXCLUSIVE, int32_t reason = JXRC_NONE) {
+                    int32_t options = JXOO_INPUT_EXCLUSIVE, int32_t reason = JXRC_NONE,
+                    const char *model = "SYSTEM.DEFAULT.MODEL.QUEUE") {
     JXOD od = JXOD_DEFAULT;
-    setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
+    setName(od.ObjectName, model);
     setName(od.DynamicQName, dynamicName);
-    int32_t h = 0, cc, rc;
-    zstJXOPEN(hconn, &od, options, &h, &cc, &rc);
-    EXPECT_EQ(rc, reason);
+    int32_t h = 0;
+    EXPECT_EQ(call(zstJXOPEN, hconn, &od, options, &h).rc, reason);
     name.assign(od.ObjectName, strnlen(od.ObjectName, JX_Q_NAME_LENGTH));
     return h;
+  }
+  int32_t definitionType(const std::string &queue) {
+    int32_t sel = JXIA_DEFINITION_TYPE, type = 0;
+    int32_t h = openQueue(hconn_, queue, JXOO_INQUIRE);
+    EXPECT_EQ(call(zstJXINQ, hconn_, h, 1, &sel, 1, &type, 0, nullptr), kOk);
+    return type;
   }
 };
 
@@ -45,29 +53,20 @@ TEST_F(DynamicQueues, NamesComeFromTheTemplateAndAreUnique) {
   openModel(hconn_, "MY.OWN.NAME", fixed);
   EXPECT_EQ(fixed, "MY.OWN.NAME");
   openModel(hconn_, "MY.OWN.NAME", fixed, JXOO_INPUT_SHARED, JXRC_OBJECT_ALREADY_EXISTS);
-  // The default descriptor's template.
-  JXOD od = JXOD_DEFAULT;
-  int32_t h, cc, rc;
-  setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
-  zstJXOPEN(hconn_, &od, JXOO_INPUT_SHARED, &h, &cc, &rc);
-  ASSERT_EQ(rc, JXRC_NONE);
-  EXPECT_EQ(std::string(od.ObjectName, 4), "AJX.");
-  int32_t sel = JXIA_DEFINITION_TYPE, type = 0;
-  int32_t inq = openQueue(hconn_, a, JXOO_INQUIRE);
-  zstJXINQ(hconn_, inq, 1, &sel, 1, &type, 0, nullptr, &cc, &rc);
-  EXPECT_EQ(type, JXQDT_TEMPORARY_DYNAMIC);
+  const JXOD byDefault = JXOD_DEFAULT;
+  openModel(hconn_, byDefault.DynamicQName, fixed, JXOO_INPUT_SHARED);
+  EXPECT_EQ(fixed.substr(0, 4), "AJX.") << "the default descriptor's template";
+  EXPECT_EQ(definitionType(a), JXQDT_TEMPORARY_DYNAMIC);
 }
 
 TEST_F(DynamicQueues, CloseWithPurgeDeletesQueueAndMessages) {
   std::string name;
   int32_t h = openModel(hconn_, "TEMP.*", name, JXOO_INPUT_EXCLUSIVE | JXOO_OUTPUT);
   ASSERT_EQ(put(hconn_, h, "left behind"), JXRC_NONE);
-  int32_t cc, rc;
   int32_t copy = h;
-  zstJXCLOSE(hconn_, &copy, JXCO_DELETE, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_Q_NOT_EMPTY) << "delete without purge keeps a queue with messages";
-  zstJXCLOSE(hconn_, &h, JXCO_DELETE_PURGE, &cc, &rc);
-  ASSERT_EQ(rc, JXRC_NONE);
+  EXPECT_EQ(call(zstJXCLOSE, hconn_, &copy, JXCO_DELETE), failed(JXRC_Q_NOT_EMPTY))
+      << "delete without purge keeps a queue with messages";
+  ASSERT_EQ(call(zstJXCLOSE, hconn_, &h, JXCO_DELETE_PURGE), kOk);
   EXPECT_EQ(openReason(hconn_, name), JXRC_UNKNOWN_OBJECT_NAME);
   // Re-creating the name gives an empty queue.
   std::string again;
@@ -81,9 +80,7 @@ TEST_F(DynamicQueues, OthersMayPutButNotDelete) {
   int32_t other = connect(qm_->name());
   int32_t out = openQueue(other, name, JXOO_OUTPUT);
   ASSERT_EQ(put(other, out, "reply"), JXRC_NONE);
-  int32_t cc, rc;
-  zstJXCLOSE(other, &out, JXCO_DELETE_PURGE, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_NOT_AUTHORIZED);
+  EXPECT_EQ(call(zstJXCLOSE, other, &out, JXCO_DELETE_PURGE), failed(JXRC_NOT_AUTHORIZED));
   EXPECT_EQ(get(hconn_, h).data, "reply");
   disconnect(other);
 }
@@ -107,52 +104,23 @@ TEST_F(DynamicQueues, DeletedWhenTheCreatingConnectionIsKilled) {
   EXPECT_EQ(rc, JXRC_UNKNOWN_OBJECT_NAME);
 }
 
-TEST_F(DynamicQueues, ABlockedGetLearnsThatItsQueueWasDeleted) {
-  std::string name;
-  int32_t h = openModel(hconn_, "SHARED.*", name, JXOO_INPUT_SHARED);
-  int32_t other = connect(qm_->name());
-  int32_t in = openQueue(other, name, JXOO_INPUT_SHARED);
-  Got g;
-  std::thread waiter([&] { g = get(other, in, JXGMO_WAIT, 20000); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(150));
-  int32_t cc, rc;
-  zstJXCLOSE(hconn_, &h, JXCO_DELETE_PURGE, &cc, &rc);
-  waiter.join();
-  EXPECT_EQ(rc, JXRC_NONE);
-  EXPECT_EQ(g.rc, JXRC_Q_DELETED);
-  disconnect(other);
-}
-
-using PermanentDynamicQueues = ServerTest;
+class PermanentDynamicQueues : public DynamicQueues {
+ protected:
+  PermanentDynamicQueues() { queues_ = {"PERM.MODEL --permanent-dynamic --persistent"}; }
+};
 
 TEST_F(PermanentDynamicQueues, OutliveTheirConnectionAndTheQueueManager) {
-  QueueManagerProcess qm({"PERM.MODEL --permanent-dynamic --persistent"});
-  int32_t h = connect(qm.name());
-  JXOD od = JXOD_DEFAULT;
-  setName(od.ObjectName, "PERM.MODEL");
-  setName(od.DynamicQName, "KEEP.*");
-  int32_t q, cc, rc;
-  zstJXOPEN(h, &od, JXOO_OUTPUT | JXOO_INQUIRE, &q, &cc, &rc);
-  ASSERT_EQ(rc, JXRC_NONE);
-  std::string name(od.ObjectName, strnlen(od.ObjectName, JX_Q_NAME_LENGTH));
-  ASSERT_EQ(put(h, q, "kept", nullptr, JXPMO_NO_SYNCPOINT, JXPER_AS_Q_DEF), JXRC_NONE);
-  int32_t sel = JXIA_DEFINITION_TYPE, type = 0;
-  zstJXINQ(h, q, 1, &sel, 1, &type, 0, nullptr, &cc, &rc);
-  EXPECT_EQ(type, JXQDT_PERMANENT_DYNAMIC);
-  disconnect(h);
-  ASSERT_TRUE(qm.stop());
-  ASSERT_TRUE(qm.start());
-  h = connect(qm.name());
-  q = openQueue(h, name, JXOO_INPUT_SHARED);
-  EXPECT_EQ(get(h, q).data, "kept");
-  zstJXCLOSE(h, &q, JXCO_DELETE, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_NONE);
-  disconnect(h);
-  ASSERT_TRUE(qm.stop());
-  ASSERT_TRUE(qm.start());
-  h = connect(qm.name());
-  EXPECT_EQ(openReason(h, name), JXRC_UNKNOWN_OBJECT_NAME) << "deleted for good";
-  disconnect(h);
+  std::string name;
+  int32_t q =
+      openModel(hconn_, "KEEP.*", name, JXOO_OUTPUT | JXOO_INQUIRE, JXRC_NONE, "PERM.MODEL");
+  ASSERT_EQ(put(hconn_, q, "kept", nullptr, JXPMO_NO_SYNCPOINT, JXPER_AS_Q_DEF), JXRC_NONE);
+  EXPECT_EQ(definitionType(name), JXQDT_PERMANENT_DYNAMIC);
+  restart();
+  q = openQueue(hconn_, name, JXOO_INPUT_SHARED);
+  EXPECT_EQ(get(hconn_, q).data, "kept");
+  EXPECT_EQ(call(zstJXCLOSE, hconn_, &q, JXCO_DELETE), kOk);
+  restart();
+  EXPECT_EQ(openReason(hconn_, name), JXRC_UNKNOWN_OBJECT_NAME) << "deleted for good";
 }
 
 }  // namespace

@@ -1,20 +1,13 @@
 // Persistent puts of concurrent clients share commits: a put still returns
-// only once its message is committed, and the members of a group that die
-// take nothing of the others' with them. Also: a client waiting for a reply
-// is not disturbed by signals.
-#include <fcntl.h>
+// only once its message is committed (clients dying in a group:
+// persistence_test). Also: a client waiting for a reply is not disturbed by
+// signals.
 #include <signal.h>
 #include <sqlite3.h>
 #include <sys/time.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <map>
-#include <set>
-#include <sstream>
 #include <thread>
 
 #include "qm_harness.hpp"
@@ -64,62 +57,6 @@ TEST_F(GroupCommit, APutReturnsOnlyOnceItsMessageIsCommitted) {
   for (auto &t : clients) t.join();
   EXPECT_EQ(failed.load(), 0);
   EXPECT_EQ(unseen.load(), 0) << "puts returned before their commit";
-}
-
-// Puts persistent messages "<client> <n>" until the queue manager goes
-// away, writing the text of each acknowledged one to `fd`.
-[[noreturn]] void producer(const std::string &qmgr, int client, int fd) {
-  char name[JX_Q_MGR_NAME_LENGTH] = {};
-  setName(name, qmgr);
-  int32_t h, cc, rc;
-  zstJXCONN(name, &h, &cc, &rc, 0);
-  if (cc) _exit(1);
-  int32_t q = openQueue(h, "PQ", JXOO_OUTPUT);
-  for (int n = 0;; ++n) {
-    std::string text = std::to_string(client) + " " + std::to_string(n);
-    if (put(h, q, text, nullptr, JXPMO_NO_SYNCPOINT, JXPER_PERSISTENT) != JXRC_NONE) _exit(0);
-    text += "\n";
-    if (write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) _exit(2);
-  }
-}
-
-std::map<int, int> countByClient(const std::string &acked) {
-  std::map<int, int> counts;
-  std::istringstream lines(acked);
-  for (std::string line; std::getline(lines, line);) ++counts[std::atoi(line.c_str())];
-  return counts;
-}
-
-// Half the clients are killed while their puts share commits with the
-// others'. The rest go on being served, and after a crash of the queue
-// manager every acknowledged message of every client is there once.
-TEST_F(GroupCommit, ClientsDyingInAGroupCostTheOthersNothing) {
-  QueueManagerProcess qm({"PQ --max-depth 1000000"});
-  constexpr int kClients = 6, kKilled = 3;
-  Reporters clients(kClients, [&](int c, int fd) { producer(qm.name(), c, fd); });
-  clients.collect(300);
-  for (int c = 0; c < kKilled; ++c) clients.kill(c);
-  clients.collect(20);
-  std::map<int, int> atKill = countByClient(clients.lines());
-  clients.collect(300);
-  qm.kill9();
-  clients.drain();
-  for (int c = kKilled; c < kClients; ++c) EXPECT_TRUE(clients.endedCleanly(c)) << "client " << c;
-  std::map<int, int> atEnd = countByClient(clients.lines());
-  for (int c = kKilled; c < kClients; ++c)
-    EXPECT_GT(atEnd[c], atKill[c]) << "client " << c << " was not served after the others died";
-
-  ASSERT_TRUE(qm.start());
-  int32_t h = connect(qm.name());
-  const std::map<std::string, int> seen = drainQueue(h, "PQ");
-  disconnect(h);
-  std::set<std::string> acked;
-  std::istringstream lines(clients.lines());
-  for (std::string line; std::getline(lines, line);) acked.insert(line);
-  ASSERT_GT(acked.size(), 20u) << "too little load to mean anything";
-  // Only a put in flight when its client or the queue manager died may be
-  // there without its acknowledgement.
-  expectAcknowledgedOnce(acked, seen, kClients);
 }
 
 void onAlarm(int) {}

@@ -1,10 +1,12 @@
 // Moving messages through a real queue manager: across processes, waits,
-// matching, truncation, expiry, limits, inquire and set.
+// matching, truncation, expiry, limits, and inquire (set: attributes_test).
 #include <chrono>
 #include <cstring>
 #include <set>
 #include <thread>
+#include <tuple>
 
+#include "outcome.hpp"
 #include "qm_harness.hpp"
 
 using namespace qmtest;
@@ -24,9 +26,7 @@ TEST_F(Messaging, PutInOneProcessGetInAnother) {
               for (int i = 0; i < 50; ++i) {
                 if (put(h, hobj, "message " + std::to_string(i)) != JXRC_NONE) return 12;
               }
-              int32_t cc, rc;
-              zstJXDISC(&h, 0, &cc, &rc);
-              return cc ? 13 : 0;
+              return call(zstJXDISC, &h, 0) == kOk ? 0 : 13;
             }),
             0);
 
@@ -89,27 +89,27 @@ TEST_F(Messaging, GetByCorrelationIdentifierAmongMany) {
     std::snprintf(reinterpret_cast<char *>(sent[i].CorrelId), JX_CORREL_ID_LENGTH, "corr-%d", i);
     ASSERT_EQ(put(hconn_, out, "body " + std::to_string(i), &sent[i]), JXRC_NONE);
   }
-  JXMD sel = JXMD_DEFAULT;
-  std::memcpy(sel.CorrelId, sent[217].CorrelId, JX_CORREL_ID_LENGTH);
+  // A selector with the identifiers of the given messages (-1: none).
+  auto selector = [&](int msg, int correl) {
+    JXMD sel = JXMD_DEFAULT;
+    if (msg >= 0) std::memcpy(sel.MsgId, sent[msg].MsgId, JX_MSG_ID_LENGTH);
+    if (correl >= 0) std::memcpy(sel.CorrelId, sent[correl].CorrelId, JX_CORREL_ID_LENGTH);
+    return sel;
+  };
+  JXMD sel = selector(-1, 217);
   Got g = get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel);
   ASSERT_EQ(g.rc, JXRC_NONE);
   EXPECT_EQ(g.data, "body 217");
   EXPECT_EQ(std::memcmp(g.md.MsgId, sent[217].MsgId, JX_MSG_ID_LENGTH), 0);
-  // Gone once taken.
-  sel = JXMD_DEFAULT;
-  std::memcpy(sel.CorrelId, sent[217].CorrelId, JX_CORREL_ID_LENGTH);
-  EXPECT_EQ(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel).rc, JXRC_NO_MSG_AVAILABLE);
+  sel = selector(-1, 217);
+  EXPECT_EQ(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel).rc, JXRC_NO_MSG_AVAILABLE)
+      << "gone once taken";
   // By message identifier; correlation ignored when not asked to match it.
-  sel = JXMD_DEFAULT;
-  std::memcpy(sel.MsgId, sent[5].MsgId, JX_MSG_ID_LENGTH);
-  std::memcpy(sel.CorrelId, sent[9].CorrelId, JX_CORREL_ID_LENGTH);
-  g = get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel, JXMO_MATCH_MSG_ID);
-  EXPECT_EQ(g.data, "body 5");
-  // Both must match when both are asked for.
-  sel = JXMD_DEFAULT;
-  std::memcpy(sel.MsgId, sent[6].MsgId, JX_MSG_ID_LENGTH);
-  std::memcpy(sel.CorrelId, sent[9].CorrelId, JX_CORREL_ID_LENGTH);
-  EXPECT_EQ(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel).rc, JXRC_NO_MSG_AVAILABLE);
+  sel = selector(5, 9);
+  EXPECT_EQ(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel, JXMO_MATCH_MSG_ID).data, "body 5");
+  sel = selector(6, 9);
+  EXPECT_EQ(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 4096, &sel).rc, JXRC_NO_MSG_AVAILABLE)
+      << "both must match when both are asked for";
   // All-zero identifiers match anything: the oldest message comes first.
   EXPECT_EQ(get(hconn_, in).data, "body 0");
 }
@@ -118,42 +118,38 @@ TEST_F(Messaging, TruncationLeavesOrRemovesTheMessage) {
   int32_t out = openQueue(hconn_, "Q1", JXOO_OUTPUT);
   int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
   ASSERT_EQ(put(hconn_, out, "0123456789ABCDEF"), JXRC_NONE);
-  Got g = get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 10);
-  EXPECT_EQ(g.cc, JXCC_FAILED);
-  EXPECT_EQ(g.rc, JXRC_TRUNCATED_MSG_FAILED);
-  EXPECT_EQ(g.dataLength, 16);
-  EXPECT_EQ(g.data, "0123456789");
-  g = get(hconn_, in, JXGMO_NO_SYNCPOINT | JXGMO_ACCEPT_TRUNCATED_MSG, 0, 4);
-  EXPECT_EQ(g.cc, JXCC_WARNING);
-  EXPECT_EQ(g.rc, JXRC_TRUNCATED_MSG_ACCEPTED);
-  EXPECT_EQ(g.dataLength, 16);
-  EXPECT_EQ(g.data, "0123");
+  // What a get saw: completion code, reason, whole length and the data given.
+  auto seen = [](const Got &g) { return std::make_tuple(g.cc, g.rc, g.dataLength, g.data); };
+  EXPECT_EQ(seen(get(hconn_, in, JXGMO_NO_SYNCPOINT, 0, 10)),
+            std::make_tuple(JXCC_FAILED, JXRC_TRUNCATED_MSG_FAILED, 16, std::string("0123456789")));
+  EXPECT_EQ(seen(get(hconn_, in, JXGMO_NO_SYNCPOINT | JXGMO_ACCEPT_TRUNCATED_MSG, 0, 4)),
+            std::make_tuple(JXCC_WARNING, JXRC_TRUNCATED_MSG_ACCEPTED, 16, std::string("0123")));
   EXPECT_EQ(get(hconn_, in).rc, JXRC_NO_MSG_AVAILABLE) << "accepted truncation removes it";
   // A zero-length buffer discards a message when truncation is accepted.
   ASSERT_EQ(put(hconn_, out, "x"), JXRC_NONE);
-  g = get(hconn_, in, JXGMO_ACCEPT_TRUNCATED_MSG, 0, 0);
-  EXPECT_EQ(g.rc, JXRC_TRUNCATED_MSG_ACCEPTED);
-  EXPECT_EQ(g.dataLength, 1);
+  EXPECT_EQ(seen(get(hconn_, in, JXGMO_ACCEPT_TRUNCATED_MSG, 0, 0)),
+            std::make_tuple(JXCC_WARNING, JXRC_TRUNCATED_MSG_ACCEPTED, 1, std::string()));
+  EXPECT_EQ(get(hconn_, in).rc, JXRC_NO_MSG_AVAILABLE);
 }
 
 TEST_F(Messaging, ExpiredMessagesAreNotDelivered) {
   int32_t out = openQueue(hconn_, "Q1", JXOO_OUTPUT);
   int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED | JXOO_INQUIRE);
-  JXMD md = JXMD_DEFAULT;
-  md.Expiry = 1;  // a tenth of a second
-  ASSERT_EQ(put(hconn_, out, "short lived", &md), JXRC_NONE);
-  md = JXMD_DEFAULT;
-  md.Expiry = 600;
-  ASSERT_EQ(put(hconn_, out, "long lived", &md), JXRC_NONE);
+  auto expiring = [](int32_t tenths) {
+    JXMD md = JXMD_DEFAULT;
+    md.Expiry = tenths;
+    return md;
+  };
+  JXMD shortLived = expiring(1), longLived = expiring(600), bad = expiring(0);
+  ASSERT_EQ(put(hconn_, out, "short lived", &shortLived), JXRC_NONE);
+  ASSERT_EQ(put(hconn_, out, "long lived", &longLived), JXRC_NONE);
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   Got g = get(hconn_, in);
   EXPECT_EQ(g.data, "long lived");
   EXPECT_GT(g.md.Expiry, 500);
   EXPECT_LE(g.md.Expiry, 600);
   EXPECT_EQ(get(hconn_, in).rc, JXRC_NO_MSG_AVAILABLE);
-  md = JXMD_DEFAULT;
-  md.Expiry = 0;
-  EXPECT_EQ(put(hconn_, out, "bad", &md), JXRC_EXPIRY_ERROR);
+  EXPECT_EQ(put(hconn_, out, "bad", &bad), JXRC_EXPIRY_ERROR);
 }
 
 TEST_F(Messaging, QueueFullAndMessageTooLong) {
@@ -175,19 +171,16 @@ TEST_F(Messaging, Put1ToANamedQueue) {
   setName(od.ObjectName, "Q1");
   JXMD md = JXMD_DEFAULT;
   JXPMO pmo = JXPMO_DEFAULT;
-  int32_t cc, rc;
   char data[] = "one shot";
-  zstJXPUT1(hconn_, &od, &md, &pmo, 8, data, &cc, &rc);
-  ASSERT_EQ(rc, JXRC_NONE);
+  ASSERT_EQ(call(zstJXPUT1, hconn_, &od, &md, &pmo, 8, data), kOk);
   EXPECT_NE(md.MsgId[0], 0);
   EXPECT_EQ(std::string(pmo.ResolvedQName), "Q1");
   EXPECT_EQ(std::string(pmo.ResolvedQMgrName), qm_->name());
   setName(od.ObjectName, "NO.SUCH.QUEUE");
-  zstJXPUT1(hconn_, &od, &md, &pmo, 8, data, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_UNKNOWN_OBJECT_NAME);
+  EXPECT_EQ(call(zstJXPUT1, hconn_, &od, &md, &pmo, 8, data), failed(JXRC_UNKNOWN_OBJECT_NAME));
   setName(od.ObjectName, "SYSTEM.DEFAULT.MODEL.QUEUE");
-  zstJXPUT1(hconn_, &od, &md, &pmo, 8, data, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OPTION_NOT_VALID_FOR_TYPE);
+  EXPECT_EQ(call(zstJXPUT1, hconn_, &od, &md, &pmo, 8, data),
+            failed(JXRC_OPTION_NOT_VALID_FOR_TYPE));
   int32_t in = openQueue(hconn_, "Q1", JXOO_INPUT_SHARED);
   EXPECT_EQ(get(hconn_, in).data, "one shot");
 }
@@ -204,10 +197,7 @@ TEST_F(Messaging, InquireOpenCountsDepthAndNames) {
   int32_t cc, rc;
   zstJXINQ(hconn_, inq, 6, sel, 4, ints, 96, chars, &cc, &rc);
   ASSERT_EQ(rc, JXRC_NONE);
-  EXPECT_EQ(ints[0], 2);
-  EXPECT_EQ(ints[1], 1);
-  EXPECT_EQ(ints[2], 1);
-  EXPECT_EQ(ints[3], JXQT_LOCAL);
+  EXPECT_EQ(std::vector<int32_t>(ints, ints + 4), (std::vector<int32_t>{2, 1, 1, JXQT_LOCAL}));
   EXPECT_EQ(std::string(chars, JX_Q_NAME_LENGTH), "Q1" + std::string(46, ' '));
   EXPECT_EQ(std::string(chars + JX_Q_NAME_LENGTH, qm_->name().size()), qm_->name());
   zstJXCLOSE(hconn_, &in1, JXCO_NONE, &cc, &rc);
@@ -217,126 +207,70 @@ TEST_F(Messaging, InquireOpenCountsDepthAndNames) {
 
   // Each refusal leaves the outputs alone.
   ints[0] = -9;
-  zstJXINQ(hconn_, inq, 6, sel, 3, ints, 96, chars, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_INT_ATTR_COUNT_TOO_SMALL);
-  zstJXINQ(hconn_, inq, 6, sel, 4, ints, 95, chars, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_CHAR_ATTRS_TOO_SHORT);
   int32_t bad[] = {12345};
-  zstJXINQ(hconn_, inq, 1, bad, 4, ints, 0, nullptr, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_SELECTOR_ERROR);
-  zstJXINQ(hconn_, in2, 1, sel, 4, ints, 0, nullptr, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_NOT_OPEN_FOR_INQUIRE);
-  zstJXINQ(hconn_, inq, -1, sel, 4, ints, 0, nullptr, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_SELECTOR_COUNT_ERROR);
+  const std::pair<Outcome, int32_t> refusals[] = {
+      {call(zstJXINQ, hconn_, inq, 6, sel, 3, ints, 96, chars), JXRC_INT_ATTR_COUNT_TOO_SMALL},
+      {call(zstJXINQ, hconn_, inq, 6, sel, 4, ints, 95, chars), JXRC_CHAR_ATTRS_TOO_SHORT},
+      {call(zstJXINQ, hconn_, inq, 1, bad, 4, ints, 0, nullptr), JXRC_SELECTOR_ERROR},
+      {call(zstJXINQ, hconn_, in2, 1, sel, 4, ints, 0, nullptr), JXRC_NOT_OPEN_FOR_INQUIRE},
+      {call(zstJXINQ, hconn_, inq, -1, sel, 4, ints, 0, nullptr), JXRC_SELECTOR_COUNT_ERROR},
+  };
+  for (const auto &[got, reason] : refusals) EXPECT_EQ(got, failed(reason));
   EXPECT_EQ(ints[0], -9);
 }
 
-TEST_F(Messaging, SetInhibitsPutsAndGetsAndPersistsTheChange) {
-  int32_t h = openQueue(hconn_, "Q1", JXOO_SET | JXOO_OUTPUT | JXOO_INPUT_SHARED | JXOO_INQUIRE);
-  int32_t sel[] = {JXIA_INHIBIT_PUT, JXIA_INHIBIT_GET, JXCA_Q_DESC};
-  int32_t vals[] = {1, 1};
-  char desc[64];
-  std::memset(desc, ' ', 64);
-  std::memcpy(desc, "changed", 7);
-  int32_t cc, rc;
-  zstJXSET(hconn_, h, 3, sel, 2, vals, 64, desc, &cc, &rc);
-  ASSERT_EQ(rc, JXRC_NONE);
-  EXPECT_EQ(put(hconn_, h, "x"), JXRC_PUT_INHIBITED);
-  EXPECT_EQ(get(hconn_, h).rc, JXRC_GET_INHIBITED);
-  // A bad value refuses the whole set: nothing changes.
-  int32_t bad[] = {0, 7};
-  zstJXSET(hconn_, h, 2, sel, 2, bad, 0, nullptr, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_ATTR_VALUE_ERROR);
-  EXPECT_EQ(put(hconn_, h, "x"), JXRC_PUT_INHIBITED);
-  int32_t depth[] = {JXIA_CURRENT_Q_DEPTH};
-  zstJXSET(hconn_, h, 1, depth, 1, vals, 0, nullptr, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_SELECTOR_ERROR);
-  int32_t noSet = openQueue(hconn_, "Q1", JXOO_INQUIRE);
-  zstJXSET(hconn_, noSet, 2, sel, 2, vals, 0, nullptr, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_NOT_OPEN_FOR_SET);
-
-  disconnect(hconn_);
-  ASSERT_TRUE(qm_->stop());
-  ASSERT_TRUE(qm_->start());
-  hconn_ = connect(qm_->name());
-  h = openQueue(hconn_, "Q1", JXOO_INQUIRE);
-  int32_t got[2] = {};
-  char gotDesc[64];
-  zstJXINQ(hconn_, h, 3, sel, 2, got, 64, gotDesc, &cc, &rc);
-  ASSERT_EQ(rc, JXRC_NONE);
-  EXPECT_EQ(got[0], 1);
-  EXPECT_EQ(got[1], 1);
-  EXPECT_EQ(std::string(gotDesc, 7), "changed");
-}
-
+// Each refusal leaves the handle alone; reasons are checked in the order the
+// calls check them.
 TEST_F(Messaging, BadHandlesOptionsAndRecords) {
-  int32_t cc = -1, rc = -1;
   int32_t h = openQueue(hconn_, "Q1", JXOO_OUTPUT);
-  JXMD md = JXMD_DEFAULT;
-  JXPMO pmo = JXPMO_DEFAULT;
+  JXMD md = JXMD_DEFAULT, badId = md, badPersistence = md, badMsgType = md;
+  badId.StrucId[0] = 'X';
+  badPersistence.Persistence = 3;
+  badMsgType.MsgType = 3;
+  JXPMO pmo = JXPMO_DEFAULT, bothSync = JXPMO_DEFAULT;
+  bothSync.Options = JXPMO_SYNCPOINT | JXPMO_NO_SYNCPOINT;
   char data[] = "x";
-  zstJXPUT(hconn_ + 1000, h, &md, &pmo, 1, data, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_HCONN_ERROR);
-  zstJXPUT(hconn_, h + 1000, &md, &pmo, 1, data, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_HOBJ_ERROR);
-  zstJXPUT(hconn_, h, nullptr, &pmo, 1, data, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_MD_ERROR);
-  JXMD badMd = JXMD_DEFAULT;
-  badMd.StrucId[0] = 'X';
-  zstJXPUT(hconn_, h, &badMd, &pmo, 1, data, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_MD_ERROR);
-  zstJXPUT(hconn_, h, &md, nullptr, 1, data, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_PMO_ERROR);
-  zstJXPUT(hconn_, h, &md, &pmo, -1, data, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_BUFFER_LENGTH_ERROR);
-  zstJXPUT(hconn_, h, &md, &pmo, 1, nullptr, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_BUFFER_ERROR);
-  pmo.Options = JXPMO_SYNCPOINT | JXPMO_NO_SYNCPOINT;
-  zstJXPUT(hconn_, h, &md, &pmo, 1, data, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OPTIONS_ERROR);
-  pmo.Options = 0;
-  md.Persistence = 3;
-  zstJXPUT(hconn_, h, &md, &pmo, 1, data, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_PERSISTENCE_ERROR);
-  md = JXMD_DEFAULT;
-  md.MsgType = 3;
-  zstJXPUT(hconn_, h, &md, &pmo, 1, data, 0, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_MSG_TYPE_ERROR);
+  const std::pair<Outcome, int32_t> puts[] = {
+      {call(zstJXPUT, hconn_ + 1000, h, &md, &pmo, 1, data, 0), JXRC_HCONN_ERROR},
+      {call(zstJXPUT, hconn_, h + 1000, &md, &pmo, 1, data, 0), JXRC_HOBJ_ERROR},
+      {call(zstJXPUT, hconn_, h, nullptr, &pmo, 1, data, 0), JXRC_MD_ERROR},
+      {call(zstJXPUT, hconn_, h, &badId, &pmo, 1, data, 0), JXRC_MD_ERROR},
+      {call(zstJXPUT, hconn_, h, &md, nullptr, 1, data, 0), JXRC_PMO_ERROR},
+      {call(zstJXPUT, hconn_, h, &md, &pmo, -1, data, 0), JXRC_BUFFER_LENGTH_ERROR},
+      {call(zstJXPUT, hconn_, h, &md, &pmo, 1, nullptr, 0), JXRC_BUFFER_ERROR},
+      {call(zstJXPUT, hconn_, h, &md, &bothSync, 1, data, 0), JXRC_OPTIONS_ERROR},
+      {call(zstJXPUT, hconn_, h, &badPersistence, &pmo, 1, data, 0), JXRC_PERSISTENCE_ERROR},
+      {call(zstJXPUT, hconn_, h, &badMsgType, &pmo, 1, data, 0), JXRC_MSG_TYPE_ERROR},
+  };
+  for (const auto &[got, reason] : puts) EXPECT_EQ(got, failed(reason));
   EXPECT_EQ(get(hconn_, h).rc, JXRC_NOT_OPEN_FOR_INPUT);
 
-  JXOD od = JXOD_DEFAULT;
+  JXOD od = JXOD_DEFAULT, badName = JXOD_DEFAULT;
   setName(od.ObjectName, "Q1");
+  setName(badName.ObjectName, "bad name!");
+  JXOD badType = od, remote = od;
+  badType.ObjectType = 5;
+  setName(remote.ObjectQMgrName, "ELSEWHERE");
   int32_t hobj = 77;
-  zstJXOPEN(hconn_, &od, JXOO_INPUT_SHARED | JXOO_INPUT_EXCLUSIVE, &hobj, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OPTIONS_ERROR);
-  zstJXOPEN(hconn_, &od, 0, &hobj, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OPTIONS_ERROR);
+  const std::pair<Outcome, int32_t> opens[] = {
+      {call(zstJXOPEN, hconn_, &od, JXOO_INPUT_SHARED | JXOO_INPUT_EXCLUSIVE, &hobj),
+       JXRC_OPTIONS_ERROR},
+      {call(zstJXOPEN, hconn_, &od, 0, &hobj), JXRC_OPTIONS_ERROR},
+      {call(zstJXOPEN, hconn_, &badType, JXOO_OUTPUT, &hobj), JXRC_OBJECT_TYPE_ERROR},
+      {call(zstJXOPEN, hconn_, &badName, JXOO_OUTPUT, &hobj), JXRC_OBJECT_NAME_ERROR},
+      {call(zstJXOPEN, hconn_, &remote, JXOO_OUTPUT, &hobj), JXRC_UNKNOWN_REMOTE_Q_MGR},
+      {call(zstJXOPEN, hconn_, nullptr, JXOO_OUTPUT, &hobj), JXRC_OD_ERROR},
+  };
+  for (const auto &[got, reason] : opens) EXPECT_EQ(got, failed(reason));
   EXPECT_EQ(hobj, 77) << "a failed open leaves the handle alone";
-  od.ObjectType = 5;
-  zstJXOPEN(hconn_, &od, JXOO_OUTPUT, &hobj, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OBJECT_TYPE_ERROR);
-  od = JXOD_DEFAULT;
-  setName(od.ObjectName, "bad name!");
-  zstJXOPEN(hconn_, &od, JXOO_OUTPUT, &hobj, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OBJECT_NAME_ERROR);
-  setName(od.ObjectName, "Q1");
-  setName(od.ObjectQMgrName, "ELSEWHERE");
-  zstJXOPEN(hconn_, &od, JXOO_OUTPUT, &hobj, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_UNKNOWN_REMOTE_Q_MGR);
-  zstJXOPEN(hconn_, nullptr, JXOO_OUTPUT, &hobj, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OD_ERROR);
 
   int32_t x1 = openQueue(hconn_, "Q1", JXOO_INPUT_EXCLUSIVE);
-  od = JXOD_DEFAULT;
-  setName(od.ObjectName, "Q1");
-  zstJXOPEN(hconn_, &od, JXOO_INPUT_SHARED, &hobj, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OBJECT_IN_USE);
-  zstJXCLOSE(hconn_, &x1, JXCO_DELETE_PURGE, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_OPTION_NOT_VALID_FOR_TYPE) << "only dynamic queues can be deleted";
-  zstJXCLOSE(hconn_, &x1, JXCO_NONE, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_NONE);
-  zstJXCLOSE(hconn_, &x1, JXCO_NONE, &cc, &rc);
-  EXPECT_EQ(rc, JXRC_HOBJ_ERROR);
+  EXPECT_EQ(openReason(hconn_, "Q1", JXOO_INPUT_SHARED), JXRC_OBJECT_IN_USE);
+  EXPECT_EQ(call(zstJXCLOSE, hconn_, &x1, JXCO_DELETE_PURGE),
+            failed(JXRC_OPTION_NOT_VALID_FOR_TYPE))
+      << "only dynamic queues can be deleted";
+  EXPECT_EQ(call(zstJXCLOSE, hconn_, &x1, JXCO_NONE), kOk);
+  EXPECT_EQ(call(zstJXCLOSE, hconn_, &x1, JXCO_NONE), failed(JXRC_HOBJ_ERROR));
 
   int32_t h2 = 5;
   EXPECT_EQ(tryConnect("NOT_THIS_ONE", h2), JXRC_Q_MGR_NOT_AVAILABLE);

@@ -94,49 +94,27 @@ void expectExact(const char *name, const M &m) {
 }
 
 TEST(Protocol, RequestsAndRepliesMustBeExactlyConsumed) {
-  HelloRequest hello;
-  hello.user = "user";
-  hello.password = "pw";
-  hello.pid = 42;
-  hello.applName = "app";
-  OpenRequest open;
-  open.options = JXOO_OUTPUT;
-  PutRequest put;
-  put.hobj = 3;
-  put.data = "data";
-  InqRequest inq;
-  inq.hobj = 3;
-  inq.selectors = {17, 2016};
-  inq.intCount = 1;
-  inq.charLength = 48;
-  SetRequest set;
-  set.selectors = {10};
-  set.intValues = {1};
-  AdminRequest admin;
-  admin.command = 11;
-  admin.name = "Q";
-  admin.attributes = {{JXIA_MAX_Q_DEPTH, 7, {}}, {JXCA_Q_DESC, 0, "text"}};
-  InqReply inqReply;
-  inqReply.ints = {1, 2};
-  inqReply.chars = "abc";
-  GetReply getReply;
-  getReply.dataLength = 9;
-  getReply.data = "part";
-  expectExact("hello", hello);
-  expectExact("open", open);
-  expectExact("put", put);
+  expectExact("hello",
+              HelloRequest{.user = "user", .password = "pw", .pid = 42, .applName = "app"});
+  expectExact("open", OpenRequest{.options = JXOO_OUTPUT, .obj = {}});
+  expectExact("put", PutRequest{.hobj = 3, .data = "data"});
   expectExact("put1", Put1Request{});
   expectExact("get", GetRequest{});
-  expectExact("inquire", inq);
-  expectExact("set", set);
+  expectExact("inquire",
+              InqRequest{.hobj = 3, .selectors = {17, 2016}, .intCount = 1, .charLength = 48});
+  expectExact("set", SetRequest{.selectors = {10}, .intValues = {1}, .charValues = "c"});
   expectExact("commit", EmptyRequest{});
-  expectExact("administration", admin);
+  expectExact("administration",
+              AdminRequest{.command = 11,
+                           .name = "Q",
+                           .toName = "R",
+                           .attributes = {{JXIA_MAX_Q_DEPTH, 7, {}}, {JXCA_Q_DESC, 0, "text"}}});
   expectExact("code reply", CodeReply{JXCC_FAILED, JXRC_HOBJ_ERROR});
   expectExact("hello reply", HelloReply{});
   expectExact("open reply", OpenReply{});
   expectExact("put reply", PutReply{});
-  expectExact("get reply", getReply);
-  expectExact("inquire reply", inqReply);
+  expectExact("get reply", GetReply{.dataLength = 9, .data = "part"});
+  expectExact("inquire reply", InqReply{.ints = {1, 2}, .chars = "abc"});
   expectExact("administration reply", AdminReply{JXCC_FAILED, JXRCCF_PARM_VALUE, 15});
   EXPECT_FALSE(validRequestOp(0));
   EXPECT_FALSE(validRequestOp(kLastOp + 1));

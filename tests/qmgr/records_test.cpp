@@ -10,14 +10,12 @@ extern "C" void qmtestCDefaults(JXMD *md, JXPMO *pmo, JXOD *od, JXGMO *gmo, JXCN
 
 namespace {
 
-int32_t intAt(const void *rec, size_t offset) {
-  int32_t v;
-  std::memcpy(&v, static_cast<const char *>(rec) + offset, 4);
-  return v;
+// A 32-bit field's bytes as this machine (little-endian) stores them.
+std::string le(int32_t v) {
+  return std::string(reinterpret_cast<const char *>(&v), 4);
 }
-
-std::string bytesAt(const void *rec, size_t offset, size_t n) {
-  return std::string(static_cast<const char *>(rec) + offset, n);
+std::string zeros(size_t n) {
+  return std::string(n, '\0');
 }
 
 TEST(Records, DefaultsSitAtTheirOffsets) {
@@ -27,56 +25,34 @@ TEST(Records, DefaultsSitAtTheirOffsets) {
   JXGMO gmo;
   JXCNO cno;
   JXBO bo;
-  std::memset(&md, 0x55, sizeof md);
-  std::memset(&od, 0x55, sizeof od);
-  std::memset(&gmo, 0x55, sizeof gmo);
-  std::memset(&cno, 0x55, sizeof cno);
+  for (auto [rec, size] : {std::pair<void *, size_t>{&md, sizeof md},
+                           {&pmo, sizeof pmo},
+                           {&od, sizeof od},
+                           {&gmo, sizeof gmo},
+                           {&cno, sizeof cno},
+                           {&bo, sizeof bo}})
+    std::memset(rec, 0x55, size);
   qmtestCDefaults(&md, &pmo, &od, &gmo, &cno, &bo);
-
-  EXPECT_EQ(bytesAt(&md, 0, 4), "MD  ");
-  EXPECT_EQ(intAt(&md, 4), 1);
-  EXPECT_EQ(intAt(&md, 12), 8);
-  EXPECT_EQ(intAt(&md, 16), -1);
-  EXPECT_EQ(intAt(&md, 24), 546);
-  EXPECT_EQ(intAt(&md, 28), 0);
-  EXPECT_EQ(bytesAt(&md, 32, 8), "        ");
-  EXPECT_EQ(intAt(&md, 40), -1);
-  EXPECT_EQ(intAt(&md, 44), 2);
-  EXPECT_EQ(bytesAt(&md, 48, 276), std::string(276, '\0')) << "ids, reply-to and identity zero";
-  EXPECT_EQ(bytesAt(&md, 324, 24), std::string(24, '\0'));
-  EXPECT_EQ(intAt(&md, 348), 1);
-  EXPECT_EQ(intAt(&md, 352), 0);
-  EXPECT_EQ(intAt(&md, 356), 0);
-  EXPECT_EQ(intAt(&md, 360), -1);
-
-  EXPECT_EQ(bytesAt(&pmo, 0, 4), "PMO ");
-  EXPECT_EQ(intAt(&pmo, 4), 1);
-  EXPECT_EQ(intAt(&pmo, 8), 0);
-  EXPECT_EQ(intAt(&pmo, 12), -1);
-  EXPECT_EQ(bytesAt(&pmo, 16, 136), std::string(136, '\0'));
-
-  EXPECT_EQ(bytesAt(&od, 0, 4), "OD  ");
-  EXPECT_EQ(intAt(&od, 4), 1);
-  EXPECT_EQ(intAt(&od, 8), 1);
-  EXPECT_EQ(bytesAt(&od, 12, 96), std::string(96, '\0'));
-  EXPECT_EQ(bytesAt(&od, 108, 48), "AJX.*" + std::string(43, '\0'));
-  EXPECT_EQ(bytesAt(&od, 156, 180), std::string(180, '\0'));
-
-  EXPECT_EQ(bytesAt(&gmo, 0, 4), "GMO ");
-  EXPECT_EQ(intAt(&gmo, 4), 1);
-  EXPECT_EQ(intAt(&gmo, 8), 0);
-  EXPECT_EQ(intAt(&gmo, 12), 0);
-  EXPECT_EQ(bytesAt(&gmo, 16, 56), std::string(56, '\0'));
-  EXPECT_EQ(intAt(&gmo, 72), 3);
-  EXPECT_EQ(bytesAt(&gmo, 76, 4), "    ");
-  EXPECT_EQ(bytesAt(&gmo, 80, 16), std::string(16, '\0'));
-  EXPECT_EQ(intAt(&gmo, 96), -1);
-
-  EXPECT_EQ(bytesAt(&cno, 0, 4), "CNO ");
-  EXPECT_EQ(intAt(&cno, 4), 2);
-  EXPECT_EQ(bytesAt(&cno, 8, JXCNO_LENGTH_2 - 8), std::string(JXCNO_LENGTH_2 - 8, '\0'))
-      << "options, connection, user, password and the TLS trust fields zero";
-  EXPECT_EQ(bytesAt(&bo, 0, 4), "BO  ");
+  const struct {
+    const void *rec;
+    size_t offset;
+    std::string bytes;
+  } rows[] = {
+      {&md, 0, "MD  " + le(1)},
+      {&md, 12, le(8) + le(-1)},
+      {&md, 24, le(546) + le(0) + "        " + le(-1) + le(2)},
+      {&md, 48, zeros(300)},  // ids, reply-to, identity and the group identifier
+      {&md, 348, le(1) + le(0) + le(0) + le(-1)},
+      {&pmo, 0, "PMO " + le(1) + le(0) + le(-1) + zeros(136)},
+      {&od, 0, "OD  " + le(1) + le(1) + zeros(96) + "AJX.*" + zeros(43 + 180)},
+      {&gmo, 0, "GMO " + le(1) + le(0) + le(0) + zeros(56) + le(3) + "    " + zeros(16) + le(-1)},
+      // Options, connection, user, password and the TLS trust fields zero.
+      {&cno, 0, "CNO " + le(2) + zeros(JXCNO_LENGTH_2 - 8)},
+      {&bo, 0, "BO  "},
+  };
+  for (const auto &r : rows)
+    EXPECT_EQ(std::string(static_cast<const char *>(r.rec) + r.offset, r.bytes.size()), r.bytes)
+        << "at " << r.offset;
 }
 
 }  // namespace

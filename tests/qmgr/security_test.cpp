@@ -38,39 +38,66 @@ int32_t connectTcp(const std::string &where, const std::string &user, const std:
   return h;
 }
 
+// What connect authority allows: commands may be sent (the command server
+// checks each) but not read, and no object changed.
+void expectConnectAuthorityOnly(int32_t h, const std::string &queue) {
+  EXPECT_EQ(openReason(h, queue, JXOO_OUTPUT), JXRC_NONE);
+  EXPECT_EQ(openReason(h, "SYSTEM.ADMIN.COMMAND.QUEUE", JXOO_OUTPUT), JXRC_NONE);
+  EXPECT_EQ(openReason(h, "SYSTEM.ADMIN.COMMAND.QUEUE", JXOO_INPUT_SHARED), JXRC_NOT_AUTHORIZED);
+  EXPECT_EQ(openReason(h, queue, JXOO_SET), JXRC_NOT_AUTHORIZED);
+}
+
 using Tcp = ServerTest;
 
 TEST_F(Tcp, UserAndPasswordAreRequiredAndChecked) {
   std::string where = freeTcpAddress();
   // Refusals here are meant: no hold on the logins that follow them.
   QueueManagerProcess qm({"Q1"}, {"--listen", where, "--login-delay-ms", "0"});
+  int32_t rc = -1;
+  connectTcp(freeTcpAddress(), "alice", "pw", rc);
+  EXPECT_EQ(rc, JXRC_HOST_NOT_AVAILABLE) << "no listener there";
+  JXCNO bad = JXCNO_DEFAULT;
+  bad.StrucId[0] = 'X';
+  char name[JX_Q_MGR_NAME_LENGTH] = {};
+  int32_t h, cc;
+  zstJXCONNX(name, &bad, &h, &cc, &rc, 0);
+  EXPECT_EQ(rc, JXRC_CNO_ERROR);
   ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
   ASSERT_EQ(jxqm({"adduser", qm.name(), "root_admin", "--admin"}, "adm1n-pw\n").status, 0);
-
-  int32_t rc = -1;
-  int32_t h = connectTcp(where, "alice", "s3cret-pw", rc);
+  h = connectTcp(where, "alice", "s3cret-pw", rc);
   ASSERT_EQ(rc, JXRC_NONE);
-  int32_t q = openQueue(h, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
-  ASSERT_EQ(put(h, q, "over tcp"), JXRC_NONE);
-  EXPECT_EQ(get(h, q).data, "over tcp");
-  // Anyone may send commands (the command server checks each); only
-  // administrators may read them.
-  EXPECT_EQ(openReason(h, "SYSTEM.ADMIN.COMMAND.QUEUE", JXOO_OUTPUT), JXRC_NONE);
-  EXPECT_EQ(openReason(h, "SYSTEM.ADMIN.COMMAND.QUEUE", JXOO_INPUT_SHARED), JXRC_NOT_AUTHORIZED);
-  EXPECT_EQ(openReason(h, "Q1", JXOO_SET), JXRC_NOT_AUTHORIZED);
+  expectConnectAuthorityOnly(h, "Q1");
   disconnect(h);
-
   const std::pair<const char *, const char *> refused[] = {
       {"alice", "wrong"}, {"mallory", "s3cret-pw"}, {"", ""}};
   for (const auto &[user, pw] : refused) {
     EXPECT_EQ(connectTcp(where, user, pw, rc), kUntouched) << user;
     EXPECT_EQ(rc, JXRC_NOT_AUTHORIZED) << user;
   }
-
   h = connectTcp(where, "root_admin", "adm1n-pw", rc);
   ASSERT_EQ(rc, JXRC_NONE);
   EXPECT_EQ(openReason(h, "SYSTEM.ADMIN.COMMAND.QUEUE", JXOO_OUTPUT | JXOO_INQUIRE), JXRC_NONE);
   disconnect(h);
+
+  // The descriptor's user identifier is the queue manager's to give: the
+  // authenticated user of the connection, whatever a put wrote there.
+  const std::pair<int32_t, std::string> clients[] = {
+      {connectTcp(where, "alice", "s3cret-pw", rc), "alice"},
+      {connect(qm.name()), getpwuid(geteuid())->pw_name}};
+  for (const auto &[hconn, user] : clients) {
+    int32_t q = openQueue(hconn, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+    JXMD md = JXMD_DEFAULT;
+    std::memcpy(md.UserIdentifier, "mallory", 7);
+    ASSERT_EQ(put(hconn, q, "who", &md), JXRC_NONE);
+    Got g = get(hconn, q);
+    EXPECT_EQ(g.data, "who");
+    for (const JXMD *seen : {&md, &g.md})
+      EXPECT_EQ(std::string(seen->UserIdentifier,
+                            strnlen(seen->UserIdentifier, JX_USER_IDENTIFIER_LENGTH)),
+                user.substr(0, JX_USER_IDENTIFIER_LENGTH));
+    int32_t done = hconn;
+    disconnect(done);
+  }
 
   // Revoked users are refused from the next connection on.
   ASSERT_EQ(jxqm({"authorize", qm.name(), "alice", "none"}).status, 0);
@@ -81,12 +108,8 @@ TEST_F(Tcp, UserAndPasswordAreRequiredAndChecked) {
   setenv("JX_SERVER", where.c_str(), 1);
   setenv("JX_USER", "root_admin", 1);
   setenv("JX_PASSWORD", "adm1n-pw", 1);
-  char name[JX_Q_MGR_NAME_LENGTH] = {};
-  int32_t cc;
   zstJXCONN(name, &h, &cc, &rc, 1);
-  unsetenv("JX_SERVER");
-  unsetenv("JX_USER");
-  unsetenv("JX_PASSWORD");
+  for (const char *v : {"JX_SERVER", "JX_USER", "JX_PASSWORD"}) unsetenv(v);
   EXPECT_EQ(rc, JXRC_NONE);
   if (rc == JXRC_NONE) disconnect(h);
 
@@ -96,49 +119,6 @@ TEST_F(Tcp, UserAndPasswordAreRequiredAndChecked) {
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     EXPECT_EQ(bytes.find("s3cret-pw"), std::string::npos) << file;
   }
-}
-
-// The descriptor's user identifier is the queue manager's to give: the
-// authenticated user of the connection, whatever a put wrote there.
-TEST_F(Tcp, MessagesCarryTheAuthenticatedUser) {
-  std::string where = freeTcpAddress();
-  QueueManagerProcess qm({"Q1"}, {"--listen", where});
-  ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
-  int32_t rc = -1;
-  int32_t remote = connectTcp(where, "alice", "s3cret-pw", rc);
-  ASSERT_EQ(rc, JXRC_NONE);
-  int32_t local = connect(qm.name());
-  const std::string owner = getpwuid(geteuid())->pw_name;
-  struct Client {
-    int32_t hconn;
-    std::string user;
-  };
-  for (Client c : {Client{remote, "alice"}, Client{local, owner}}) {
-    int32_t q = openQueue(c.hconn, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
-    JXMD md = JXMD_DEFAULT;
-    std::memcpy(md.UserIdentifier, "mallory", 7);
-    ASSERT_EQ(put(c.hconn, q, "who", &md), JXRC_NONE);
-    const std::string expected = c.user.substr(0, JX_USER_IDENTIFIER_LENGTH);
-    Got g = get(c.hconn, q);
-    for (const JXMD *seen : {&md, &g.md})
-      EXPECT_EQ(std::string(seen->UserIdentifier,
-                            strnlen(seen->UserIdentifier, JX_USER_IDENTIFIER_LENGTH)),
-                expected);
-    disconnect(c.hconn);
-  }
-}
-
-TEST_F(Tcp, NoListenerWithoutAListenAddress) {
-  QueueManagerProcess qm;
-  int32_t rc = -1;
-  connectTcp(freeTcpAddress(), "alice", "pw", rc);
-  EXPECT_EQ(rc, JXRC_HOST_NOT_AVAILABLE);
-  JXCNO bad = JXCNO_DEFAULT;
-  bad.StrucId[0] = 'X';
-  char name[JX_Q_MGR_NAME_LENGTH] = {};
-  int32_t h, cc;
-  zstJXCONNX(name, &bad, &h, &cc, &rc, 0);
-  EXPECT_EQ(rc, JXRC_CNO_ERROR);
 }
 
 // Runs jxqm as another user with its own data root.
@@ -172,12 +152,7 @@ TEST_F(LocalPeers, OnlyAuthorisedUsersConnectAndAdminister) {
 
   EXPECT_EQ(jxqmAs(kNobody, root, {"authorize", qm, "root", "connect"}), 0);
   ASSERT_EQ(tryConnect(qm, h), JXRC_NONE);
-  EXPECT_EQ(openReason(h, "SYSTEM.DEFAULT.LOCAL.QUEUE", JXOO_OUTPUT), JXRC_NONE);
-  // Anyone may send commands (the command server checks each); only
-  // administrators may read them.
-  EXPECT_EQ(openReason(h, "SYSTEM.ADMIN.COMMAND.QUEUE", JXOO_OUTPUT), JXRC_NONE);
-  EXPECT_EQ(openReason(h, "SYSTEM.ADMIN.COMMAND.QUEUE", JXOO_INPUT_SHARED), JXRC_NOT_AUTHORIZED);
-  EXPECT_EQ(openReason(h, "SYSTEM.DEFAULT.LOCAL.QUEUE", JXOO_SET), JXRC_NOT_AUTHORIZED);
+  expectConnectAuthorityOnly(h, "SYSTEM.DEFAULT.LOCAL.QUEUE");
   disconnect(h);
 
   EXPECT_EQ(jxqmAs(kNobody, root, {"authorize", qm, "root", "admin"}), 0);

@@ -37,15 +37,10 @@ class Msg {
   }
   Msg &header(int32_t type, int32_t command, int32_t count, int32_t seq = 1, int32_t control = 1,
               int32_t compCode = 0, int32_t reason = 0) {
-    return i32(type)
-        .i32(JXPCF_HEADER_LENGTH)
-        .i32(JXPCF_HEADER_VERSION)
-        .i32(command)
-        .i32(seq)
-        .i32(control)
-        .i32(compCode)
-        .i32(reason)
-        .i32(count);
+    for (int32_t v : {type, JXPCF_HEADER_LENGTH, JXPCF_HEADER_VERSION, command, seq, control,
+                      compCode, reason, count})
+      i32(v);
+    return *this;
   }
   Msg &integer(int32_t selector, int32_t value) {
     return i32(JXPCF_TYPE_INTEGER).i32(JXPCF_INTEGER_LENGTH).i32(selector).i32(value);

@@ -150,6 +150,18 @@ class ConnectedTest : public ServerTest {
     if (hconn_ > 0) disconnect(hconn_);
     qm_.reset();
   }
+  // Stops the queue manager (kill -9 when `crash`), starts it again and
+  // connects anew.
+  void restart(bool crash = false) {
+    if (crash) {
+      qm_->kill9();
+    } else {
+      disconnect(hconn_);
+      ASSERT_TRUE(qm_->stop());
+    }
+    ASSERT_TRUE(qm_->start());
+    hconn_ = connect(qm_->name());
+  }
   std::vector<std::string> queues_;
   std::unique_ptr<QueueManagerProcess> qm_;
   int32_t hconn_ = 0;

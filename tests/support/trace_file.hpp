@@ -55,12 +55,8 @@ inline std::string dumpOf(const void *address, size_t length) {
     snprintf(head, sizeof head, "%08zX ", off);
     std::string line = head, text;
     for (size_t i = 0; i < 16; ++i) {
-      char col[4];
-      if (i < n) {
-        snprintf(col, sizeof col, " %02X", p[off + i]);
-      } else {
-        snprintf(col, sizeof col, "   ");
-      }
+      char col[4] = "   ";
+      if (i < n) snprintf(col, sizeof col, " %02X", p[off + i]);
       line += col;
       if (i < n) text += (p[off + i] >= 0x20 && p[off + i] < 0x7F) ? char(p[off + i]) : '.';
     }
