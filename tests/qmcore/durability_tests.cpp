@@ -136,7 +136,7 @@ TEST(HeldReplies, AFailedTurnsRepliesBecomeFailuresOfTheirOwnCalls) {
   put.md.Priority = 5;
   const size_t heldAt = append(Op::Put, put, 1);
   append(Op::Commit, jxqp::CodeReply{}, 1);
-  append(Op::Get, jxqp::GetReply{.data = "next turn"}, 2);
+  append(Op::Get, jxqp::GetReply{.data = "next turn", .ahead = {}}, 2);
   EXPECT_EQ(held.writable(out.size()), heldAt);
 
   held.settle(out, 1, false, JXRC_RESOURCE_PROBLEM);

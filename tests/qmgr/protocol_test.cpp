@@ -113,7 +113,7 @@ TEST(Protocol, RequestsAndRepliesMustBeExactlyConsumed) {
   expectExact("hello reply", HelloReply{});
   expectExact("open reply", OpenReply{});
   expectExact("put reply", PutReply{});
-  expectExact("get reply", GetReply{.dataLength = 9, .data = "part"});
+  expectExact("get reply", GetReply{.dataLength = 9, .data = "part", .ahead = {}});
   expectExact("inquire reply", InqReply{.ints = {1, 2}, .chars = "abc"});
   expectExact("administration reply", AdminReply{JXCC_FAILED, JXRCCF_PARM_VALUE, 15});
   EXPECT_FALSE(validRequestOp(0));
