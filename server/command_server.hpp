@@ -30,7 +30,7 @@ class CommandRun {
   using Sink = std::function<void(std::string &&reply)>;
   // How long one step of a per-object command answers objects (at least
   // one): about what another connection's request waits behind it.
-  static constexpr std::chrono::microseconds kStepTime{50};
+  static constexpr std::chrono::microseconds kStepTime{10};
 
   // Checks and, for a command that answers once, runs the request (a
   // message put by `who`); a request that is no command answers 4007.
