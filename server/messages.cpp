@@ -118,7 +118,7 @@ int32_t QueueManager::putMessage(Session *s, const QueuePtr &q, int32_t options,
     m.dbId = storeMessage(store_, *q, seq, m);
     if (!m.dbId) return storeFailed("storing a message on " + q->def.name);
     m.turn = turn_;
-    journal([q, seq] { takeBack(*q, seq); });
+    journal([q = q, seq = seq] { takeBack(*q, seq); });
   }
   q->msgs.emplace(seq, std::move(m));
   q->stats.highDepth = std::max(q->stats.highDepth, q->depth());
@@ -148,7 +148,7 @@ int32_t QueueManager::removeMessage(const QueuePtr &q, std::map<uint64_t, Messag
     q->stats.lastGetMs = nowMs();
     events_->afterGet(*q);
   }
-  if (journaled) journal([q, seq, m = std::move(m)]() mutable { putBack(*q, seq, m); });
+  if (journaled) journal([q = q, seq = seq, m = std::move(m)]() mutable { putBack(*q, seq, m); });
   return JXRC_NONE;
 }
 
@@ -221,7 +221,7 @@ int32_t QueueManager::commitUnitOfWork(Session &s) {
     notePut(*q, now);
     if (durable) {
       m->turn = turn_;
-      journal([q, seq] { takeBack(*q, seq); });
+      journal([q = q, seq = seq] { takeBack(*q, seq); });
     }
     if (std::find(wake.begin(), wake.end(), q) == wake.end()) wake.push_back(q);
   }
@@ -237,7 +237,7 @@ int32_t QueueManager::commitUnitOfWork(Session &s) {
       // Taken back as a backout would leave it.
       m.lockedBy = 0;
       ++m.md.BackoutCount;
-      journal([q, seq, m = std::move(m)]() mutable { putBack(*q, seq, m); });
+      journal([q = q, seq = seq, m = std::move(m)]() mutable { putBack(*q, seq, m); });
     }
   }
   s.forgetUnitOfWork();
