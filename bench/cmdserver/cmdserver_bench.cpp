@@ -27,8 +27,8 @@
 #include "administration.hpp"
 #include "command_server.hpp"
 #include "qm_paths.hpp"
+#include "qmgr_fixture.hpp"
 #include "queue_manager.hpp"
-#include "run_program.hpp"
 #include "store.hpp"
 
 namespace {
@@ -282,31 +282,19 @@ bool defineQueues() {
 }
 
 bool setUp() {
-  char root[] = "/tmp/jxcmdbench.XXXXXX";
-  if (!mkdtemp(root)) return false;
-  g_root = root;
-  setenv("JX_DATA_PATH", root, 1);
-  const std::string jxqm = std::string(JX_QM_BIN_DIR) + "/jxqm";
+  g_root = makeDataRoot();
+  if (g_root.empty()) return false;
+  const std::string jxqm = jxqmProgram();
   return runProgram({jxqm, "create", g_qmgr}) == 0 && defineQueues() &&
          runProgram({jxqm, "start", g_qmgr}) == 0;
 }
 
 void tearDown() {
-  runProgram({std::string(JX_QM_BIN_DIR) + "/jxqm", "stop", g_qmgr});
-  std::filesystem::remove_all(g_root);
+  dropQueueManager(g_qmgr, g_root);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  if (!setUp()) {
-    std::fprintf(stderr, "cmdserver_bench: cannot set up the queue manager\n");
-    tearDown();
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  tearDown();
-  return 0;
+  return benchmarkMain(argc, argv, "cmdserver_bench", setUp, tearDown);
 }

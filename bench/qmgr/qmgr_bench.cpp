@@ -46,7 +46,7 @@
 
 #include "jxiz.h"
 #include "qm_call_log.hpp"
-#include "run_program.hpp"
+#include "qmgr_fixture.hpp"
 
 namespace {
 
@@ -558,11 +558,9 @@ std::string findRedis() {
 }
 
 bool setUp() {
-  char root[] = "/tmp/jxbench.XXXXXX";
-  if (!mkdtemp(root)) return false;
-  g_root = root;
-  setenv("JX_DATA_PATH", root, 1);
-  std::string jxqm = std::string(JX_QM_BIN_DIR) + "/jxqm";
+  g_root = makeDataRoot();
+  if (g_root.empty()) return false;
+  const std::string jxqm = jxqmProgram();
   if (runProgram({jxqm, "create", g_qmgr}) != 0) return false;
   for (int i = 0; i < kClients; ++i) {
     if (runProgram({jxqm, "define", g_qmgr, "BQ" + std::to_string(i)}) != 0) return false;
@@ -624,26 +622,16 @@ bool setUp() {
 
 void tearDown() {
   g_responder.reset();
-  runProgram({std::string(JX_QM_BIN_DIR) + "/jxqm", "stop", g_qmgr});
   for (pid_t p : {g_echo, g_redis})
     if (p > 0) {
       kill(p, SIGTERM);
       waitpid(p, nullptr, 0);
     }
-  std::filesystem::remove_all(g_root);
+  dropQueueManager(g_qmgr, g_root);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  if (!setUp()) {
-    std::fprintf(stderr, "qmgr_bench: cannot set up the queue manager\n");
-    tearDown();
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  tearDown();
-  return 0;
+  return benchmarkMain(argc, argv, "qmgr_bench", setUp, tearDown);
 }
