@@ -49,6 +49,27 @@ bool mayOpen(const Identity &who, std::string_view queue, int32_t options) {
   return !adminOnly || who.authority >= kAuthAdmin;
 }
 
+// The identifiers a get selects messages by; a null one selects any.
+class IdMatch {
+ public:
+  explicit IdMatch(const jxqp::GetRequest &a)
+      : a_(a),
+        msg_(chosen(a, JXMO_MATCH_MSG_ID, a.msgId)),
+        correl_(chosen(a, JXMO_MATCH_CORREL_ID, a.correlId)) {}
+  bool operator()(const JXMD &md) const {
+    return (!msg_ || std::memcmp(md.MsgId, a_.msgId, JX_MSG_ID_LENGTH) == 0) &&
+           (!correl_ || std::memcmp(md.CorrelId, a_.correlId, JX_CORREL_ID_LENGTH) == 0);
+  }
+
+ private:
+  static bool chosen(const jxqp::GetRequest &a, int32_t option, const uint8_t *id) {
+    static const uint8_t kNone[JX_MSG_ID_LENGTH] = {};
+    return (a.matchOptions & option) && std::memcmp(id, kNone, JX_MSG_ID_LENGTH) != 0;
+  }
+  const jxqp::GetRequest &a_;
+  bool msg_, correl_;
+};
+
 }  // namespace
 
 Session::Session(QueueManager &qm, uint32_t id, QueueManager::SessionInfo info, Peer *peer)
@@ -236,11 +257,7 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
   if (q.deleted) return fail(JXRC_Q_DELETED);
   if (q.get<JXIA_INHIBIT_GET>()) return fail(JXRC_GET_INHIBITED);
   const int64_t now = QueueManager::nowMs();
-  const uint8_t kNone[JX_MSG_ID_LENGTH] = {};
-  bool matchMsg =
-      (a.matchOptions & JXMO_MATCH_MSG_ID) && std::memcmp(a.msgId, kNone, JX_MSG_ID_LENGTH) != 0;
-  bool matchCorrel = (a.matchOptions & JXMO_MATCH_CORREL_ID) &&
-                     std::memcmp(a.correlId, kNone, JX_CORREL_ID_LENGTH) != 0;
+  const IdMatch matches(a);
   auto it = q.msgs.begin();
   while (it != q.msgs.end()) {
     Message &m = it->second;
@@ -255,12 +272,8 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
       it = next;
       continue;
     }
-    if ((matchMsg && std::memcmp(m.md.MsgId, a.msgId, JX_MSG_ID_LENGTH) != 0) ||
-        (matchCorrel && std::memcmp(m.md.CorrelId, a.correlId, JX_CORREL_ID_LENGTH) != 0)) {
-      ++it;
-      continue;
-    }
-    break;
+    if (matches(m.md)) break;
+    ++it;
   }
   if (it == q.msgs.end()) {
     if ((a.options & JXGMO_WAIT) && a.waitInterval != 0) return false;
@@ -323,18 +336,12 @@ void Session::readAhead(Handle &h, const jxqp::GetRequest &a,
   // The reply stays within a frame whatever its own message's length.
   int64_t budget = std::min<int64_t>({a.aheadLimit, jxqp::kMaxAheadBytes,
                                       int64_t{JX_MAX_MSG_LENGTH} - static_cast<int64_t>(returned)});
-  const uint8_t kNone[JX_MSG_ID_LENGTH] = {};
-  const bool matchMsg =
-      (a.matchOptions & JXMO_MATCH_MSG_ID) && std::memcmp(a.msgId, kNone, JX_MSG_ID_LENGTH) != 0;
-  const bool matchCorrel = (a.matchOptions & JXMO_MATCH_CORREL_ID) &&
-                           std::memcmp(a.correlId, kNone, JX_CORREL_ID_LENGTH) != 0;
+  const IdMatch matches(a);
   for (auto it = from; it != q.msgs.end() && out.ahead.size() < size_t{jxqp::kMaxAheadCount};
        ++it) {
     Message &m = it->second;
     if (m.lockedBy || m.lent || m.expiresMs || qm_.removalJournaled(m)) break;
-    if ((matchMsg && std::memcmp(m.md.MsgId, a.msgId, JX_MSG_ID_LENGTH) != 0) ||
-        (matchCorrel && std::memcmp(m.md.CorrelId, a.correlId, JX_CORREL_ID_LENGTH) != 0))
-      continue;
+    if (!matches(m.md)) continue;
     budget -= static_cast<int64_t>(m.data.size()) + jxqp::kAheadOverhead;
     if (budget < 0) break;
     m.lent = true;
