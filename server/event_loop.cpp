@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <utility>
 
 namespace jxqm {
 
@@ -153,7 +154,8 @@ bool EventLoop::run() {
 // send the wake-up of this thread, which on a virtual machine is an
 // interrupt to a halted CPU: about 40 us each on the 2-CPU machine the
 // benchmarks ran on, several times the work of a request. Yielding lets a
-// client that shares this CPU send it. How soon the request came sets the
+// client that shares this CPU send it; a yield that lasts says the CPU is
+// wanted by others, and the poll ends. How soon the request came sets the
 // next window (poll_window.hpp).
 int EventLoop::waitForEvents(epoll_event *events, int timeout, bool busy) {
   if (!busy || opt_.pollUs <= 0 || timeout == 0)
@@ -164,18 +166,23 @@ int EventLoop::waitForEvents(epoll_event *events, int timeout, bool busy) {
     return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
   };
   const auto until = start + std::chrono::microseconds(pollWindow_.us());
-  while (Clock::now() < until) {
+  bool gaveWay = false;
+  for (auto now = start; now < until && !gaveWay;) {
     int n = epoll_wait(ep_, events, kMaxEvents, 0);
     if (n != 0) {
       pollWindow_.cameAfter(waited());
       return n;
     }
     sched_yield();
+    const auto before = std::exchange(now, Clock::now());
+    gaveWay = pollWindow_.yielded(
+        std::chrono::duration_cast<std::chrono::microseconds>(now - before).count());
   }
   int n = epoll_wait(ep_, events, kMaxEvents, timeout);
-  // A timer that ended the wait early says nothing of the clients.
+  // A timer that ended the wait early says nothing of the clients, nor
+  // does a request that came while others had the CPU.
   const int64_t us = waited();
-  if (n != 0 || us > opt_.pollUs) pollWindow_.cameAfter(us);
+  if (!gaveWay && (n != 0 || us > opt_.pollUs)) pollWindow_.cameAfter(us);
   return n;
 }
 

@@ -6,6 +6,9 @@
 // to how soon requests have come lately: one that came later than the
 // longest window halves it (down to no polling at all), one that came
 // within the longest window while the window was shorter doubles it again.
+// A yield inside the window that gave the CPU away for long says the same
+// as a late request: other processes want this CPU, and the poll would
+// only take turns from them.
 #pragma once
 
 #include <cstdint>
@@ -20,8 +23,18 @@ class PollWindow {
   explicit PollWindow(int64_t longestUs) : longestUs_(longestUs), us_(longestUs) {}
   // The current window; 0 when the loop should sleep at once.
   int64_t us() const { return us_; }
+  // Below this a yield gave the CPU to no one, or to a client that only
+  // sent its request.
+  static constexpr int64_t kBusyYieldUs = 50;
+
   // The next event came this long after the turn that had work.
   void cameAfter(int64_t us);
+  // A yield while polling took this long; true when polling should stop.
+  bool yielded(int64_t us) {
+    if (us <= kBusyYieldUs) return false;
+    cameAfter(longestUs_ + 1);
+    return true;
+  }
 
  private:
   int64_t longestUs_;
