@@ -3,15 +3,49 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <mutex>
+#include <unordered_map>
+
 #include "credentials.hpp"
 
 namespace jxqm {
 
-std::string userName(uid_t uid) {
+namespace {
+
+// A lookup reads the name-service configuration and files each time: a
+// quarter of what a short local session costs the queue manager. Names
+// are kept for a while, as a name-service cache keeps them, and the table
+// never holds more than a machine's worth of users.
+constexpr auto kNameLife = std::chrono::seconds(10);
+constexpr size_t kMostNames = 1024;
+
+struct KnownName {
+  std::string name;
+  std::chrono::steady_clock::time_point since;
+};
+
+std::mutex g_namesMu;
+std::unordered_map<uid_t, KnownName> g_names;
+
+std::string lookUpName(uid_t uid) {
   struct passwd pw, *res = nullptr;
   char buf[4096];
   if (getpwuid_r(uid, &pw, buf, sizeof buf, &res) == 0 && res) return res->pw_name;
   return "uid" + std::to_string(uid);
+}
+
+}  // namespace
+
+std::string userName(uid_t uid) {
+  const auto now = std::chrono::steady_clock::now();
+  std::lock_guard<std::mutex> lock(g_namesMu);
+  auto known = g_names.find(uid);
+  if (known != g_names.end() && now - known->second.since < kNameLife) return known->second.name;
+  if (g_names.size() >= kMostNames) g_names.clear();
+  KnownName &entry = g_names[uid];
+  entry = {lookUpName(uid), now};
+  return entry.name;
 }
 
 Login beginLogin(Store &store, const PeerAddress &peer, const jxqp::HelloRequest &hello) {
