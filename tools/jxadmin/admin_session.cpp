@@ -48,6 +48,9 @@ std::vector<Item> readItems(JXHBAG bag, int32_t &reason) {
   JXLONG cc = JXCC_OK, rc = JXRC_NONE, count = 0;
   reason = JXRC_NONE;
   jxCountItems(bag, JXSEL_USER, &count, &cc, &rc);
+  if (cc == JXCC_OK) items.reserve(static_cast<size_t>(count));
+  // One buffer for every string of the bag; a longer string grows it.
+  std::string buffer(kStringBuffer, '\0');
   for (JXLONG i = 0; cc == JXCC_OK && i < count; ++i) {
     Item item;
     JXLONG type = 0;
@@ -57,11 +60,11 @@ std::vector<Item> readItems(JXHBAG bag, int32_t &reason) {
       jxInquireInteger(bag, JXSEL_USER, i, &item.number, &cc, &rc);
     } else if (type == JXITEM_STRING) {
       item.isString = true;
-      std::string buffer(kStringBuffer, '\0');
       JXLONG length = 0, ccsid = 0;
-      jxInquireString(bag, JXSEL_USER, i, kStringBuffer, buffer.data(), &length, &ccsid, &cc, &rc);
+      jxInquireString(bag, JXSEL_USER, i, static_cast<JXLONG>(buffer.size()), buffer.data(),
+                      &length, &ccsid, &cc, &rc);
       if (rc == JXRC_STRING_TRUNCATED) {
-        buffer.assign(static_cast<size_t>(length), '\0');
+        buffer.resize(static_cast<size_t>(length));
         jxInquireString(bag, JXSEL_USER, i, length, buffer.data(), &length, &ccsid, &cc, &rc);
       }
       if (cc == JXCC_OK) item.text = trimmed(buffer.data(), static_cast<size_t>(length));
