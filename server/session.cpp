@@ -54,18 +54,14 @@ class IdMatch {
  public:
   explicit IdMatch(const jxqp::GetRequest &a)
       : a_(a),
-        msg_(chosen(a, JXMO_MATCH_MSG_ID, a.msgId)),
-        correl_(chosen(a, JXMO_MATCH_CORREL_ID, a.correlId)) {}
+        msg_(jxqp::selectsBy(a.matchOptions, JXMO_MATCH_MSG_ID, a.msgId)),
+        correl_(jxqp::selectsBy(a.matchOptions, JXMO_MATCH_CORREL_ID, a.correlId)) {}
   bool operator()(const JXMD &md) const {
     return (!msg_ || std::memcmp(md.MsgId, a_.msgId, JX_MSG_ID_LENGTH) == 0) &&
            (!correl_ || std::memcmp(md.CorrelId, a_.correlId, JX_CORREL_ID_LENGTH) == 0);
   }
 
  private:
-  static bool chosen(const jxqp::GetRequest &a, int32_t option, const uint8_t *id) {
-    static const uint8_t kNone[JX_MSG_ID_LENGTH] = {};
-    return (a.matchOptions & option) && std::memcmp(id, kNone, JX_MSG_ID_LENGTH) != 0;
-  }
   const jxqp::GetRequest &a_;
   bool msg_, correl_;
 };
@@ -281,25 +277,19 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
   }
   Message &m = it->second;
   const size_t length = m.data.size();
-  const bool truncated = length > static_cast<size_t>(a.bufferLength);
-  const size_t returned = truncated ? static_cast<size_t>(a.bufferLength) : length;
-  int32_t rc = JXRC_NONE;
-  if (truncated)
-    rc = (a.options & JXGMO_ACCEPT_TRUNCATED_MSG) ? JXRC_TRUNCATED_MSG_ACCEPTED
-                                                  : JXRC_TRUNCATED_MSG_FAILED;
+  const jxqp::GetFit fit = jxqp::getFit(length, a.bufferLength, a.options);
+  const size_t returned = fit.returned;
   jxqp::GetReply &reply = out.reply;
   out.putter = m.putter;
   out.authority = m.authority;
-  reply.cc = rc == JXRC_NONE                     ? JXCC_OK
-             : rc == JXRC_TRUNCATED_MSG_ACCEPTED ? JXCC_WARNING
-                                                 : JXCC_FAILED;
-  reply.rc = rc;
+  reply.cc = fit.cc;
+  reply.rc = fit.rc;
   reply.dataLength = static_cast<int32_t>(length);
   reply.md = m.md;
   if (m.expiresMs)
     reply.md.Expiry = static_cast<int32_t>(std::max<int64_t>(1, (m.expiresMs - now + 99) / 100));
   jxqp::setField(reply.resolvedQName, JX_Q_NAME_LENGTH, q.def.name);
-  const bool stays = rc == JXRC_TRUNCATED_MSG_FAILED || (a.options & JXGMO_SYNCPOINT);
+  const bool stays = fit.stays || (a.options & JXGMO_SYNCPOINT);
   // A removal that may be taken back keeps the message whole until then.
   if (stays || qm_.removalJournaled(m)) {
     out.data.assign(m.data, 0, returned);
@@ -307,7 +297,7 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
     out.data = std::move(m.data);
     out.data.resize(returned);
   }
-  if (rc == JXRC_TRUNCATED_MSG_FAILED) return true;
+  if (fit.stays) return true;
   if (a.options & JXGMO_SYNCPOINT) {
     if (qm_.pendingInTurn(m)) qm_.dependsOnTurn();
     m.lockedBy = id_;

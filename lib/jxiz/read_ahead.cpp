@@ -13,12 +13,6 @@ constexpr int32_t kPlainOptions = JXGMO_WAIT | JXGMO_NO_SYNCPOINT | JXGMO_ACCEPT
 constexpr int32_t kMatchOptions = JXMO_MATCH_MSG_ID | JXMO_MATCH_CORREL_ID;
 
 template <size_t N>
-bool zero(const uint8_t (&id)[N]) {
-  static const uint8_t kNone[N] = {};
-  return std::memcmp(id, kNone, N) == 0;
-}
-
-template <size_t N>
 bool sameMatch(bool kept, const uint8_t (&keptId)[N], bool asked, const void *askedId) {
   return kept == asked && (!kept || std::memcmp(keptId, askedId, N) == 0);
 }
@@ -26,8 +20,8 @@ bool sameMatch(bool kept, const uint8_t (&keptId)[N], bool asked, const void *as
 }  // namespace
 
 void ReadAhead::keep(const jxqp::GetRequest &request, const jxqp::GetReply &reply) {
-  matchMsg_ = (request.matchOptions & JXMO_MATCH_MSG_ID) && !zero(request.msgId);
-  matchCorrel_ = (request.matchOptions & JXMO_MATCH_CORREL_ID) && !zero(request.correlId);
+  matchMsg_ = jxqp::selectsBy(request.matchOptions, JXMO_MATCH_MSG_ID, request.msgId);
+  matchCorrel_ = jxqp::selectsBy(request.matchOptions, JXMO_MATCH_CORREL_ID, request.correlId);
   std::memcpy(msgId_, request.msgId, sizeof msgId_);
   std::memcpy(correlId_, request.correlId, sizeof correlId_);
   std::memcpy(resolvedQName_, reply.resolvedQName, sizeof resolvedQName_);
@@ -38,22 +32,19 @@ bool ReadAhead::answers(const JXGMO &gmo, const JXMD &match) const {
   if (messages_.empty() || (gmo.Options & ~kPlainOptions) || (gmo.MatchOptions & ~kMatchOptions) ||
       ((gmo.Options & JXGMO_WAIT) && gmo.WaitInterval < JXWI_UNLIMITED))
     return false;
-  const bool msg = (gmo.MatchOptions & JXMO_MATCH_MSG_ID) && !zero(match.MsgId);
-  const bool correl = (gmo.MatchOptions & JXMO_MATCH_CORREL_ID) && !zero(match.CorrelId);
+  const bool msg = jxqp::selectsBy(gmo.MatchOptions, JXMO_MATCH_MSG_ID, match.MsgId);
+  const bool correl = jxqp::selectsBy(gmo.MatchOptions, JXMO_MATCH_CORREL_ID, match.CorrelId);
   return sameMatch(matchMsg_, msgId_, msg, match.MsgId) &&
          sameMatch(matchCorrel_, correlId_, correl, match.CorrelId);
 }
 
 jxqp::GetReply ReadAhead::next(const JXGMO &gmo, int32_t bufferLength) {
   jxqp::GetReply out;
-  const Held &first = messages_.front();
-  const size_t length = first.data.size();
-  const bool truncated = length > static_cast<size_t>(bufferLength);
-  const bool stays = truncated && !(gmo.Options & JXGMO_ACCEPT_TRUNCATED_MSG);
-  if (truncated) {
-    out.cc = stays ? JXCC_FAILED : JXCC_WARNING;
-    out.rc = stays ? JXRC_TRUNCATED_MSG_FAILED : JXRC_TRUNCATED_MSG_ACCEPTED;
-  }
+  const size_t length = messages_.front().data.size();
+  const jxqp::GetFit fit = jxqp::getFit(length, bufferLength, gmo.Options);
+  const bool stays = fit.stays;
+  out.cc = fit.cc;
+  out.rc = fit.rc;
   out.dataLength = static_cast<int32_t>(length);
   std::memcpy(out.resolvedQName, resolvedQName_, sizeof out.resolvedQName);
   if (!stays) {
@@ -63,8 +54,7 @@ jxqp::GetReply ReadAhead::next(const JXGMO &gmo, int32_t bufferLength) {
   }
   const Held &m = stays ? messages_.front() : last_;
   out.md = m.md;
-  out.data =
-      std::string_view(m.data).substr(0, truncated ? static_cast<size_t>(bufferLength) : length);
+  out.data = std::string_view(m.data).substr(0, fit.returned);
   return out;
 }
 

@@ -374,4 +374,15 @@ void Reader::md(JXMD &m) {
   }
 JXQP_MESSAGES(JXQP_DEFINE_CODEC)
 
+GetFit getFit(size_t length, int32_t bufferLength, int32_t getOptions) {
+  GetFit fit;
+  fit.returned = length;
+  if (length <= static_cast<size_t>(bufferLength)) return fit;
+  fit.returned = static_cast<size_t>(bufferLength);
+  fit.stays = !(getOptions & JXGMO_ACCEPT_TRUNCATED_MSG);
+  fit.cc = fit.stays ? JXCC_FAILED : JXCC_WARNING;
+  fit.rc = fit.stays ? JXRC_TRUNCATED_MSG_FAILED : JXRC_TRUNCATED_MSG_ACCEPTED;
+  return fit;
+}
+
 }  // namespace jxqp

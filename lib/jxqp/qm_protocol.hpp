@@ -17,6 +17,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -163,6 +164,24 @@ struct GetRequest {
   int32_t aheadLimit = 0;  // bytes of further messages the client takes (0: none)
   int32_t taken = 0;
 };
+// What a get's buffer makes of a message of `length` bytes: the queue
+// manager and a client answering from read-ahead report the same. A
+// message too long for a get that does not accept truncation stays.
+struct GetFit {
+  int32_t cc = JXCC_OK, rc = JXRC_NONE;
+  size_t returned = 0;  // bytes handed back
+  bool stays = false;
+};
+GetFit getFit(size_t length, int32_t bufferLength, int32_t getOptions);
+
+// Whether a get selects by this identifier: asked for, and not null (a null
+// identifier selects any message).
+template <size_t N>
+bool selectsBy(int32_t matchOptions, int32_t option, const uint8_t (&id)[N]) {
+  static const uint8_t kNone[N] = {};
+  return (matchOptions & option) && std::memcmp(id, kNone, N) != 0;
+}
+
 struct InqRequest {
   int32_t hobj = 0;
   std::vector<int32_t> selectors;
