@@ -196,14 +196,10 @@ int main(int argc, char **argv) {
   if (access(jxqp::kDbFile, F_OK) != 0) return die("queue manager " + name + " has no database", 2);
 
   jxqm::Store store;
-  if (const char *fault = getenv("JX_STORE_FAULT")) {
-    jxqm::StoreFault f;
-    if (!jxqm::StoreFault::parse(fault, f))
-      return die(
-          std::string("JX_STORE_FAULT is write:N, commit:N, full:N or read:N, not '") + fault + "'",
-          2);
-    store.inject(f);
-  }
+  jxqm::StoreFault fault;
+  std::string faultError;
+  if (!jxqm::StoreFault::fromEnvironment(fault, faultError)) return die(faultError, 2);
+  store.inject(fault);
   store.reserveAt(std::string(jxqp::kDbFile) + "-reserve");
   std::string err;
   if (!store.open(jxqp::kDbFile, false, err)) return die("cannot open database: " + err);

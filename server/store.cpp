@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <cstdlib>
 
 namespace jxqm {
 
@@ -100,6 +101,13 @@ bool StoreFault::parse(std::string_view text, StoreFault &out) {
     out = {kind, n};
     return true;
   }
+  return false;
+}
+
+bool StoreFault::fromEnvironment(StoreFault &out, std::string &error) {
+  const char *text = getenv("JX_STORE_FAULT");
+  if (!text || parse(text, out)) return true;
+  error = std::string("JX_STORE_FAULT is write:N, commit:N, full:N or read:N, not '") + text + "'";
   return false;
 }
 
@@ -498,14 +506,18 @@ Lookup Store::findUser(std::string_view name, std::string &hash, int32_t &author
   return Lookup::Failed;
 }
 
-bool Store::deleteUser(std::string_view name) {
+Lookup Store::deleteUser(std::string_view name) {
   sqlite3_stmt *s = nullptr;
-  if (!admitWrite(false)) return false;
-  if (sqlite3_prepare_v2(db_, "DELETE FROM users WHERE name=?1", -1, &s, nullptr) != SQLITE_OK)
-    return fail();
-  bool ok = bindText(s, 1, name) == SQLITE_OK && stepDone(s) && sqlite3_changes(db_) == 1;
+  if (!admitWrite(false)) return Lookup::Failed;
+  if (sqlite3_prepare_v2(db_, "DELETE FROM users WHERE name=?1", -1, &s, nullptr) != SQLITE_OK) {
+    fail();
+    return Lookup::Failed;
+  }
+  const bool done = bindText(s, 1, name) == SQLITE_OK && stepDone(s);
+  const bool removed = done && sqlite3_changes(db_) == 1;
+  if (!done) fail();
   sqlite3_finalize(s);
-  return ok;
+  return !done ? Lookup::Failed : removed ? Lookup::Found : Lookup::Missing;
 }
 
 bool Store::listUsers(std::vector<std::pair<std::string, int32_t>> &out) {

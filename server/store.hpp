@@ -37,7 +37,7 @@ enum Authority : int32_t { kAuthNone = 0, kAuthConnect = 1, kAuthAdmin = 2 };
 enum class Lookup { Found, Missing, Failed };
 
 // Faults the store makes on purpose, so that tests can reach every failure
-// path: jxqmgr reads one from JX_STORE_FAULT when it starts.
+// path: jxqmgr and jxqm read one from JX_STORE_FAULT when they start.
 //   write:N  the Nth write statement fails as an I/O error would
 //   commit:N the Nth commit fails (the transaction is rolled back)
 //   full:N   after N write statements the disk is full: every statement
@@ -49,6 +49,9 @@ struct StoreFault {
   int64_t n = 0;
   // False when `text` is not one of the forms above.
   static bool parse(std::string_view text, StoreFault &out);
+  // The fault JX_STORE_FAULT names (none when it is not set); false, with
+  // the reason, when it is set to no form above.
+  static bool fromEnvironment(StoreFault &out, std::string &error);
 };
 
 // Room kept on the store's filesystem beside the database. When the disk
@@ -117,7 +120,8 @@ class Store {
   bool setUser(std::string_view name, const std::string *hash, int32_t authority);
   // The hash is empty when none is set (Failed: lastError says why).
   Lookup findUser(std::string_view name, std::string &hash, int32_t &authority);
-  bool deleteUser(std::string_view name);
+  // Found: removed; Missing: there was no such user.
+  Lookup deleteUser(std::string_view name);
   bool listUsers(std::vector<std::pair<std::string, int32_t>> &out);
 
   bool setMeta(std::string_view key, std::string_view value);

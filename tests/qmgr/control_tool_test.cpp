@@ -83,6 +83,13 @@ TEST_F(ControlTool, RefusesBadArguments) {
   for (const auto &r : rows) expectTool(r.args, r.status);
   ASSERT_EQ(jxqm({"adduser", qm, "bob"}, "pw\n").status, 0);
   EXPECT_EQ(jxqm({"users", qm}).out, "bob connect\n");
+  // A store that fails the removal is told apart from a user that is not there.
+  setenv("JX_STORE_FAULT", "write:1", 1);
+  expectTool({"deluser", qm, "bob"}, 1, "cannot remove user bob: disk I/O error");
+  setenv("JX_STORE_FAULT", "sideways", 1);
+  expectTool({"users", qm}, 2, "JX_STORE_FAULT is write:N");
+  unsetenv("JX_STORE_FAULT");
+  EXPECT_EQ(jxqm({"users", qm}).out, "bob connect\n");
   EXPECT_EQ(jxqm({"delete", qm}).status, 0);
 }
 

@@ -361,6 +361,9 @@ int cmdDefinition(const std::string &verb, const std::string &name,
 
 int openStore(const std::string &name, jxqm::Store &st) {
   std::string err;
+  jxqm::StoreFault fault;
+  if (!jxqm::StoreFault::fromEnvironment(fault, err)) return fail(err, kExitUsage);
+  st.inject(fault);
   if (!st.open(jxqp::qmgrDir(name) + "/" + jxqp::kDbFile, false, err))
     return fail("cannot open database: " + err);
   return kExitOk;
@@ -475,7 +478,10 @@ int run(int argc, char **argv) {
     if (args.size() != 1) return usage();
     jxqm::Store st;
     if (int rc = openStore(name, st)) return rc;
-    if (!st.deleteUser(args[0])) return fail("no user " + args[0]);
+    const jxqm::Lookup removed = st.deleteUser(args[0]);
+    if (removed == jxqm::Lookup::Missing) return fail("no user " + args[0]);
+    if (removed == jxqm::Lookup::Failed)
+      return fail("cannot remove user " + args[0] + ": " + st.lastError());
     std::cout << "user " << args[0] << " removed" << std::endl;
     return kExitOk;
   }
