@@ -215,6 +215,11 @@ TEST_F(Polling, PollingOffStillServesAndWaits) {
   }
   EXPECT_EQ(get(h, q, JXGMO_WAIT, 100).rc, JXRC_NO_MSG_AVAILABLE);
   disconnect(h);
+  // A stop ends the unpolled loop cleanly: only a clean end says "ended".
+  ASSERT_TRUE(qm.stop());
+  std::ifstream in(qmgrDir(qm.name()) + "/qm.log");
+  const std::string log{std::istreambuf_iterator<char>(in), {}};
+  EXPECT_NE(log.find("queue manager " + qm.name() + " ended"), std::string::npos) << log;
 }
 
 }  // namespace
