@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <jx/jxcs.h>
+#include <regex.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -12,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -122,11 +122,27 @@ struct TraceLine {
   bool wellFormed = false;
 };
 
+// Whether all of `text` matches the POSIX extended expression `ere`; its
+// groups go to `groups` when given.
+inline bool matchesWhole(const std::string &text, const std::string &ere,
+                         std::vector<std::string> *groups = nullptr) {
+  regex_t re;
+  if (regcomp(&re, ("^(" + ere + ")$").c_str(), REG_EXTENDED) != 0) return false;
+  regmatch_t m[8];
+  const bool matched = regexec(&re, text.c_str(), 8, m, 0) == 0;
+  regfree(&re);
+  if (matched && groups)
+    for (size_t i = 2; i < 8 && m[i].rm_so >= 0; ++i)
+      groups->push_back(text.substr(static_cast<size_t>(m[i].rm_so),
+                                    static_cast<size_t>(m[i].rm_eo - m[i].rm_so)));
+  return matched;
+}
+
 inline TraceLine parseTraceLine(const std::string &line) {
-  static const std::regex shape("\\d\\d:\\d\\d:\\d\\d\\.\\d{6} +(\\S+) +(\\S+) \\| (.*)");
-  std::smatch m;
-  if (!std::regex_match(line, m, shape)) return {};
-  return {m[1], m[2], m[3], true};
+  std::vector<std::string> g;
+  if (!matchesWhole(line, "[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6} +([^ ]+) +([^ ]+) \\| (.*)", &g))
+    return {};
+  return {g[0], g[1], g[2], true};
 }
 
 // The trace lines written after a mark (the file's size when taken).
