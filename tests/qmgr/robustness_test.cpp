@@ -162,8 +162,7 @@ TEST_F(ConnectionFlood, MoreConnectionsThanDescriptorsDoNotStopTheServer) {
     long before = cpuTicks(qm.pid());
     std::this_thread::sleep_for(std::chrono::seconds(1));
     EXPECT_LT(cpuTicks(qm.pid()) - before, 10) << "the server spins on its listener";
-    std::ifstream in(qmgrDir(qm.name()) + "/qm.log");
-    const std::string log{std::istreambuf_iterator<char>(in), {}};
+    const std::string log = qmLog(qm.name());
     EXPECT_EQ(
         log.find("accept: Too many open files; not accepting connections") != std::string::npos,
         limit == 40)

@@ -245,20 +245,10 @@ TEST_F(Tls, AStalledHandshakeHoldsUpNoOneAndIsEnded) {
   const std::string where = freeTcpAddress();
   QueueManagerProcess qm({"Q1"}, {"--listen", where, "--hello-timeout", "3"});
   ASSERT_EQ(jxqm({"adduser", qm.name(), kUser}, std::string(kPassword) + "\n").status, 0);
-  const size_t colon = where.rfind(':');
-  sockaddr_in sa{};
-  sa.sin_family = AF_INET;
-  sa.sin_port = htons(static_cast<uint16_t>(std::atoi(where.c_str() + colon + 1)));
-  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   // One peer says nothing; another starts a handshake record and stops.
   const uint8_t halfRecord[] = {0x16, 0x03, 0x01, 0x02, 0x00, 0x01};
-  int stalled[2];
-  for (int i = 0; i < 2; ++i) {
-    stalled[i] = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(connect(stalled[i], reinterpret_cast<sockaddr *>(&sa), sizeof sa), 0);
-    timeval tv{10, 0};
-    setsockopt(stalled[i], SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-  }
+  const int stalled[2] = {rawTcpSocket(where, 10), rawTcpSocket(where, 10)};
+  ASSERT_GE(std::min(stalled[0], stalled[1]), 0);
   ASSERT_EQ(send(stalled[1], halfRecord, sizeof halfRecord, 0), ssize_t(sizeof halfRecord));
 
   int32_t h = 0;
@@ -315,8 +305,7 @@ TEST_F(Tls, CertificateFilesAreTheOperatorsToReplace) {
   EXPECT_EQ(jxqm({"start", qm_->name(), "--listen", where_}).status, 1);
   ASSERT_EQ(unlink((dir + "/qm.key").c_str()), 0);
   EXPECT_EQ(jxqm({"start", qm_->name(), "--listen", where_}).status, 1);
-  std::ifstream log(dir + "/qm.log");
-  const std::string text((std::istreambuf_iterator<char>(log)), std::istreambuf_iterator<char>());
+  const std::string text = qmLog(qm_->name());
   for (const char *why : {"may be read by others", "cannot use the key", "no key"})
     EXPECT_NE(text.find(why), std::string::npos) << why;
   // The local socket needs none of it.
