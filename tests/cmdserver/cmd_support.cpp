@@ -45,6 +45,12 @@ Reply readBag(JXHBAG bag) {
   return r;
 }
 
+Reply readMessage(const std::string &data) {
+  Bag bag;
+  EXPECT_EQ(call(jxBufferToBag, JXHB_NONE, int32_t(data.size()), data.data(), bag.h), kOk);
+  return readBag(bag.h);
+}
+
 Executed execute(int32_t hconn, int32_t command, const Items &items, int32_t replyq) {
   Bag request(JXBAG_ADMIN), response;
   for (const Item &i : items) {

@@ -39,6 +39,8 @@ struct Reply {
   }
 };
 Reply readBag(JXHBAG bag);
+// A reply message read into a bag, which must succeed.
+Reply readMessage(const std::string &data);
 
 struct Executed {
   Outcome outcome;
