@@ -59,15 +59,6 @@ bool sendAll(int fd, const void *p, size_t n) {
   return send(fd, p, n, MSG_NOSIGNAL) == static_cast<ssize_t>(n);
 }
 
-// Whether the server has closed the connection (read until end or timeout).
-bool closedByServer(int fd) {
-  char b[4096];
-  ssize_t n;
-  do n = recv(fd, b, sizeof b, 0);
-  while (n > 0);
-  return n == 0 || (n < 0 && errno == ECONNRESET);
-}
-
 // Another client's put+get round trips, and the server's memory: taken as
 // a baseline when made, again while a case runs, and printed side by side
 // (timing is the benchmarks' to judge).

@@ -23,14 +23,6 @@ class Robustness : public ConnectedTest {
     if (IsSkipped()) return;
     q_ = openQueue(hconn_, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
   }
-  // True when the server closes the connection without answering.
-  static bool closedByServer(int fd) {
-    char b;
-    ssize_t n;
-    do n = recv(fd, &b, 1, 0);
-    while (n > 0);
-    return n == 0;
-  }
   static jxqp::Bytes hello() {
     jxqp::Writer w;
     jxqp::encode(w, jxqp::HelloRequest{.user = {}, .password = {}, .pid = 1, .applName = {}});

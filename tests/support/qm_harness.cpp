@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <fstream>
@@ -219,6 +220,14 @@ int rawSocket(const std::string &qmgr) {
   timeval tv{5, 0};
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
   return fd;
+}
+
+bool closedByServer(int fd) {
+  char b[4096];
+  ssize_t n;
+  do n = recv(fd, b, sizeof b, 0);
+  while (n > 0);
+  return n == 0 || (n < 0 && errno == ECONNRESET);
 }
 
 int rawTcpSocket(const std::string &where, int seconds) {

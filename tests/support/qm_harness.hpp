@@ -91,6 +91,9 @@ int32_t openReason(int32_t hconn, const std::string &queue, int32_t options = JX
 // receive timeout ends a wait before the server's default hello timeout
 // would close the connection, so only a deliberate close counts.
 int rawSocket(const std::string &qmgr);
+// Whether the server closes the connection: reads until its end, a reset
+// or the receive timeout.
+bool closedByServer(int fd);
 // A plain TCP socket connected to a loopback "HOST:PORT", with a receive
 // timeout of `seconds`; -1 when it cannot connect.
 int rawTcpSocket(const std::string &where, int seconds);
