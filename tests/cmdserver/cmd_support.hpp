@@ -23,6 +23,10 @@ struct Item {
   std::variant<int32_t, std::string> value;
 };
 using Items = std::vector<Item>;
+inline Items operator+(Items a, const Items &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
 
 // A reply or an event: its header and its parameters, strings trimmed.
 struct Reply {

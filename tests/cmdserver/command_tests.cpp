@@ -20,14 +20,11 @@ constexpr int32_t kNoParameter = INT_MIN;
 
 TEST_F(CommandTest, QueueCommandsFromCreateToDelete) {
   const Items a = {{JXCA_Q_NAME, "LIFE.A"}, {JXIA_Q_TYPE, JXQT_LOCAL}};
-  Items created = a;
-  created.push_back({JXIA_MAX_Q_DEPTH, 10});
-  created.push_back({JXCA_Q_DESC, "first"});
-  EXPECT_EQ(ok(JXCMD_CREATE_QUEUE, created).sequence, 1);
+  EXPECT_EQ(
+      ok(JXCMD_CREATE_QUEUE, a + Items{{JXIA_MAX_Q_DEPTH, 10}, {JXCA_Q_DESC, "first"}}).sequence,
+      1);
   ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, "LIFE.M"}, {JXIA_Q_TYPE, JXQT_MODEL}});
-  Items changed = a;
-  changed.push_back({JXIA_MAX_Q_DEPTH, 20});
-  ok(JXCMD_CHANGE_QUEUE, changed);
+  ok(JXCMD_CHANGE_QUEUE, a + Items{{JXIA_MAX_Q_DEPTH, 20}});
   ok(JXCMD_COPY_QUEUE, {{JXSEL_FROM_QUEUE_NAME, "LIFE.A"},
                         {JXSEL_TO_QUEUE_NAME, "LIFE.B"},
                         {JXIA_Q_TYPE, JXQT_LOCAL},
@@ -132,9 +129,7 @@ TEST_F(CommandTest, RefusalsNameReasonAndParameter) {
 
 TEST_F(CommandTest, StatusStatisticsAndTheRefusalsOfBusyQueues) {
   const Items named = {{JXCA_Q_NAME, "STAT.Q"}};
-  Items made = named;
-  made.push_back({JXIA_Q_TYPE, JXQT_LOCAL});
-  ok(JXCMD_CREATE_QUEUE, made);
+  ok(JXCMD_CREATE_QUEUE, named + Items{{JXIA_Q_TYPE, JXQT_LOCAL}});
   const int32_t hobj = qmtest::openQueue(h_, "STAT.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
   for (int i = 0; i < 3; ++i) ASSERT_EQ(qmtest::put(h_, hobj, "m"), JXRC_NONE);
   ASSERT_EQ(qmtest::put(h_, hobj, "held", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
@@ -169,9 +164,7 @@ TEST_F(CommandTest, StatusStatisticsAndTheRefusalsOfBusyQueues) {
                                   r.number(JXIA_HIGH_Q_DEPTH), r.number(JXIA_TIME_SINCE_RESET)}),
             std::vector<int32_t>({0, 0, 3, 0}));
   EXPECT_EQ(run(JXCMD_DELETE_QUEUE, named).replies.at(0).rc, JXRC_Q_NOT_EMPTY);
-  Items purge = named;
-  purge.push_back({JXSEL_PURGE, 1});
-  ok(JXCMD_DELETE_QUEUE, purge);
+  ok(JXCMD_DELETE_QUEUE, named + Items{{JXSEL_PURGE, 1}});
 }
 
 TEST_F(CommandTest, ConnectionsListedAndOneStopped) {

@@ -32,15 +32,13 @@ void expectEnvelope(const Reply &e, int32_t category, const std::string &qmgr) {
 
 TEST_F(CommandTest, PerformanceEventsWithHysteresis) {
   takeEvents(h_, JXQ_PERFM_EVENT);
-  const Items named = {{JXCA_Q_NAME, "PERF.Q"}, {JXIA_Q_TYPE, JXQT_LOCAL}};
-  Items made = named;
-  for (Item i : Items{{JXIA_MAX_Q_DEPTH, 10},
-                      {JXIA_Q_DEPTH_HIGH_LIMIT, 50},
-                      {JXIA_Q_DEPTH_LOW_LIMIT, 20},
-                      {JXIA_Q_DEPTH_HIGH_EVENT, 1},
-                      {JXIA_Q_FULL_EVENT, 1}})
-    made.push_back(i);
-  ok(JXCMD_CREATE_QUEUE, made);
+  ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, "PERF.Q"},
+                          {JXIA_Q_TYPE, JXQT_LOCAL},
+                          {JXIA_MAX_Q_DEPTH, 10},
+                          {JXIA_Q_DEPTH_HIGH_LIMIT, 50},
+                          {JXIA_Q_DEPTH_LOW_LIMIT, 20},
+                          {JXIA_Q_DEPTH_HIGH_EVENT, 1},
+                          {JXIA_Q_FULL_EVENT, 1}});
   const int32_t q = qmtest::openQueue(h_, "PERF.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
   auto armed = [&] {
     Reply r = ok(JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, "PERF.Q"},
@@ -85,8 +83,7 @@ TEST_F(CommandTest, PerformanceEventsWithHysteresis) {
 TEST_F(CommandTest, ConfigurationEventsWhileSwitchedOn) {
   takeEvents(h_, JXQ_CONFIG_EVENT);
   const Items named = {{JXCA_Q_NAME, "CONF.Q"}};
-  Items typed = named;
-  typed.push_back({JXIA_Q_TYPE, JXQT_LOCAL});
+  const Items typed = named + Items{{JXIA_Q_TYPE, JXQT_LOCAL}};
   ok(JXCMD_CREATE_QUEUE, typed);
   ok(JXCMD_DELETE_QUEUE, named);
   EXPECT_EQ(takeEvents(h_, JXQ_CONFIG_EVENT).size(), 0u);
