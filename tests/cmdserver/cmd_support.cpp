@@ -120,11 +120,6 @@ void CommandTest::SetUpTestSuite() {
     qm() = std::make_unique<qmtest::QueueManagerProcess>(std::vector<std::string>{"RQ"});
 }
 
-void CommandTest::SetUp() {
-  ServerTest::SetUp();
-  if (!IsSkipped()) h_ = qmtest::connect(qm()->name());
-}
-
 Reply CommandTest::ok(int32_t command, const Items &items) {
   Executed e = run(command, items);
   EXPECT_EQ(e.outcome, kOk) << "command " << command;

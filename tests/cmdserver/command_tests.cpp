@@ -130,9 +130,9 @@ TEST_F(CommandTest, RefusalsNameReasonAndParameter) {
 TEST_F(CommandTest, StatusStatisticsAndTheRefusalsOfBusyQueues) {
   const Items named = {{JXCA_Q_NAME, "STAT.Q"}};
   ok(JXCMD_CREATE_QUEUE, named + Items{{JXIA_Q_TYPE, JXQT_LOCAL}});
-  const int32_t hobj = qmtest::openQueue(h_, "STAT.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
-  for (int i = 0; i < 3; ++i) ASSERT_EQ(qmtest::put(h_, hobj, "m"), JXRC_NONE);
-  ASSERT_EQ(qmtest::put(h_, hobj, "held", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
+  const int32_t hobj = qmtest::openQueue(hconn_, "STAT.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  for (int i = 0; i < 3; ++i) ASSERT_EQ(qmtest::put(hconn_, hobj, "m"), JXRC_NONE);
+  ASSERT_EQ(qmtest::put(hconn_, hobj, "held", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));
   Reply s = ok(JXCMD_INQUIRE_QUEUE_STATUS, named);
   EXPECT_EQ(
@@ -149,10 +149,10 @@ TEST_F(CommandTest, StatusStatisticsAndTheRefusalsOfBusyQueues) {
   for (int32_t command : {JXCMD_CLEAR_QUEUE, JXCMD_DELETE_QUEUE})
     EXPECT_EQ(run(command, named).replies.at(0).rc, JXRC_OBJECT_IN_USE);
   int32_t cc, rc;
-  zstJXCMIT(h_, &cc, &rc);
-  EXPECT_EQ(qmtest::get(h_, hobj).rc, JXRC_NONE);
+  zstJXCMIT(hconn_, &cc, &rc);
+  EXPECT_EQ(qmtest::get(hconn_, hobj).rc, JXRC_NONE);
   int32_t h = hobj;
-  zstJXCLOSE(h_, &h, JXCO_NONE, &cc, &rc);
+  zstJXCLOSE(hconn_, &h, JXCO_NONE, &cc, &rc);
   // Statistics as they were, then from zero; the high depth from the depth.
   Reply r = ok(JXCMD_RESET_QUEUE_STATS, {{JXCA_Q_NAME, "STAT.*"}});
   EXPECT_EQ(std::vector<int32_t>({r.number(JXIA_MSG_ENQ_COUNT), r.number(JXIA_MSG_DEQ_COUNT),
@@ -198,16 +198,16 @@ TEST_F(CommandTest, ConnectionsListedAndOneStopped) {
 TEST_F(CommandTest, RepliesWaitForRoomOnTheirQueue) {
   ok(JXCMD_CREATE_QUEUE,
      {{JXCA_Q_NAME, "SMALL.RQ"}, {JXIA_Q_TYPE, JXQT_LOCAL}, {JXIA_MAX_Q_DEPTH, 2}});
-  const int32_t rq = qmtest::openQueue(h_, "SMALL.RQ", JXOO_INPUT_SHARED | JXOO_INQUIRE);
-  Executed e = execute(h_, JXCMD_INQUIRE_QUEUE_NAMES, {{JXCA_Q_NAME, "SYSTEM.*"}});
+  const int32_t rq = qmtest::openQueue(hconn_, "SMALL.RQ", JXOO_INPUT_SHARED | JXOO_INQUIRE);
+  Executed e = execute(hconn_, JXCMD_INQUIRE_QUEUE_NAMES, {{JXCA_Q_NAME, "SYSTEM.*"}});
   const size_t count = e.replies.at(0).texts[JXSEL_QUEUE_NAMES].size();
-  e = execute(h_, JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, "SYSTEM.*"}}, rq);
+  e = execute(hconn_, JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, "SYSTEM.*"}}, rq);
   EXPECT_EQ(e.outcome, kOk);
   ASSERT_EQ(e.replies.size(), count);
   EXPECT_GT(count, 2u);
   for (size_t i = 0; i < count; ++i) EXPECT_EQ(e.replies[i].sequence, int32_t(i + 1));
   int32_t h = rq, cc, rc;
-  zstJXCLOSE(h_, &h, JXCO_NONE, &cc, &rc);
+  zstJXCLOSE(hconn_, &h, JXCO_NONE, &cc, &rc);
   ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, "SMALL.RQ"}});
 }
 
@@ -243,10 +243,10 @@ TEST_F(CommandTest, RawRequestsAndTheirReplies) {
       {Msg().header(JXPCF_TYPE_COMMAND, JXCMD_CREATE_QUEUE, 1).string(JXCA_Q_NAME, "A"),
        JXFMT_ADMIN, JXENC_NATIVE, JXRCCF_PARM_MISSING, JXIA_Q_TYPE},
   };
-  const int32_t rq = qmtest::openQueue(h_, "RQ", JXOO_INPUT_SHARED);
+  const int32_t rq = qmtest::openQueue(hconn_, "RQ", JXOO_INPUT_SHARED);
   for (const Case &c : cases) {
-    const std::string id = putRaw(h_, c.request, c.format, c.encoding, "RQ", JXPER_PERSISTENT);
-    qmtest::Got g = qmtest::get(h_, rq, JXGMO_WAIT | JXGMO_NO_SYNCPOINT, 5000);
+    const std::string id = putRaw(hconn_, c.request, c.format, c.encoding, "RQ", JXPER_PERSISTENT);
+    qmtest::Got g = qmtest::get(hconn_, rq, JXGMO_WAIT | JXGMO_NO_SYNCPOINT, 5000);
     ASSERT_EQ(g.rc, JXRC_NONE) << c.reason;
     EXPECT_EQ(std::string(reinterpret_cast<const char *>(g.md.CorrelId), JX_CORREL_ID_LENGTH), id);
     EXPECT_EQ(std::vector<int32_t>({g.md.MsgType, g.md.Persistence, g.md.Encoding}),
@@ -258,10 +258,10 @@ TEST_F(CommandTest, RawRequestsAndTheirReplies) {
         << c.reason;
   }
   // Without a reply-to queue nothing answers, and the queue is emptied.
-  putRaw(h_, Msg().raw("junk"), JXFMT_STRING, JXENC_NATIVE, "");
-  putRaw(h_, ping, JXFMT_ADMIN, JXENC_NATIVE, "");
+  putRaw(hconn_, Msg().raw("junk"), JXFMT_STRING, JXENC_NATIVE, "");
+  putRaw(hconn_, ping, JXFMT_ADMIN, JXENC_NATIVE, "");
   EXPECT_EQ(ok(JXCMD_PING_QMGR).rc, JXRC_NONE);
-  EXPECT_EQ(qmtest::get(h_, rq).rc, JXRC_NO_MSG_AVAILABLE);
+  EXPECT_EQ(qmtest::get(hconn_, rq).rc, JXRC_NO_MSG_AVAILABLE);
   EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_STATUS, {{JXCA_Q_NAME, JXQ_ADMIN_COMMAND}})
                 .number(JXIA_CURRENT_Q_DEPTH),
             0);
@@ -276,7 +276,7 @@ TEST_F(CommandTest, InhibitedGetsHoldRequestsUntilAllowed) {
   Outcome ping;
   std::atomic<bool> answered{false};
   std::thread waiting([&] {
-    ping = execute(h_, JXCMD_PING_QMGR).outcome;
+    ping = execute(hconn_, JXCMD_PING_QMGR).outcome;
     answered = true;
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(300));

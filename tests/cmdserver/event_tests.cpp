@@ -31,7 +31,7 @@ void expectEnvelope(const Reply &e, int32_t category, const std::string &qmgr) {
 }
 
 TEST_F(CommandTest, PerformanceEventsWithHysteresis) {
-  takeEvents(h_, JXQ_PERFM_EVENT);
+  takeEvents(hconn_, JXQ_PERFM_EVENT);
   ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, "PERF.Q"},
                           {JXIA_Q_TYPE, JXQT_LOCAL},
                           {JXIA_MAX_Q_DEPTH, 10},
@@ -39,7 +39,7 @@ TEST_F(CommandTest, PerformanceEventsWithHysteresis) {
                           {JXIA_Q_DEPTH_LOW_LIMIT, 20},
                           {JXIA_Q_DEPTH_HIGH_EVENT, 1},
                           {JXIA_Q_FULL_EVENT, 1}});
-  const int32_t q = qmtest::openQueue(h_, "PERF.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  const int32_t q = qmtest::openQueue(hconn_, "PERF.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
   auto armed = [&] {
     Reply r = ok(JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, "PERF.Q"},
                                        {JXSEL_QUEUE_ATTRS, JXIA_Q_DEPTH_HIGH_EVENT},
@@ -48,10 +48,10 @@ TEST_F(CommandTest, PerformanceEventsWithHysteresis) {
                                 r.number(JXIA_Q_DEPTH_LOW_EVENT)};
   };
   // Depth 4 is below the high limit (5 of 10), 5 reaches it.
-  for (int i = 0; i < 4; ++i) ASSERT_EQ(qmtest::put(h_, q, "m"), JXRC_NONE);
-  EXPECT_EQ(takeEvents(h_, JXQ_PERFM_EVENT).size(), 0u);
-  ASSERT_EQ(qmtest::put(h_, q, "m"), JXRC_NONE);
-  std::vector<Reply> events = takeEvents(h_, JXQ_PERFM_EVENT);
+  for (int i = 0; i < 4; ++i) ASSERT_EQ(qmtest::put(hconn_, q, "m"), JXRC_NONE);
+  EXPECT_EQ(takeEvents(hconn_, JXQ_PERFM_EVENT).size(), 0u);
+  ASSERT_EQ(qmtest::put(hconn_, q, "m"), JXRC_NONE);
+  std::vector<Reply> events = takeEvents(hconn_, JXQ_PERFM_EVENT);
   ASSERT_EQ(reasonsOf(events), std::vector<int32_t>({JXRCEV_Q_DEPTH_HIGH}));
   expectEnvelope(events[0], JXCMD_PERFM_EVENT, qm()->name());
   EXPECT_EQ(std::vector<int32_t>(
@@ -60,33 +60,34 @@ TEST_F(CommandTest, PerformanceEventsWithHysteresis) {
   EXPECT_EQ(events[0].text(JXCA_Q_NAME), "PERF.Q");
   EXPECT_EQ(armed(), std::vector<int32_t>({0, 1}));
   // Full: every refused put; the depth-high event stays silent meanwhile.
-  for (int i = 5; i < 10; ++i) ASSERT_EQ(qmtest::put(h_, q, "m"), JXRC_NONE);
-  for (int i = 0; i < 2; ++i) ASSERT_EQ(qmtest::put(h_, q, "m"), JXRC_Q_FULL);
+  for (int i = 5; i < 10; ++i) ASSERT_EQ(qmtest::put(hconn_, q, "m"), JXRC_NONE);
+  for (int i = 0; i < 2; ++i) ASSERT_EQ(qmtest::put(hconn_, q, "m"), JXRC_Q_FULL);
   // Down to 3 says nothing, 2 reaches the low limit.
-  for (int i = 10; i > 3; --i) ASSERT_EQ(qmtest::get(h_, q).rc, JXRC_NONE);
-  EXPECT_EQ(reasonsOf(takeEvents(h_, JXQ_PERFM_EVENT)),
+  for (int i = 10; i > 3; --i) ASSERT_EQ(qmtest::get(hconn_, q).rc, JXRC_NONE);
+  EXPECT_EQ(reasonsOf(takeEvents(hconn_, JXQ_PERFM_EVENT)),
             std::vector<int32_t>({JXRCEV_Q_FULL, JXRCEV_Q_FULL}));
-  ASSERT_EQ(qmtest::get(h_, q).rc, JXRC_NONE);
-  EXPECT_EQ(reasonsOf(takeEvents(h_, JXQ_PERFM_EVENT)), std::vector<int32_t>({JXRCEV_Q_DEPTH_LOW}));
+  ASSERT_EQ(qmtest::get(hconn_, q).rc, JXRC_NONE);
+  EXPECT_EQ(reasonsOf(takeEvents(hconn_, JXQ_PERFM_EVENT)),
+            std::vector<int32_t>({JXRCEV_Q_DEPTH_LOW}));
   EXPECT_EQ(armed(), std::vector<int32_t>({1, 0}));
   // With the queue manager's switch off nothing fires.
   ok(JXCMD_CHANGE_QMGR, {{JXIA_PERFORMANCE_EVENT, 0}});
-  for (int i = 2; i < 11; ++i) qmtest::put(h_, q, "m");
-  EXPECT_EQ(takeEvents(h_, JXQ_PERFM_EVENT).size(), 0u);
+  for (int i = 2; i < 11; ++i) qmtest::put(hconn_, q, "m");
+  EXPECT_EQ(takeEvents(hconn_, JXQ_PERFM_EVENT).size(), 0u);
   EXPECT_EQ(armed(), std::vector<int32_t>({1, 0}));
   ok(JXCMD_CHANGE_QMGR, {{JXIA_PERFORMANCE_EVENT, 1}});
   int32_t cc, rc, h = q;
-  zstJXCLOSE(h_, &h, JXCO_NONE, &cc, &rc);
+  zstJXCLOSE(hconn_, &h, JXCO_NONE, &cc, &rc);
   ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, "PERF.Q"}, {JXSEL_PURGE, 1}});
 }
 
 TEST_F(CommandTest, ConfigurationEventsWhileSwitchedOn) {
-  takeEvents(h_, JXQ_CONFIG_EVENT);
+  takeEvents(hconn_, JXQ_CONFIG_EVENT);
   const Items named = {{JXCA_Q_NAME, "CONF.Q"}};
   const Items typed = named + Items{{JXIA_Q_TYPE, JXQT_LOCAL}};
   ok(JXCMD_CREATE_QUEUE, typed);
   ok(JXCMD_DELETE_QUEUE, named);
-  EXPECT_EQ(takeEvents(h_, JXQ_CONFIG_EVENT).size(), 0u);
+  EXPECT_EQ(takeEvents(hconn_, JXQ_CONFIG_EVENT).size(), 0u);
   ok(JXCMD_CHANGE_QMGR, {{JXIA_CONFIGURATION_EVENT, 1}});
   ok(JXCMD_CREATE_QUEUE, typed);
   ok(JXCMD_CHANGE_QUEUE, typed);
@@ -98,7 +99,7 @@ TEST_F(CommandTest, ConfigurationEventsWhileSwitchedOn) {
   ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, "CONF.C"}});
   run(JXCMD_DELETE_QUEUE, named);  // refused: no event
   ok(JXCMD_CHANGE_QMGR, {{JXIA_CONFIGURATION_EVENT, 0}});
-  const std::vector<Reply> events = takeEvents(h_, JXQ_CONFIG_EVENT);
+  const std::vector<Reply> events = takeEvents(hconn_, JXQ_CONFIG_EVENT);
   ASSERT_EQ(
       reasonsOf(events),
       std::vector<int32_t>({JXRCEV_OBJECT_CREATED, JXRCEV_OBJECT_CHANGED, JXRCEV_OBJECT_CREATED,

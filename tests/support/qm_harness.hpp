@@ -181,4 +181,23 @@ class ConnectedTest : public ServerTest {
   int32_t hconn_ = 0;
 };
 
+// One queue manager for a whole suite, which the suite's SetUpTestSuite
+// makes into qm(), and a connection for each test.
+class SuiteQueueManagerTest : public ServerTest {
+ protected:
+  static void TearDownTestSuite() { qm().reset(); }
+  static std::unique_ptr<QueueManagerProcess> &qm() {
+    static std::unique_ptr<QueueManagerProcess> p;
+    return p;
+  }
+  void SetUp() override {
+    ServerTest::SetUp();
+    if (!IsSkipped()) hconn_ = connect(qm()->name());
+  }
+  void TearDown() override {
+    if (hconn_ > 0) disconnect(hconn_);
+  }
+  int32_t hconn_ = 0;
+};
+
 }  // namespace qmtest
