@@ -12,8 +12,6 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <thread>
 
 #include "qm_harness.hpp"
@@ -179,12 +177,7 @@ class Recorder {
         getsockname(listener_, reinterpret_cast<sockaddr *>(&sa), &len) != 0)
       return;
     address_ = "127.0.0.1:" + std::to_string(ntohs(sa.sin_port));
-    const size_t colon = server.rfind(':');
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<uint16_t>(std::atoi(server.c_str() + colon + 1)));
-    inet_pton(AF_INET, server.substr(0, colon).c_str(), &to.sin_addr);
-    thread_ = std::thread([this, to] { relay(to); });
+    thread_ = std::thread([this, server] { relay(server); });
   }
   ~Recorder() {
     if (thread_.joinable()) thread_.join();
@@ -199,10 +192,10 @@ class Recorder {
   size_t sent(int direction) const { return seen_[direction].size(); }
 
  private:
-  void relay(sockaddr_in to) {
+  void relay(const std::string &to) {
     const int client = accept(listener_, nullptr, nullptr);
-    const int server = socket(AF_INET, SOCK_STREAM, 0);
-    if (client < 0 || connect(server, reinterpret_cast<sockaddr *>(&to), sizeof to) != 0) return;
+    const int server = rawTcpSocket(to, 10);
+    if (client < 0 || server < 0) return;
     pollfd fds[2] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
     char buf[65536];
     for (bool open = true; open;) {
