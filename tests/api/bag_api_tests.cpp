@@ -108,19 +108,6 @@ TEST(CreateBag, RefusesBadOptionsAndLeavesTheHandleAlone) {
   EXPECT_EQ(call(jxCreateBag, 0, readOnly()), failed(JXRC_BAD_HANDLE));
 }
 
-TEST(DeleteBag, LeavesMinusOneAndRefusesTheOldHandle) {
-  JXHBAG h;
-  ASSERT_EQ(call(jxCreateBag, 0, &h), kOk);
-  const JXHBAG old = h;
-  EXPECT_EQ(call(jxDeleteBag, &h), kOk);
-  EXPECT_EQ(h, JXHB_DELETED);
-  EXPECT_EQ(call(jxDeleteBag, &h), failed(JXRC_BAD_HANDLE));
-  EXPECT_EQ(h, JXHB_DELETED);
-  h = old;
-  EXPECT_EQ(call(jxDeleteBag, &h), failed(JXRC_BAD_HANDLE)) << "a deleted bag's old handle";
-  EXPECT_EQ(h, old) << "the handle is changed only by a deletion";
-}
-
 // Every handle-taking call refuses a handle that names no bag.
 void expectEveryCallRefuses(JXHBAG h) {
   int32_t v = 0, v2 = 0;
@@ -141,15 +128,18 @@ void expectEveryCallRefuses(JXHBAG h) {
   EXPECT_EQ(call(jxClearBag, h), refused) << h;
   EXPECT_EQ(call(jxTruncateBag, h, 0), refused) << h;
   EXPECT_EQ(call(jxDeleteBag, &copy), refused) << h;
+  EXPECT_EQ(copy, h) << "the handle is changed only by a deletion";
 }
 
+// A deletion leaves -1 in the handle; the old handle is then refused.
 TEST(Handles, NoBagOddAndDeletedHandlesGive2320) {
   for (JXHBAG h : {JXHB_NONE, JXHB_DELETED, 0, 1, 3, 0x7FFFFFFF, INT32_MIN, INT32_MIN + 1})
     expectEveryCallRefuses(h);
   JXHBAG h;
-  call(jxCreateBag, 0, &h);
+  ASSERT_EQ(call(jxCreateBag, 0, &h), kOk);
   const JXHBAG old = h;
-  call(jxDeleteBag, &h);
+  EXPECT_EQ(call(jxDeleteBag, &h), kOk);
+  EXPECT_EQ(h, JXHB_DELETED);
   expectEveryCallRefuses(old);
   expectEveryCallRefuses(old + 1);
 }
@@ -243,8 +233,6 @@ TEST(InquireInteger, WildcardsCountByKind) {
   Bag b, empty;
   b(jxAddString, 3, -1, "s"), b(jxAddInteger, 4, 40);
   int32_t v = kUntouched;
-  EXPECT_EQ(b.intAt(JXSEL_ANY, 0), 0) << "the options item";
-  EXPECT_EQ(b.intAt(JXSEL_SYSTEM, 1), 8) << "the message type";
   EXPECT_EQ(b.intAt(JXSEL_USER, 1), 40);
   EXPECT_EQ(b.intAt(JXSEL_ANY, 9), 40);
   EXPECT_EQ(b(jxInquireInteger, JXSEL_USER, 0, &v), failed(JXRC_WRONG_ITEM_TYPE));

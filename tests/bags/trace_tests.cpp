@@ -24,34 +24,17 @@ Lines tail(const Lines &lines, size_t n) {
   return Lines(lines.end() - static_cast<long>(std::min(n, lines.size())), lines.end());
 }
 
-// Trace switched on for the test, with this thread traced.
-class TraceOn : public ::testing::Test {
+// Trace switched for the test, and a bag.
+class TraceOn : public TracedTest {
  protected:
   void SetUp() override {
-    xcsInitialize(48, 1030, 0, 0, 0);
-    thread = xihThreadAddress();
-    savedActive = thread->TraceActive;
+    TracedTest::SetUp();
     ASSERT_EQ(call(jxCreateBag, 0, &h), kOk);
   }
   void TearDown() override {
-    thread->TraceActive = savedActive;
+    TracedTest::TearDown();
     if (h != JXHB_DELETED) call(jxDeleteBag, &h);
   }
-  // Switches the words and this thread's trace, and marks where the new
-  // lines start.
-  void set(int32_t enabled, int32_t level, uint32_t options, int32_t active = 1) {
-    words.set(enabled, level, options, 0);
-    thread->TraceActive = active;
-    mark = traceTexts().size();
-  }
-  void api() { set(0, 0, XTR_OPT_API, 0); }
-  Lines fresh() const { return since(traceTexts(), mark); }
-  Lines freshApi() const { return apiLines(fresh()); }
-
-  TraceWordsGuard words;
-  xihTHREADANCHOR *thread = nullptr;
-  int32_t savedActive = 0;
-  size_t mark = 0;
   JXHBAG h = JXHB_NONE;
 };
 

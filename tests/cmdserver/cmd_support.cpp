@@ -45,6 +45,12 @@ Reply readBag(JXHBAG bag) {
   return r;
 }
 
+Reply readMessage(const std::string &data) {
+  Bag bag;
+  EXPECT_EQ(call(jxBufferToBag, JXHB_NONE, int32_t(data.size()), data.data(), bag.h), kOk);
+  return readBag(bag.h);
+}
+
 Executed execute(int32_t hconn, int32_t command, const Items &items, int32_t replyq) {
   Bag request(JXBAG_ADMIN), response;
   for (const Item &i : items) {
@@ -112,11 +118,6 @@ std::string putRaw(int32_t hconn, const pcftest::Msg &m, const char *format, int
 void CommandTest::SetUpTestSuite() {
   if (qmtest::serverAvailable())
     qm() = std::make_unique<qmtest::QueueManagerProcess>(std::vector<std::string>{"RQ"});
-}
-
-void CommandTest::SetUp() {
-  ServerTest::SetUp();
-  if (!IsSkipped()) h_ = qmtest::connect(qm()->name());
 }
 
 Reply CommandTest::ok(int32_t command, const Items &items) {

@@ -23,6 +23,10 @@ struct Item {
   std::variant<int32_t, std::string> value;
 };
 using Items = std::vector<Item>;
+inline Items operator+(Items a, const Items &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
 
 // A reply or an event: its header and its parameters, strings trimmed.
 struct Reply {
@@ -39,6 +43,8 @@ struct Reply {
   }
 };
 Reply readBag(JXHBAG bag);
+// A reply message read into a bag, which must succeed.
+Reply readMessage(const std::string &data);
 
 struct Executed {
   Outcome outcome;
@@ -58,22 +64,12 @@ std::string putRaw(int32_t hconn, const pcftest::Msg &m, const char *format = JX
 
 // One queue manager for the suite (queue RQ for raw replies), a
 // connection for each test.
-class CommandTest : public qmtest::ServerTest {
+class CommandTest : public qmtest::SuiteQueueManagerTest {
  protected:
   static void SetUpTestSuite();
-  static void TearDownTestSuite() { qm().reset(); }
-  static std::unique_ptr<qmtest::QueueManagerProcess> &qm() {
-    static std::unique_ptr<qmtest::QueueManagerProcess> p;
-    return p;
-  }
-  void SetUp() override;
-  void TearDown() override {
-    if (h_ > 0) qmtest::disconnect(h_);
-  }
-  Executed run(int32_t command, const Items &items = {}) { return execute(h_, command, items); }
+  Executed run(int32_t command, const Items &items = {}) { return execute(hconn_, command, items); }
   // Runs a command that must answer once with success.
   Reply ok(int32_t command, const Items &items = {});
-  int32_t h_ = 0;
 };
 
 }  // namespace cmdtest

@@ -19,22 +19,19 @@ namespace {
 constexpr int32_t kNoParameter = INT_MIN;
 
 TEST_F(CommandTest, QueueCommandsFromCreateToDelete) {
-  const Items a = {{JXCA_Q_NAME, std::string("LIFE.A")}, {JXIA_Q_TYPE, JXQT_LOCAL}};
-  Items created = a;
-  created.push_back({JXIA_MAX_Q_DEPTH, 10});
-  created.push_back({JXCA_Q_DESC, std::string("first")});
-  EXPECT_EQ(ok(JXCMD_CREATE_QUEUE, created).sequence, 1);
-  ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, std::string("LIFE.M")}, {JXIA_Q_TYPE, JXQT_MODEL}});
-  Items changed = a;
-  changed.push_back({JXIA_MAX_Q_DEPTH, 20});
-  ok(JXCMD_CHANGE_QUEUE, changed);
-  ok(JXCMD_COPY_QUEUE, {{JXSEL_FROM_QUEUE_NAME, std::string("LIFE.A")},
-                        {JXSEL_TO_QUEUE_NAME, std::string("LIFE.B")},
+  const Items a = {{JXCA_Q_NAME, "LIFE.A"}, {JXIA_Q_TYPE, JXQT_LOCAL}};
+  EXPECT_EQ(
+      ok(JXCMD_CREATE_QUEUE, a + Items{{JXIA_MAX_Q_DEPTH, 10}, {JXCA_Q_DESC, "first"}}).sequence,
+      1);
+  ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, "LIFE.M"}, {JXIA_Q_TYPE, JXQT_MODEL}});
+  ok(JXCMD_CHANGE_QUEUE, a + Items{{JXIA_MAX_Q_DEPTH, 20}});
+  ok(JXCMD_COPY_QUEUE, {{JXSEL_FROM_QUEUE_NAME, "LIFE.A"},
+                        {JXSEL_TO_QUEUE_NAME, "LIFE.B"},
                         {JXIA_Q_TYPE, JXQT_LOCAL},
-                        {JXCA_Q_DESC, std::string("copy")}});
+                        {JXCA_Q_DESC, "copy"}});
   // One reply per queue in name order, the last with control 1, each with
   // its name and the attributes asked for.
-  Executed e = run(JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, std::string("LIFE.*")},
+  Executed e = run(JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, "LIFE.*"},
                                          {JXSEL_QUEUE_ATTRS, JXIA_MAX_Q_DEPTH},
                                          {JXSEL_QUEUE_ATTRS, JXCA_Q_DESC}});
   ASSERT_EQ(e.outcome, kOk);
@@ -52,17 +49,16 @@ TEST_F(CommandTest, QueueCommandsFromCreateToDelete) {
   }
   // Names by generic name and type; none is an empty list.
   const std::pair<Items, std::vector<std::string>> names[] = {
-      {{{JXCA_Q_NAME, std::string("LIFE.*")}}, {"LIFE.A", "LIFE.B", "LIFE.M"}},
-      {{{JXCA_Q_NAME, std::string("LIFE.*")}, {JXIA_Q_TYPE, JXQT_MODEL}}, {"LIFE.M"}},
-      {{{JXCA_Q_NAME, std::string("LIFE.B")}}, {"LIFE.B"}},
-      {{{JXCA_Q_NAME, std::string("NOTHING.*")}}, {}},
+      {{{JXCA_Q_NAME, "LIFE.*"}}, {"LIFE.A", "LIFE.B", "LIFE.M"}},
+      {{{JXCA_Q_NAME, "LIFE.*"}, {JXIA_Q_TYPE, JXQT_MODEL}}, {"LIFE.M"}},
+      {{{JXCA_Q_NAME, "LIFE.B"}}, {"LIFE.B"}},
+      {{{JXCA_Q_NAME, "NOTHING.*"}}, {}},
   };
   for (const auto &[items, list] : names)
     EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_NAMES, items).texts[JXSEL_QUEUE_NAMES], list);
-  ok(JXCMD_CLEAR_QUEUE, {{JXCA_Q_NAME, std::string("LIFE.A")}});
-  for (const char *q : {"LIFE.A", "LIFE.B", "LIFE.M"})
-    ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, std::string(q)}});
-  EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_NAMES, {{JXCA_Q_NAME, std::string("LIFE.*")}}).texts.size(), 0u);
+  ok(JXCMD_CLEAR_QUEUE, {{JXCA_Q_NAME, "LIFE.A"}});
+  for (const char *q : {"LIFE.A", "LIFE.B", "LIFE.M"}) ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, q}});
+  EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_NAMES, {{JXCA_Q_NAME, "LIFE.*"}}).texts.size(), 0u);
 }
 
 TEST_F(CommandTest, QueueManagerInquiredAndChanged) {
@@ -76,7 +72,7 @@ TEST_F(CommandTest, QueueManagerInquiredAndChanged) {
   EXPECT_GE(r.number(JXIA_Q_COUNT), 8);
   for (int32_t s : {JXCA_CREATION_DATE, JXCA_START_DATE}) EXPECT_EQ(r.text(s).size(), 10u);
   for (int32_t s : {JXCA_CREATION_TIME, JXCA_START_TIME}) EXPECT_EQ(r.text(s).size(), 8u);
-  ok(JXCMD_CHANGE_QMGR, {{JXCA_Q_MGR_DESC, std::string("the first")}});
+  ok(JXCMD_CHANGE_QMGR, {{JXCA_Q_MGR_DESC, "the first"}});
   r = ok(JXCMD_INQUIRE_QMGR, {{JXSEL_QMGR_ATTRS, JXCA_Q_MGR_DESC}});
   EXPECT_EQ(r.texts.size() + r.ints.size(), 1u);
   EXPECT_EQ(r.text(JXCA_Q_MGR_DESC), "the first");
@@ -86,79 +82,37 @@ TEST_F(CommandTest, QueueManagerInquiredAndChanged) {
 // Each refusal answers once with its reason and, for 4002-4006, the
 // selector in error.
 TEST_F(CommandTest, RefusalsNameReasonAndParameter) {
-  ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, JXQT_LOCAL}});
+  ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, "REF.Q"}, {JXIA_Q_TYPE, JXQT_LOCAL}});
   const std::string longText(JX_Q_DESC_LENGTH + 1, 'x');
   struct Case {
     int32_t command;
     Items items;
     int32_t reason, parameter;
   };
+  const int32_t create = JXCMD_CREATE_QUEUE, change = JXCMD_CHANGE_QUEUE, value = JXRCCF_PARM_VALUE,
+                notAllowed = JXRCCF_PARM_NOT_ALLOWED, unknown = JXRC_UNKNOWN_OBJECT_NAME,
+                none = kNoParameter, name = JXCA_Q_NAME, type = JXIA_Q_TYPE;
   const Case cases[] = {
-      {99, {}, JXRCCF_COMMAND_UNKNOWN, kNoParameter},
-      {JXCMD_CREATE_QUEUE,
-       {{JXIA_Q_TYPE, 1}, {JXCA_Q_NAME, std::string("REF.N")}, {1001, 1}},
-       JXRCCF_PARM_NOT_ALLOWED,
-       1001},
-      {JXCMD_CREATE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.N")}, {JXIA_Q_TYPE, 3}},
-       JXRCCF_PARM_VALUE,
-       JXIA_Q_TYPE},
-      {JXCMD_CREATE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.*")}, {JXIA_Q_TYPE, 1}},
-       JXRCCF_PARM_VALUE,
-       JXCA_Q_NAME},
-      {JXCMD_CREATE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF N")}, {JXIA_Q_TYPE, 1}},
-       JXRCCF_PARM_VALUE,
-       JXCA_Q_NAME},
-      {JXCMD_CREATE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.N")}, {JXIA_Q_TYPE, 1}, {JXIA_MAX_Q_DEPTH, -1}},
-       JXRCCF_PARM_VALUE,
-       JXIA_MAX_Q_DEPTH},
-      {JXCMD_CREATE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, 1}},
-       JXRC_OBJECT_ALREADY_EXISTS,
-       kNoParameter},
-      {JXCMD_CHANGE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, JXQT_MODEL}},
-       JXRCCF_PARM_VALUE,
-       JXIA_Q_TYPE},
-      {JXCMD_CHANGE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, 1}, {JXCA_Q_DESC, longText}},
-       JXRCCF_PARM_VALUE,
-       JXCA_Q_DESC},
-      {JXCMD_CHANGE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXIA_Q_TYPE, 1}, {JXIA_CURRENT_Q_DEPTH, 1}},
-       JXRCCF_PARM_NOT_ALLOWED,
+      {99, {}, JXRCCF_COMMAND_UNKNOWN, none},
+      {create, {{type, 1}, {name, "REF.N"}, {1001, 1}}, notAllowed, 1001},
+      {create, {{name, "REF.N"}, {type, 3}}, value, type},
+      {create, {{name, "REF.*"}, {type, 1}}, value, name},
+      {create, {{name, "REF N"}, {type, 1}}, value, name},
+      {create, {{name, "REF.N"}, {type, 1}, {JXIA_MAX_Q_DEPTH, -1}}, value, JXIA_MAX_Q_DEPTH},
+      {create, {{name, "REF.Q"}, {type, 1}}, JXRC_OBJECT_ALREADY_EXISTS, none},
+      {change, {{name, "REF.Q"}, {type, JXQT_MODEL}}, value, type},
+      {change, {{name, "REF.Q"}, {type, 1}, {JXCA_Q_DESC, longText}}, value, JXCA_Q_DESC},
+      {change,
+       {{name, "REF.Q"}, {type, 1}, {JXIA_CURRENT_Q_DEPTH, 1}},
+       notAllowed,
        JXIA_CURRENT_Q_DEPTH},
-      {JXCMD_CHANGE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.NONE")}, {JXIA_Q_TYPE, 1}},
-       JXRC_UNKNOWN_OBJECT_NAME,
-       kNoParameter},
-      {JXCMD_DELETE_QUEUE,
-       {{JXCA_Q_NAME, std::string("SYSTEM.DEFAULT.LOCAL.QUEUE")}},
-       JXRCCF_PARM_VALUE,
-       JXCA_Q_NAME},
-      {JXCMD_INQUIRE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.NONE*")}},
-       JXRC_UNKNOWN_OBJECT_NAME,
-       kNoParameter},
-      {JXCMD_INQUIRE_QUEUE,
-       {{JXCA_Q_NAME, std::string("REF.Q")}, {JXSEL_QUEUE_ATTRS, 999}},
-       JXRCCF_PARM_VALUE,
-       JXSEL_QUEUE_ATTRS},
-      {JXCMD_RESET_QUEUE_STATS,
-       {{JXCA_Q_NAME, std::string("REF.NONE")}},
-       JXRC_UNKNOWN_OBJECT_NAME,
-       kNoParameter},
-      {JXCMD_STOP_CONNECTION,
-       {{JXCA_CONNECTION_ID, std::string("xyz")}},
-       JXRCCF_PARM_VALUE,
-       JXCA_CONNECTION_ID},
-      {JXCMD_STOP_CONNECTION,
-       {{JXCA_CONNECTION_ID, std::string(16, '0')}},
-       JXRC_UNKNOWN_OBJECT_NAME,
-       kNoParameter},
+      {change, {{name, "REF.NONE"}, {type, 1}}, unknown, none},
+      {JXCMD_DELETE_QUEUE, {{name, "SYSTEM.DEFAULT.LOCAL.QUEUE"}}, value, name},
+      {JXCMD_INQUIRE_QUEUE, {{name, "REF.NONE*"}}, unknown, none},
+      {JXCMD_INQUIRE_QUEUE, {{name, "REF.Q"}, {JXSEL_QUEUE_ATTRS, 999}}, value, JXSEL_QUEUE_ATTRS},
+      {JXCMD_RESET_QUEUE_STATS, {{name, "REF.NONE"}}, unknown, none},
+      {JXCMD_STOP_CONNECTION, {{JXCA_CONNECTION_ID, "xyz"}}, value, JXCA_CONNECTION_ID},
+      {JXCMD_STOP_CONNECTION, {{JXCA_CONNECTION_ID, std::string(16, '0')}}, unknown, none},
   };
   for (const Case &c : cases) {
     Executed e = run(c.command, c.items);
@@ -170,17 +124,15 @@ TEST_F(CommandTest, RefusalsNameReasonAndParameter) {
         << c.command << " " << c.reason;
     EXPECT_EQ(r.number(JXSEL_PARAMETER_IN_ERROR), c.parameter) << c.command << " " << c.reason;
   }
-  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, std::string("REF.Q")}});
+  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, "REF.Q"}});
 }
 
 TEST_F(CommandTest, StatusStatisticsAndTheRefusalsOfBusyQueues) {
-  const Items named = {{JXCA_Q_NAME, std::string("STAT.Q")}};
-  Items made = named;
-  made.push_back({JXIA_Q_TYPE, JXQT_LOCAL});
-  ok(JXCMD_CREATE_QUEUE, made);
-  const int32_t hobj = qmtest::openQueue(h_, "STAT.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
-  for (int i = 0; i < 3; ++i) ASSERT_EQ(qmtest::put(h_, hobj, "m"), JXRC_NONE);
-  ASSERT_EQ(qmtest::put(h_, hobj, "held", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
+  const Items named = {{JXCA_Q_NAME, "STAT.Q"}};
+  ok(JXCMD_CREATE_QUEUE, named + Items{{JXIA_Q_TYPE, JXQT_LOCAL}});
+  const int32_t hobj = qmtest::openQueue(hconn_, "STAT.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  for (int i = 0; i < 3; ++i) ASSERT_EQ(qmtest::put(hconn_, hobj, "m"), JXRC_NONE);
+  ASSERT_EQ(qmtest::put(hconn_, hobj, "held", nullptr, JXPMO_SYNCPOINT), JXRC_NONE);
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));
   Reply s = ok(JXCMD_INQUIRE_QUEUE_STATUS, named);
   EXPECT_EQ(
@@ -191,18 +143,18 @@ TEST_F(CommandTest, StatusStatisticsAndTheRefusalsOfBusyQueues) {
   EXPECT_EQ(s.text(JXCA_LAST_PUT_DATE).size(), 10u);
   EXPECT_EQ(s.text(JXCA_LAST_GET_DATE), "");
   s = ok(JXCMD_INQUIRE_QUEUE_STATUS,
-         {{JXCA_Q_NAME, std::string("STAT.*")}, {JXSEL_Q_STATUS_ATTRS, JXIA_OLDEST_MSG_AGE}});
+         {{JXCA_Q_NAME, "STAT.*"}, {JXSEL_Q_STATUS_ATTRS, JXIA_OLDEST_MSG_AGE}});
   EXPECT_EQ(s.ints.size() + s.texts.size(), 2u);  // the name and the age
   // Busy queues are neither cleared nor deleted.
   for (int32_t command : {JXCMD_CLEAR_QUEUE, JXCMD_DELETE_QUEUE})
     EXPECT_EQ(run(command, named).replies.at(0).rc, JXRC_OBJECT_IN_USE);
   int32_t cc, rc;
-  zstJXCMIT(h_, &cc, &rc);
-  EXPECT_EQ(qmtest::get(h_, hobj).rc, JXRC_NONE);
+  zstJXCMIT(hconn_, &cc, &rc);
+  EXPECT_EQ(qmtest::get(hconn_, hobj).rc, JXRC_NONE);
   int32_t h = hobj;
-  zstJXCLOSE(h_, &h, JXCO_NONE, &cc, &rc);
+  zstJXCLOSE(hconn_, &h, JXCO_NONE, &cc, &rc);
   // Statistics as they were, then from zero; the high depth from the depth.
-  Reply r = ok(JXCMD_RESET_QUEUE_STATS, {{JXCA_Q_NAME, std::string("STAT.*")}});
+  Reply r = ok(JXCMD_RESET_QUEUE_STATS, {{JXCA_Q_NAME, "STAT.*"}});
   EXPECT_EQ(std::vector<int32_t>({r.number(JXIA_MSG_ENQ_COUNT), r.number(JXIA_MSG_DEQ_COUNT),
                                   r.number(JXIA_HIGH_Q_DEPTH)}),
             std::vector<int32_t>({4, 1, 4}));
@@ -212,9 +164,7 @@ TEST_F(CommandTest, StatusStatisticsAndTheRefusalsOfBusyQueues) {
                                   r.number(JXIA_HIGH_Q_DEPTH), r.number(JXIA_TIME_SINCE_RESET)}),
             std::vector<int32_t>({0, 0, 3, 0}));
   EXPECT_EQ(run(JXCMD_DELETE_QUEUE, named).replies.at(0).rc, JXRC_Q_NOT_EMPTY);
-  Items purge = named;
-  purge.push_back({JXSEL_PURGE, 1});
-  ok(JXCMD_DELETE_QUEUE, purge);
+  ok(JXCMD_DELETE_QUEUE, named + Items{{JXSEL_PURGE, 1}});
 }
 
 TEST_F(CommandTest, ConnectionsListedAndOneStopped) {
@@ -247,18 +197,18 @@ TEST_F(CommandTest, ConnectionsListedAndOneStopped) {
 // reader takes them.
 TEST_F(CommandTest, RepliesWaitForRoomOnTheirQueue) {
   ok(JXCMD_CREATE_QUEUE,
-     {{JXCA_Q_NAME, std::string("SMALL.RQ")}, {JXIA_Q_TYPE, JXQT_LOCAL}, {JXIA_MAX_Q_DEPTH, 2}});
-  const int32_t rq = qmtest::openQueue(h_, "SMALL.RQ", JXOO_INPUT_SHARED | JXOO_INQUIRE);
-  Executed e = execute(h_, JXCMD_INQUIRE_QUEUE_NAMES, {{JXCA_Q_NAME, std::string("SYSTEM.*")}});
+     {{JXCA_Q_NAME, "SMALL.RQ"}, {JXIA_Q_TYPE, JXQT_LOCAL}, {JXIA_MAX_Q_DEPTH, 2}});
+  const int32_t rq = qmtest::openQueue(hconn_, "SMALL.RQ", JXOO_INPUT_SHARED | JXOO_INQUIRE);
+  Executed e = execute(hconn_, JXCMD_INQUIRE_QUEUE_NAMES, {{JXCA_Q_NAME, "SYSTEM.*"}});
   const size_t count = e.replies.at(0).texts[JXSEL_QUEUE_NAMES].size();
-  e = execute(h_, JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, std::string("SYSTEM.*")}}, rq);
+  e = execute(hconn_, JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, "SYSTEM.*"}}, rq);
   EXPECT_EQ(e.outcome, kOk);
   ASSERT_EQ(e.replies.size(), count);
   EXPECT_GT(count, 2u);
   for (size_t i = 0; i < count; ++i) EXPECT_EQ(e.replies[i].sequence, int32_t(i + 1));
   int32_t h = rq, cc, rc;
-  zstJXCLOSE(h_, &h, JXCO_NONE, &cc, &rc);
-  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, std::string("SMALL.RQ")}});
+  zstJXCLOSE(hconn_, &h, JXCO_NONE, &cc, &rc);
+  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, "SMALL.RQ"}});
 }
 
 // Anything on the command queue that is no command is taken off; with a
@@ -293,32 +243,26 @@ TEST_F(CommandTest, RawRequestsAndTheirReplies) {
       {Msg().header(JXPCF_TYPE_COMMAND, JXCMD_CREATE_QUEUE, 1).string(JXCA_Q_NAME, "A"),
        JXFMT_ADMIN, JXENC_NATIVE, JXRCCF_PARM_MISSING, JXIA_Q_TYPE},
   };
-  const int32_t rq = qmtest::openQueue(h_, "RQ", JXOO_INPUT_SHARED);
+  const int32_t rq = qmtest::openQueue(hconn_, "RQ", JXOO_INPUT_SHARED);
   for (const Case &c : cases) {
-    const std::string id = putRaw(h_, c.request, c.format, c.encoding, "RQ", JXPER_PERSISTENT);
-    qmtest::Got g = qmtest::get(h_, rq, JXGMO_WAIT | JXGMO_NO_SYNCPOINT, 5000);
+    const std::string id = putRaw(hconn_, c.request, c.format, c.encoding, "RQ", JXPER_PERSISTENT);
+    qmtest::Got g = qmtest::get(hconn_, rq, JXGMO_WAIT | JXGMO_NO_SYNCPOINT, 5000);
     ASSERT_EQ(g.rc, JXRC_NONE) << c.reason;
     EXPECT_EQ(std::string(reinterpret_cast<const char *>(g.md.CorrelId), JX_CORREL_ID_LENGTH), id);
     EXPECT_EQ(std::vector<int32_t>({g.md.MsgType, g.md.Persistence, g.md.Encoding}),
               std::vector<int32_t>({JXMT_REPLY, JXPER_PERSISTENT, JXENC_NATIVE}));
     EXPECT_EQ(std::string(g.md.Format, JX_FORMAT_LENGTH), JXFMT_ADMIN);
-    struct Bag {
-      Bag() { call(jxCreateBag, 0, &h); }
-      ~Bag() { call(jxDeleteBag, &h); }
-      JXHBAG h = JXHB_NONE;
-    } bag;
-    ASSERT_EQ(call(jxBufferToBag, JXHB_NONE, g.dataLength, g.data.data(), bag.h), kOk);
-    const Reply r = readBag(bag.h);
+    const Reply r = readMessage(g.data);
     EXPECT_EQ(std::vector<int32_t>({r.rc, r.number(JXSEL_PARAMETER_IN_ERROR), r.control}),
               std::vector<int32_t>({c.reason, c.parameter, 1}))
         << c.reason;
   }
   // Without a reply-to queue nothing answers, and the queue is emptied.
-  putRaw(h_, Msg().raw("junk"), JXFMT_STRING, JXENC_NATIVE, "");
-  putRaw(h_, ping, JXFMT_ADMIN, JXENC_NATIVE, "");
+  putRaw(hconn_, Msg().raw("junk"), JXFMT_STRING, JXENC_NATIVE, "");
+  putRaw(hconn_, ping, JXFMT_ADMIN, JXENC_NATIVE, "");
   EXPECT_EQ(ok(JXCMD_PING_QMGR).rc, JXRC_NONE);
-  EXPECT_EQ(qmtest::get(h_, rq).rc, JXRC_NO_MSG_AVAILABLE);
-  EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_STATUS, {{JXCA_Q_NAME, std::string(JXQ_ADMIN_COMMAND)}})
+  EXPECT_EQ(qmtest::get(hconn_, rq).rc, JXRC_NO_MSG_AVAILABLE);
+  EXPECT_EQ(ok(JXCMD_INQUIRE_QUEUE_STATUS, {{JXCA_Q_NAME, JXQ_ADMIN_COMMAND}})
                 .number(JXIA_CURRENT_Q_DEPTH),
             0);
 }
@@ -326,14 +270,13 @@ TEST_F(CommandTest, RawRequestsAndTheirReplies) {
 // A command queue that refuses gets holds requests until it allows them
 // again: the server tries its get again, a second later.
 TEST_F(CommandTest, InhibitedGetsHoldRequestsUntilAllowed) {
-  const Items inhibit = {{JXCA_Q_NAME, std::string(JXQ_ADMIN_COMMAND)},
-                         {JXIA_Q_TYPE, JXQT_LOCAL},
-                         {JXIA_INHIBIT_GET, 1}};
+  const Items inhibit = {
+      {JXCA_Q_NAME, JXQ_ADMIN_COMMAND}, {JXIA_Q_TYPE, JXQT_LOCAL}, {JXIA_INHIBIT_GET, 1}};
   ok(JXCMD_CHANGE_QUEUE, inhibit);
   Outcome ping;
   std::atomic<bool> answered{false};
   std::thread waiting([&] {
-    ping = execute(h_, JXCMD_PING_QMGR).outcome;
+    ping = execute(hconn_, JXCMD_PING_QMGR).outcome;
     answered = true;
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(300));

@@ -31,29 +31,27 @@ void expectEnvelope(const Reply &e, int32_t category, const std::string &qmgr) {
 }
 
 TEST_F(CommandTest, PerformanceEventsWithHysteresis) {
-  takeEvents(h_, JXQ_PERFM_EVENT);
-  const Items named = {{JXCA_Q_NAME, std::string("PERF.Q")}, {JXIA_Q_TYPE, JXQT_LOCAL}};
-  Items made = named;
-  for (Item i : Items{{JXIA_MAX_Q_DEPTH, 10},
-                      {JXIA_Q_DEPTH_HIGH_LIMIT, 50},
-                      {JXIA_Q_DEPTH_LOW_LIMIT, 20},
-                      {JXIA_Q_DEPTH_HIGH_EVENT, 1},
-                      {JXIA_Q_FULL_EVENT, 1}})
-    made.push_back(i);
-  ok(JXCMD_CREATE_QUEUE, made);
-  const int32_t q = qmtest::openQueue(h_, "PERF.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
+  takeEvents(hconn_, JXQ_PERFM_EVENT);
+  ok(JXCMD_CREATE_QUEUE, {{JXCA_Q_NAME, "PERF.Q"},
+                          {JXIA_Q_TYPE, JXQT_LOCAL},
+                          {JXIA_MAX_Q_DEPTH, 10},
+                          {JXIA_Q_DEPTH_HIGH_LIMIT, 50},
+                          {JXIA_Q_DEPTH_LOW_LIMIT, 20},
+                          {JXIA_Q_DEPTH_HIGH_EVENT, 1},
+                          {JXIA_Q_FULL_EVENT, 1}});
+  const int32_t q = qmtest::openQueue(hconn_, "PERF.Q", JXOO_OUTPUT | JXOO_INPUT_SHARED);
   auto armed = [&] {
-    Reply r = ok(JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, std::string("PERF.Q")},
+    Reply r = ok(JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, "PERF.Q"},
                                        {JXSEL_QUEUE_ATTRS, JXIA_Q_DEPTH_HIGH_EVENT},
                                        {JXSEL_QUEUE_ATTRS, JXIA_Q_DEPTH_LOW_EVENT}});
     return std::vector<int32_t>{r.number(JXIA_Q_DEPTH_HIGH_EVENT),
                                 r.number(JXIA_Q_DEPTH_LOW_EVENT)};
   };
   // Depth 4 is below the high limit (5 of 10), 5 reaches it.
-  for (int i = 0; i < 4; ++i) ASSERT_EQ(qmtest::put(h_, q, "m"), JXRC_NONE);
-  EXPECT_EQ(takeEvents(h_, JXQ_PERFM_EVENT).size(), 0u);
-  ASSERT_EQ(qmtest::put(h_, q, "m"), JXRC_NONE);
-  std::vector<Reply> events = takeEvents(h_, JXQ_PERFM_EVENT);
+  for (int i = 0; i < 4; ++i) ASSERT_EQ(qmtest::put(hconn_, q, "m"), JXRC_NONE);
+  EXPECT_EQ(takeEvents(hconn_, JXQ_PERFM_EVENT).size(), 0u);
+  ASSERT_EQ(qmtest::put(hconn_, q, "m"), JXRC_NONE);
+  std::vector<Reply> events = takeEvents(hconn_, JXQ_PERFM_EVENT);
   ASSERT_EQ(reasonsOf(events), std::vector<int32_t>({JXRCEV_Q_DEPTH_HIGH}));
   expectEnvelope(events[0], JXCMD_PERFM_EVENT, qm()->name());
   EXPECT_EQ(std::vector<int32_t>(
@@ -62,46 +60,46 @@ TEST_F(CommandTest, PerformanceEventsWithHysteresis) {
   EXPECT_EQ(events[0].text(JXCA_Q_NAME), "PERF.Q");
   EXPECT_EQ(armed(), std::vector<int32_t>({0, 1}));
   // Full: every refused put; the depth-high event stays silent meanwhile.
-  for (int i = 5; i < 10; ++i) ASSERT_EQ(qmtest::put(h_, q, "m"), JXRC_NONE);
-  for (int i = 0; i < 2; ++i) ASSERT_EQ(qmtest::put(h_, q, "m"), JXRC_Q_FULL);
+  for (int i = 5; i < 10; ++i) ASSERT_EQ(qmtest::put(hconn_, q, "m"), JXRC_NONE);
+  for (int i = 0; i < 2; ++i) ASSERT_EQ(qmtest::put(hconn_, q, "m"), JXRC_Q_FULL);
   // Down to 3 says nothing, 2 reaches the low limit.
-  for (int i = 10; i > 3; --i) ASSERT_EQ(qmtest::get(h_, q).rc, JXRC_NONE);
-  EXPECT_EQ(reasonsOf(takeEvents(h_, JXQ_PERFM_EVENT)),
+  for (int i = 10; i > 3; --i) ASSERT_EQ(qmtest::get(hconn_, q).rc, JXRC_NONE);
+  EXPECT_EQ(reasonsOf(takeEvents(hconn_, JXQ_PERFM_EVENT)),
             std::vector<int32_t>({JXRCEV_Q_FULL, JXRCEV_Q_FULL}));
-  ASSERT_EQ(qmtest::get(h_, q).rc, JXRC_NONE);
-  EXPECT_EQ(reasonsOf(takeEvents(h_, JXQ_PERFM_EVENT)), std::vector<int32_t>({JXRCEV_Q_DEPTH_LOW}));
+  ASSERT_EQ(qmtest::get(hconn_, q).rc, JXRC_NONE);
+  EXPECT_EQ(reasonsOf(takeEvents(hconn_, JXQ_PERFM_EVENT)),
+            std::vector<int32_t>({JXRCEV_Q_DEPTH_LOW}));
   EXPECT_EQ(armed(), std::vector<int32_t>({1, 0}));
   // With the queue manager's switch off nothing fires.
   ok(JXCMD_CHANGE_QMGR, {{JXIA_PERFORMANCE_EVENT, 0}});
-  for (int i = 2; i < 11; ++i) qmtest::put(h_, q, "m");
-  EXPECT_EQ(takeEvents(h_, JXQ_PERFM_EVENT).size(), 0u);
+  for (int i = 2; i < 11; ++i) qmtest::put(hconn_, q, "m");
+  EXPECT_EQ(takeEvents(hconn_, JXQ_PERFM_EVENT).size(), 0u);
   EXPECT_EQ(armed(), std::vector<int32_t>({1, 0}));
   ok(JXCMD_CHANGE_QMGR, {{JXIA_PERFORMANCE_EVENT, 1}});
   int32_t cc, rc, h = q;
-  zstJXCLOSE(h_, &h, JXCO_NONE, &cc, &rc);
-  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, std::string("PERF.Q")}, {JXSEL_PURGE, 1}});
+  zstJXCLOSE(hconn_, &h, JXCO_NONE, &cc, &rc);
+  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, "PERF.Q"}, {JXSEL_PURGE, 1}});
 }
 
 TEST_F(CommandTest, ConfigurationEventsWhileSwitchedOn) {
-  takeEvents(h_, JXQ_CONFIG_EVENT);
-  const Items named = {{JXCA_Q_NAME, std::string("CONF.Q")}};
-  Items typed = named;
-  typed.push_back({JXIA_Q_TYPE, JXQT_LOCAL});
+  takeEvents(hconn_, JXQ_CONFIG_EVENT);
+  const Items named = {{JXCA_Q_NAME, "CONF.Q"}};
+  const Items typed = named + Items{{JXIA_Q_TYPE, JXQT_LOCAL}};
   ok(JXCMD_CREATE_QUEUE, typed);
   ok(JXCMD_DELETE_QUEUE, named);
-  EXPECT_EQ(takeEvents(h_, JXQ_CONFIG_EVENT).size(), 0u);
+  EXPECT_EQ(takeEvents(hconn_, JXQ_CONFIG_EVENT).size(), 0u);
   ok(JXCMD_CHANGE_QMGR, {{JXIA_CONFIGURATION_EVENT, 1}});
   ok(JXCMD_CREATE_QUEUE, typed);
   ok(JXCMD_CHANGE_QUEUE, typed);
-  ok(JXCMD_COPY_QUEUE, {{JXSEL_FROM_QUEUE_NAME, std::string("CONF.Q")},
-                        {JXSEL_TO_QUEUE_NAME, std::string("CONF.C")},
+  ok(JXCMD_COPY_QUEUE, {{JXSEL_FROM_QUEUE_NAME, "CONF.Q"},
+                        {JXSEL_TO_QUEUE_NAME, "CONF.C"},
                         {JXIA_Q_TYPE, JXQT_LOCAL}});
   ok(JXCMD_CLEAR_QUEUE, named);
   ok(JXCMD_DELETE_QUEUE, named);
-  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, std::string("CONF.C")}});
+  ok(JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, "CONF.C"}});
   run(JXCMD_DELETE_QUEUE, named);  // refused: no event
   ok(JXCMD_CHANGE_QMGR, {{JXIA_CONFIGURATION_EVENT, 0}});
-  const std::vector<Reply> events = takeEvents(h_, JXQ_CONFIG_EVENT);
+  const std::vector<Reply> events = takeEvents(hconn_, JXQ_CONFIG_EVENT);
   ASSERT_EQ(
       reasonsOf(events),
       std::vector<int32_t>({JXRCEV_OBJECT_CREATED, JXRCEV_OBJECT_CHANGED, JXRCEV_OBJECT_CREATED,
@@ -121,19 +119,13 @@ TEST(CommandAuthority, UserWithoutAdministratorRight) {
   const std::string where = qmtest::freeTcpAddress();
   qmtest::QueueManagerProcess qm({"Q1"}, {"--listen", where});
   ASSERT_EQ(qmtest::jxqm({"adduser", qm.name(), "bob"}, "b0b-secret\n").status, 0);
-  JXCNO cno = JXCNO_DEFAULT;
-  std::strncpy(cno.ConnectionName, where.c_str(), sizeof cno.ConnectionName - 1);
-  std::strncpy(cno.UserId, "bob", sizeof cno.UserId - 1);
-  std::strncpy(cno.Password, "b0b-secret", sizeof cno.Password - 1);
-  char name[JX_Q_MGR_NAME_LENGTH] = {};
-  int32_t bob = 0, cc = -1, rc = -1;
-  zstJXCONNX(name, &cno, &bob, &cc, &rc, 0);
-  ASSERT_EQ(rc, JXRC_NONE);
+  int32_t bob = 0;
+  ASSERT_EQ(qmtest::tcpConnect(where, "bob", "b0b-secret", bob), JXRC_NONE);
   int32_t admin = qmtest::connect(qm.name());
 
   EXPECT_EQ(execute(bob, JXCMD_PING_QMGR).outcome, kOk);
-  EXPECT_EQ(execute(bob, JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, std::string("Q1")}}).outcome, kOk);
-  const Items create = {{JXCA_Q_NAME, std::string("BOBS")}, {JXIA_Q_TYPE, JXQT_LOCAL}};
+  EXPECT_EQ(execute(bob, JXCMD_INQUIRE_QUEUE, {{JXCA_Q_NAME, "Q1"}}).outcome, kOk);
+  const Items create = {{JXCA_Q_NAME, "BOBS"}, {JXIA_Q_TYPE, JXQT_LOCAL}};
   Executed e = execute(bob, JXCMD_CREATE_QUEUE, create);
   ASSERT_EQ(e.replies.size(), 1u);
   EXPECT_EQ(std::vector<int32_t>({e.replies[0].cc, e.replies[0].rc}),
@@ -154,7 +146,7 @@ TEST(CommandAuthority, UserWithoutAdministratorRight) {
   // a refusal is silent.
   EXPECT_EQ(execute(admin, JXCMD_CREATE_QUEUE, create).outcome, kOk);
   EXPECT_EQ(execute(admin, JXCMD_CHANGE_QMGR, {{JXIA_AUTHORITY_EVENT, 0}}).outcome, kOk);
-  EXPECT_EQ(execute(bob, JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, std::string("BOBS")}}).replies.at(0).rc,
+  EXPECT_EQ(execute(bob, JXCMD_DELETE_QUEUE, {{JXCA_Q_NAME, "BOBS"}}).replies.at(0).rc,
             JXRC_NOT_AUTHORIZED);
   EXPECT_EQ(takeEvents(admin, JXQ_QMGR_EVENT).size(), 0u);
   qmtest::disconnect(bob);

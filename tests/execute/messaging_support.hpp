@@ -150,7 +150,7 @@ inline constexpr const char *kBagQueue = "BAGS";
 
 // One queue manager for the suite, a connection for each test. The test
 // plays the command server, so the queue manager runs without its own.
-class MessagingTest : public qmtest::ServerTest {
+class MessagingTest : public qmtest::SuiteQueueManagerTest {
  protected:
   static void SetUpTestSuite() {
     if (qmtest::serverAvailable())
@@ -158,19 +158,10 @@ class MessagingTest : public qmtest::ServerTest {
           std::vector<std::string>{kRequestQueue, kReplyQueue, kBagQueue},
           std::vector<std::string>{"--no-command-server"});
   }
-  static void TearDownTestSuite() { qm().reset(); }
-  static std::unique_ptr<qmtest::QueueManagerProcess> &qm() {
-    static std::unique_ptr<qmtest::QueueManagerProcess> p;
-    return p;
-  }
-  void SetUp() override {
-    ServerTest::SetUp();
-    if (!IsSkipped()) hconn_ = qmtest::connect(qm()->name());
-  }
   void TearDown() override {
-    if (hconn_ <= 0) return;
-    for (const char *q : {kRequestQueue, kReplyQueue, kBagQueue}) qmtest::drainQueue(hconn_, q);
-    qmtest::disconnect(hconn_);
+    if (hconn_ > 0)
+      for (const char *q : {kRequestQueue, kReplyQueue, kBagQueue}) qmtest::drainQueue(hconn_, q);
+    SuiteQueueManagerTest::TearDown();
   }
   int32_t open(const char *queue, int32_t options) {
     QmCallLog::Pause pause;
@@ -183,6 +174,4 @@ class MessagingTest : public qmtest::ServerTest {
     zstJXCLOSE(hconn_, &h, JXCO_NONE, &cc, &rc);
     return n;
   }
-
-  int32_t hconn_ = 0;
 };

@@ -1,5 +1,5 @@
 // The reader: the header, every structure rule (2303), selector failures,
-// the walk's bounds, what a failure leaves in the bag, and round trips.
+// the walk's bounds, and what a failure leaves in the bag.
 #include <jx/jxcs.h>
 
 #include "pcf_test_support.hpp"
@@ -169,35 +169,6 @@ TEST(PcfReader, BadMessagesLeaveNoBlocksBehind) {
     for (int32_t k = 0; k < 3; ++k) read(bag, m.patch(36 + 24 + 4, 3).data);
   }
   EXPECT_EQ(xcsBlocksInUse(), blocks);
-}
-
-// Writing a bag and reading the message back gives the same user items;
-// strings of a list come back at the list's common length.
-TEST(PcfRoundTrip, UserItemsComeBack) {
-  Bag single(0), in(0);
-  single.add(5, 1).add(2001, "hello", 1208).add(6, -2).add(5, 3).add(2002, "");
-  Written w = write(single, 13);
-  ASSERT_EQ(read(in, w.bytes), kOk);
-  EXPECT_EQ(in.count(JXSEL_USER), 5);
-  EXPECT_EQ(in.integer(5, 0), 1);
-  EXPECT_EQ(in.integer(5, 1), 3);
-  EXPECT_EQ(in.integer(6), -2);
-  int32_t ccsid = 0;
-  EXPECT_EQ(in.string(2001, JXIDX_ONLY, &ccsid), "hello");
-  EXPECT_EQ(ccsid, 1208);
-  EXPECT_EQ(in.string(2002), "");
-  EXPECT_EQ(in.integer(JXSYS_COMMAND), 13);
-
-  Bag lists(JXBAG_LIST_FORM | JXBAG_REORDER);
-  lists.add(3001, "AB").add(7, 1).add(3001, "ABCDEFG").add(7, 2).add(3001, "");
-  w = write(lists, 0);
-  ASSERT_EQ(read(in, w.bytes), kOk);
-  EXPECT_EQ(in.count(JXSEL_USER), 5);
-  EXPECT_EQ(in.string(3001, 0), std::string("AB\0\0\0\0\0", 7));
-  EXPECT_EQ(in.string(3001, 1), "ABCDEFG");
-  EXPECT_EQ(in.string(3001, 2), std::string(7, '\0'));
-  EXPECT_EQ(in.integer(7, 0), 1);
-  EXPECT_EQ(in.integer(7, 1), 2);
 }
 
 }  // namespace

@@ -11,50 +11,31 @@ namespace {
 using namespace pcftest;
 using namespace apiblocks;
 
-class PcfTrace : public ::testing::Test {
- protected:
-  void SetUp() override {
-    xcsInitialize(48, 1030, 0, 0, 0);
-    thread = xihThreadAddress();
-    savedActive = thread->TraceActive;
-  }
-  void TearDown() override { thread->TraceActive = savedActive; }
-  void set(int32_t enabled, uint32_t options, int32_t active) {
-    words.set(enabled, 0, options, 0);
-    thread->TraceActive = active;
-    mark = traceTexts().size();
-  }
-  Lines fresh() const { return apiLines(since(traceTexts(), mark)); }
-
-  TraceWordsGuard words;
-  xihTHREADANCHOR *thread = nullptr;
-  int32_t savedActive = 0;
-  size_t mark = 0;
-};
+using PcfTrace = TracedTest;
 
 TEST_F(PcfTrace, BufferCallBlocks) {
   Bag bag(0);
   Bytes buffer(36);
   int32_t length = 0;
-  set(0, XTR_OPT_API, 0);
+  api();
   ASSERT_EQ(call(jxBagToBuffer, JXHB_NONE, bag.handle, 36, buffer.data(), &length), kOk);
-  EXPECT_EQ(fresh(),
+  EXPECT_EQ(freshApi(),
             heading("jxBagToBuffer >>") + value("OptionsBag", JXHB_NONE) +
                 value("DataBag", bag.handle) + value("Bufferlength", 36) +
                 outputs({"Buffer", "DataLength", "Compcode", "Reason"}) +
                 heading("jxBagToBuffer <<") + inputs({"OptionsBag", "DataBag", "BufferLength"}) +
                 shown("Buffer", buffer.data(), 36) + value("Datalength", 36) + result(0, 0));
-  set(0, XTR_OPT_API, 0);
+  api();
   call(jxBagToBuffer, JXHB_NONE, bag.handle, 0, nullptr, nullptr);
-  const Lines exitBlock = fresh();
+  const Lines exitBlock = freshApi();
   const auto at = std::find(exitBlock.begin(), exitBlock.end(), "jxBagToBuffer <<");
   ASSERT_NE(at, exitBlock.end());
   EXPECT_EQ(Lines(at + 4, at + 7), (Lines{"Buffer:", "NULL", "Datalength: NULL"}));
 
   Msg m = Msg().header(8, 0, 1).integer(5, 1);
-  set(0, XTR_OPT_API, 0);
+  api();
   ASSERT_EQ(call(jxBufferToBag, JXHB_NONE, m.size(), m.data.data(), bag.handle), kOk);
-  EXPECT_EQ(fresh(),
+  EXPECT_EQ(freshApi(),
             heading("jxBufferToBag >>") + value("OptionsBag", JXHB_NONE) +
                 value("Bufferlength", m.size()) + shown("Buffer", m.data.data(), m.data.size()) +
                 value("DataBag", bag.handle) + outputs({"Compcode", "Reason"}) +
@@ -65,9 +46,9 @@ TEST_F(PcfTrace, BufferCallBlocks) {
 TEST_F(PcfTrace, ReaderShowsTheHeaderEachOffsetAndTheFailingStructure) {
   Bag bag(0);
   Msg m = Msg().header(8, 0, 2).integer(5, 1).integer(6, 2).patch(36 + 16 + 4, 12);
-  set(1, XTR_OPT_PARMS, 1);
+  set(1, 0, XTR_OPT_PARMS, 1);
   EXPECT_EQ(read(bag, m.data), failed(JXRC_BAD_PCF));
-  Lines lines = fresh();
+  Lines lines = freshApi();
   const auto header = std::find(lines.begin(), lines.end(), "PCF Header");
   ASSERT_NE(header, lines.end());
   EXPECT_EQ(*(header + 1), dumpOf(m.data.data(), 36));
@@ -76,17 +57,17 @@ TEST_F(PcfTrace, ReaderShowsTheHeaderEachOffsetAndTheFailingStructure) {
         dumpOf(m.data.data() + 52, 12)})
     EXPECT_TRUE(contains(lines, line)) << line;
 
-  set(0, XTR_OPT_PARMS, 1);
+  set(0, 0, XTR_OPT_PARMS, 1);
   EXPECT_EQ(read(bag, m.data), failed(JXRC_BAD_PCF));
-  EXPECT_FALSE(contains(fresh(), "PCF Header"));
+  EXPECT_FALSE(contains(freshApi(), "PCF Header"));
 }
 
 TEST_F(PcfTrace, WriterShowsTheControlAreaAfterEachStep) {
   Bag bag(0);
   bag.add(5, 1);
-  set(1, XTR_OPT_PARMS, 1);
+  set(1, 0, XTR_OPT_PARMS, 1);
   ASSERT_EQ(write(bag, 0).outcome, kOk);
-  Lines lines = fresh();
+  Lines lines = freshApi();
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "PCF Buffer Control Area"), 2)
       << "the header and the one parameter";
   const auto area = std::find(lines.begin(), lines.end(), "PCF Buffer Control Area");
@@ -120,10 +101,10 @@ TEST_F(PcfTrace, TracingChangesNeitherTheMessageNorTheMarks) {
   const Bag *bags[] = {&small, &smallLists, &smallAdmin, &large, &largeLists};
   for (size_t b = 0; b < std::size(bags); ++b) {
     for (int32_t length : {16384, 100}) {
-      set(0, 0, 0);
+      set(0, 0, 0, 0);
       const auto plain = writeWithMarks(*bags[b], length);
       for (uint32_t options : {XTR_OPT_PARMS, 0u}) {
-        set(1, options, 1);
+        set(1, 0, options, 1);
         EXPECT_EQ(writeWithMarks(*bags[b], length), plain)
             << "bag " << b << ", buffer " << length << ", trace options " << options;
       }

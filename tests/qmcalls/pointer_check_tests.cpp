@@ -73,97 +73,76 @@ TEST_F(PointerChecks, EachArgumentGivesItsReason) {
   const int32_t *ro = pages_.readOnly(handle);
   void *none = pages_.none();
   auto *roInt = const_cast<int32_t *>(ro);
+  auto *noneOd = static_cast<JXOD *>(none);
+  auto *noneInts = static_cast<int32_t *>(none);
+  auto *noneChars = static_cast<char *>(none);
+  int32_t cc = -1, rc = -1;
   // Each row: the call with one argument made unusable, and its reason.
   struct Row {
     const char *what;
     int32_t reason;
-    std::function<void(int32_t *, int32_t *)> call;
+    std::function<void()> call;
   };
   const Row rows[] = {
-      {"JXCONN handle read-only", JXRC_HCONN_ERROR,
-       [&](int32_t *cc, int32_t *rc) { JXCONN(qmgr, roInt, cc, rc); }},
+      {"JXCONN handle read-only", JXRC_HCONN_ERROR, [&] { JXCONN(qmgr, roInt, &cc, &rc); }},
       {"JXCONN name unreadable", JXRC_Q_MGR_NAME_ERROR,
-       [&](int32_t *cc, int32_t *rc) { JXCONN(static_cast<char *>(none), &untouched, cc, rc); }},
+       [&] { JXCONN(noneChars, &untouched, &cc, &rc); }},
       {"JXCONNX options unreadable", JXRC_CNO_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXCONNX(qmgr, static_cast<JXCNO *>(none), &untouched, cc, rc);
-       }},
-      {"JXDISC handle read-only", JXRC_HCONN_ERROR,
-       [&](int32_t *cc, int32_t *rc) { JXDISC(roInt, cc, rc); }},
+       [&] { JXCONNX(qmgr, static_cast<JXCNO *>(none), &untouched, &cc, &rc); }},
+      {"JXDISC handle read-only", JXRC_HCONN_ERROR, [&] { JXDISC(roInt, &cc, &rc); }},
       {"JXOPEN descriptor unreadable", JXRC_OD_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXOPEN(hconn_, static_cast<JXOD *>(none), JXOO_OUTPUT, &untouched, cc, rc);
-       }},
+       [&] { JXOPEN(hconn_, noneOd, JXOO_OUTPUT, &untouched, &cc, &rc); }},
       {"JXOPEN descriptor read-only", JXRC_OD_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXOPEN(hconn_, pages_.readOnly(od_), JXOO_OUTPUT, &untouched, cc, rc);
-       }},
+       [&] { JXOPEN(hconn_, pages_.readOnly(od_), JXOO_OUTPUT, &untouched, &cc, &rc); }},
       {"JXOPEN handle read-only", JXRC_HOBJ_ERROR,
-       [&](int32_t *cc, int32_t *rc) { JXOPEN(hconn_, &od_, JXOO_OUTPUT, roInt, cc, rc); }},
-      {"JXCLOSE handle read-only", JXRC_HOBJ_ERROR,
-       [&](int32_t *cc, int32_t *rc) { JXCLOSE(hconn_, roInt, 0, cc, rc); }},
+       [&] { JXOPEN(hconn_, &od_, JXOO_OUTPUT, roInt, &cc, &rc); }},
+      {"JXCLOSE handle read-only", JXRC_HOBJ_ERROR, [&] { JXCLOSE(hconn_, roInt, 0, &cc, &rc); }},
       {"JXPUT descriptor read-only", JXRC_MD_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXPUT(hconn_, hobj_, pages_.readOnly(md_), &pmo_, 7, buffer_, cc, rc);
-       }},
+       [&] { JXPUT(hconn_, hobj_, pages_.readOnly(md_), &pmo_, 7, buffer_, &cc, &rc); }},
       {"JXPUT descriptor unreadable", JXRC_MD_ERROR,
-       [&](int32_t *cc, int32_t *rc) { JXPUT(hconn_, hobj_, none, &pmo_, 7, buffer_, cc, rc); }},
+       [&] { JXPUT(hconn_, hobj_, none, &pmo_, 7, buffer_, &cc, &rc); }},
       {"JXPUT options read-only", JXRC_PMO_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXPUT(hconn_, hobj_, &md_, pages_.readOnly(pmo_), 7, buffer_, cc, rc);
-       }},
+       [&] { JXPUT(hconn_, hobj_, &md_, pages_.readOnly(pmo_), 7, buffer_, &cc, &rc); }},
       {"JXPUT buffer unreadable", JXRC_BUFFER_ERROR,
-       [&](int32_t *cc, int32_t *rc) { JXPUT(hconn_, hobj_, &md_, &pmo_, 7, none, cc, rc); }},
+       [&] { JXPUT(hconn_, hobj_, &md_, &pmo_, 7, none, &cc, &rc); }},
       {"JXPUT1 descriptor unreadable", JXRC_OD_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXPUT1(hconn_, static_cast<JXOD *>(none), &md_, &pmo_, 7, buffer_, cc, rc);
-       }},
+       [&] { JXPUT1(hconn_, noneOd, &md_, &pmo_, 7, buffer_, &cc, &rc); }},
       {"JXPUT1 buffer unreadable", JXRC_BUFFER_ERROR,
-       [&](int32_t *cc, int32_t *rc) { JXPUT1(hconn_, &od_, &md_, &pmo_, 7, none, cc, rc); }},
+       [&] { JXPUT1(hconn_, &od_, &md_, &pmo_, 7, none, &cc, &rc); }},
       {"JXGET descriptor read-only", JXRC_MD_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXGET(hconn_, hobj_, pages_.readOnly(md_), &gmo_, 64, buffer_, &untouched, cc, rc);
+       [&] {
+         JXGET(hconn_, hobj_, pages_.readOnly(md_), &gmo_, 64, buffer_, &untouched, &cc, &rc);
        }},
       {"JXGET options read-only", JXRC_GMO_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXGET(hconn_, hobj_, &md_, pages_.readOnly(gmo_), 64, buffer_, &untouched, cc, rc);
+       [&] {
+         JXGET(hconn_, hobj_, &md_, pages_.readOnly(gmo_), 64, buffer_, &untouched, &cc, &rc);
        }},
       {"JXGET buffer read-only", JXRC_BUFFER_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXGET(hconn_, hobj_, &md_, &gmo_, 64, roInt, &untouched, cc, rc);
-       }},
+       [&] { JXGET(hconn_, hobj_, &md_, &gmo_, 64, roInt, &untouched, &cc, &rc); }},
       {"JXGET data length read-only", JXRC_DATA_LENGTH_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXGET(hconn_, hobj_, &md_, &gmo_, 64, buffer_, roInt, cc, rc);
-       }},
+       [&] { JXGET(hconn_, hobj_, &md_, &gmo_, 64, buffer_, roInt, &cc, &rc); }},
       {"JXINQ selectors unreadable", JXRC_SELECTOR_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXINQ(hconn_, hobj_, 1, static_cast<int32_t *>(none), 1, ints_, 0, nullptr, cc, rc);
-       }},
+       [&] { JXINQ(hconn_, hobj_, 1, noneInts, 1, ints_, 0, nullptr, &cc, &rc); }},
       {"JXINQ integers read-only", JXRC_INT_ATTRS_ARRAY_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXINQ(hconn_, hobj_, 1, selectors_, 1, roInt, 0, nullptr, cc, rc);
-       }},
+       [&] { JXINQ(hconn_, hobj_, 1, selectors_, 1, roInt, 0, nullptr, &cc, &rc); }},
       {"JXINQ characters read-only", JXRC_CHAR_ATTR_LENGTH_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXINQ(hconn_, hobj_, 1, selectors_, 1, ints_, 4, reinterpret_cast<char *>(roInt), cc, rc);
+       [&] {
+         JXINQ(hconn_, hobj_, 1, selectors_, 1, ints_, 4, reinterpret_cast<char *>(roInt), &cc,
+               &rc);
        }},
       {"JXSET integers unreadable", JXRC_INT_ATTRS_ARRAY_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
+       [&] {
          int32_t inhibit[1] = {JXIA_INHIBIT_PUT};
-         JXSET(hconn_, hobj_, 1, inhibit, 1, static_cast<int32_t *>(none), 0, nullptr, cc, rc);
+         JXSET(hconn_, hobj_, 1, inhibit, 1, noneInts, 0, nullptr, &cc, &rc);
        }},
       {"JXSET characters unreadable", JXRC_CHAR_ATTR_LENGTH_ERROR,
-       [&](int32_t *cc, int32_t *rc) {
-         JXSET(hconn_, hobj_, 0, nullptr, 0, nullptr, 4, static_cast<char *>(none), cc, rc);
-       }},
-      {"JXBEGIN options unreadable", JXRC_OPTIONS_ERROR,
-       [&](int32_t *cc, int32_t *rc) { JXBEGIN(hconn_, none, cc, rc); }},
+       [&] { JXSET(hconn_, hobj_, 0, nullptr, 0, nullptr, 4, noneChars, &cc, &rc); }},
+      {"JXBEGIN options unreadable", JXRC_OPTIONS_ERROR, [&] { JXBEGIN(hconn_, none, &cc, &rc); }},
   };
   for (const Row &r : rows) {
     SCOPED_TRACE(r.what);
-    int32_t cc = -1, rc = -1;
-    r.call(&cc, &rc);
+    cc = rc = -1;
+    r.call();
     EXPECT_EQ(cc, JXCC_FAILED);
     EXPECT_EQ(rc, r.reason);
     EXPECT_EQ(untouched, kUntouched) << "an output of a failed call";

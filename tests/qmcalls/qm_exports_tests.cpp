@@ -5,12 +5,12 @@
 #include <jx/jxcs.h>
 #include <jx/jxqm.h>
 #include <string.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
 #include <vector>
 
+#include "qm_harness.hpp"
 #include "trace_file.hpp"
 
 namespace {
@@ -113,21 +113,11 @@ TEST_F(QmExports, TraceLinesOfOpenCloseAndPut) {
     EXPECT_EQ(line.find("ObjHandle="), std::string::npos);
 }
 
-// Runs body in a forked child and returns its exit status.
-template <typename Body>
-int inChild(Body body) {
-  const pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 100;
-}
-
 TEST_F(QmExports, ConnectInAChildClearsInheritedState) {
   ASSERT_NE(CSCtrl, nullptr);
   const int32_t parent = static_cast<xihPROCESSANCHOR *>(CSCtrl)->Pid;
   ASSERT_EQ(parent, getpid());
-  EXPECT_EQ(inChild([parent] {
+  EXPECT_EQ(qmtest::inChild([parent] {
               auto *anchor = static_cast<xihPROCESSANCHOR *>(CSCtrl);
               if (anchor->Pid != parent) return 1;
               int32_t cc, rc;
@@ -140,7 +130,7 @@ TEST_F(QmExports, ConnectInAChildClearsInheritedState) {
             0);
   // The other entries never clear, and neither does a block without its
   // eye-catcher.
-  EXPECT_EQ(inChild([parent] {
+  EXPECT_EQ(qmtest::inChild([parent] {
               auto *anchor = static_cast<xihPROCESSANCHOR *>(CSCtrl);
               int32_t cc, rc;
               zrtJXCONN(gNoQmgr, &gHconn, &cc, &rc);

@@ -10,8 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -265,29 +263,16 @@ TEST_F(Durability, EveryFailingReadIsReported) {
   QueueManagerProcess qm(kQueues, {}, false);
   ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
   setenv("JX_TLS_TRUST", certificateFile(qm.name()).c_str(), 1);
-  const std::string logFile = qmgrDir(qm.name()) + "/qm.log";
-  auto login = [&] {
-    JXCNO cno = JXCNO_DEFAULT;
-    std::strncpy(cno.ConnectionName, where.c_str(), sizeof cno.ConnectionName - 1);
-    std::strncpy(cno.UserId, "alice", sizeof cno.UserId - 1);
-    std::strncpy(cno.Password, "s3cret-pw", sizeof cno.Password - 1);
-    char name[JX_Q_MGR_NAME_LENGTH] = {};
-    int32_t h = 0, cc, rc;
-    zstJXCONNX(name, &cno, &h, &cc, &rc, 0);
-    if (rc == JXRC_NONE) disconnect(h);
-    return rc;
-  };
+  auto login = [&] { return tcpLogin(where, "alice", "s3cret-pw"); };
   int n = 1, failedStarts = 0;
   for (; n <= kMaxFaults; ++n) {
     SCOPED_TRACE("read fault at " + std::to_string(n));
-    const auto logged = std::filesystem::exists(logFile) ? std::filesystem::file_size(logFile) : 0;
+    const size_t logged = qmLog(qm.name()).size();
     setenv("JX_STORE_FAULT", ("read:" + std::to_string(n)).c_str(), 1);
     const ToolResult started = jxqm({"start", qm.name(), "--listen", where});
     unsetenv("JX_STORE_FAULT");
     if (started.status != 0) {
-      std::ifstream in(logFile);
-      in.seekg(static_cast<std::streamoff>(logged));
-      const std::string why{std::istreambuf_iterator<char>(in), {}};
+      const std::string why = qmLog(qm.name(), logged);
       EXPECT_NE(why.find("(injected)"), std::string::npos) << why;
       ++failedStarts;
       continue;

@@ -3,8 +3,6 @@
 // the server's resident memory and another client's put+get round trips
 // before and while it runs (printed, as timing is the benchmarks' to judge);
 // memory is held to generous bounds.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -15,7 +13,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -50,29 +47,6 @@ double msSince(Clock::time_point t0) {
   return std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
 }
 
-size_t logLines(const std::string &qmgr) {
-  std::ifstream in(qmgrDir(qmgr) + "/qm.log");
-  return static_cast<size_t>(std::count(std::istreambuf_iterator<char>(in), {}, '\n'));
-}
-
-std::string logText(const std::string &qmgr) {
-  std::ifstream in(qmgrDir(qmgr) + "/qm.log");
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-// A TCP connect's reason.
-int32_t tcpLogin(const std::string &where, const std::string &user, const std::string &password) {
-  JXCNO cno = JXCNO_DEFAULT;
-  std::strncpy(cno.ConnectionName, where.c_str(), sizeof cno.ConnectionName - 1);
-  std::strncpy(cno.UserId, user.c_str(), sizeof cno.UserId - 1);
-  std::strncpy(cno.Password, password.c_str(), sizeof cno.Password - 1);
-  char name[JX_Q_MGR_NAME_LENGTH] = {};
-  int32_t h = 0, cc, rc;
-  zstJXCONNX(name, &cno, &h, &cc, &rc, 0);
-  if (rc == JXRC_NONE) disconnect(h);
-  return rc;
-}
-
 // A frame header announcing `length` bytes of `op`.
 jxqp::Bytes header(jxqp::Op op, uint32_t length) {
   jxqp::Writer empty;
@@ -85,21 +59,17 @@ bool sendAll(int fd, const void *p, size_t n) {
   return send(fd, p, n, MSG_NOSIGNAL) == static_cast<ssize_t>(n);
 }
 
-// Whether the server has closed the connection (read until end or timeout).
-bool closedByServer(int fd) {
-  char b[4096];
-  ssize_t n;
-  do n = recv(fd, b, sizeof b, 0);
-  while (n > 0);
-  return n == 0 || (n < 0 && errno == ECONNRESET);
-}
-
-// Another client's put+get round trips: the figures each case reports.
+// Another client's put+get round trips, and the server's memory: taken as
+// a baseline when made, again while a case runs, and printed side by side
+// (timing is the benchmarks' to judge).
 class Probe {
  public:
-  explicit Probe(const std::string &qmgr) : h_(connect(qmgr)) {
-    q_ = openQueue(h_, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
-  }
+  explicit Probe(QueueManagerProcess &qm, int baseline = 50)
+      : qm_(qm),
+        h_(connect(qm.name())),
+        q_(openQueue(h_, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED)),
+        baseRss_(rss()),
+        before_(baseline ? measure(baseline) : Figures{}) {}
   ~Probe() { disconnect(h_); }
   struct Figures {
     double medianMs = 0, worstMs = 0;
@@ -116,19 +86,25 @@ class Probe {
     std::sort(ms.begin(), ms.end());
     return {ms[ms.size() / 2], ms.back()};
   }
+  // Measures while the case runs and prints it beside the baseline; returns
+  // the KiB the server gained.
+  long report(const char *what, int rounds = 50) {
+    const Figures during = measure(rounds);
+    const long now = rss();
+    std::printf(
+        "[ figures  ] %s: server RSS %ld -> %ld KiB; other client's put+get median %.3f -> "
+        "%.3f ms, worst %.3f -> %.3f ms\n",
+        what, baseRss_, now, before_.medianMs, during.medianMs, before_.worstMs, during.worstMs);
+    return now - baseRss_;
+  }
+  long rss() const { return rssKb(qm_.pid()); }
 
  private:
+  QueueManagerProcess &qm_;
   int32_t h_ = 0, q_ = 0;
+  long baseRss_;
+  Figures before_;
 };
-
-void report(const char *what, long rssBeforeKb, long rssDuringKb, Probe::Figures before,
-            Probe::Figures during) {
-  std::printf(
-      "[ figures  ] %s: server RSS %ld -> %ld KiB; other client's put+get median %.3f -> "
-      "%.3f ms, worst %.3f -> %.3f ms\n",
-      what, rssBeforeKb, rssDuringKb, before.medianMs, during.medianMs, before.worstMs,
-      during.worstMs);
-}
 
 using HostilePeers = ServerTest;
 
@@ -137,9 +113,7 @@ using HostilePeers = ServerTest;
 // the same limit once through TLS; the local socket reaches it directly.
 TEST_F(HostilePeers, LargeFramesBeforeTheHelloAreEndedAtTheirHeader) {
   QueueManagerProcess qm({"Q1"});
-  Probe probe(qm.name());
-  const long rss0 = rssKb(qm.pid());
-  const Probe::Figures before = probe.measure(50);
+  Probe probe(qm);
   std::vector<int> fds;
   const jxqp::Bytes h = header(jxqp::Op::Hello, kBigFrame);
   const std::vector<uint8_t> part(65536, 'x');
@@ -150,15 +124,13 @@ TEST_F(HostilePeers, LargeFramesBeforeTheHelloAreEndedAtTheirHeader) {
     send(fd, part.data(), part.size(), MSG_NOSIGNAL);  // may meet the close
     fds.push_back(fd);
   }
-  const Probe::Figures during = probe.measure(50);
-  const long rss1 = rssKb(qm.pid());
+  EXPECT_LT(probe.report("200 peers announcing 4 MiB before the hello"), 32 * 1024)
+      << "KiB held for refused frames";
   for (int fd : fds) {
     EXPECT_TRUE(closedByServer(fd));
     close(fd);
   }
-  report("200 peers announcing 4 MiB before the hello", rss0, rss1, before, during);
-  EXPECT_LT(rss1 - rss0, 32 * 1024) << "KiB held for refused frames";
-  EXPECT_NE(logText(qm.name()).find("bytes before the hello (at most 4096)"), std::string::npos);
+  EXPECT_NE(qmLog(qm.name()).find("bytes before the hello (at most 4096)"), std::string::npos);
 }
 
 // 100 authenticated connections stall part-way through 4 MiB frames: the
@@ -168,9 +140,7 @@ TEST_F(HostilePeers, StalledFramesAreBoundedByTheBudgetAndEndedInTime) {
   // Every line is kept here, to see both ends.
   QueueManagerProcess qm(
       {"Q1"}, {"--frame-timeout-ms", "700", "--buffer-budget-mb", "64", "--peer-log-lines", "0"});
-  Probe probe(qm.name());
-  const long rss0 = rssKb(qm.pid());
-  const Probe::Figures before = probe.measure(50);
+  Probe probe(qm);
   jxqp::Writer hello;
   jxqp::encode(hello, jxqp::HelloRequest{});
   const jxqp::Bytes helloFrame = jxqp::frame(static_cast<uint8_t>(jxqp::Op::Hello), hello);
@@ -187,8 +157,9 @@ TEST_F(HostilePeers, StalledFramesAreBoundedByTheBudgetAndEndedInTime) {
     send(fd, part.data(), part.size(), MSG_NOSIGNAL);  // refused ones meet the close
     fds.push_back(fd);
   }
-  const Probe::Figures during = probe.measure(50);
-  const long rss1 = rssKb(qm.pid());
+  EXPECT_LT(probe.report("100 connections stalled in 4 MiB frames (64 MiB budget)"),
+            64 * 1024 + 32 * 1024)
+      << "KiB: the budget and a margin";
   auto t0 = Clock::now();
   for (int fd : fds) {
     EXPECT_TRUE(closedByServer(fd));
@@ -196,12 +167,9 @@ TEST_F(HostilePeers, StalledFramesAreBoundedByTheBudgetAndEndedInTime) {
   }
   const double allEndedMs = msSince(t0);
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  const long rss2 = rssKb(qm.pid());
-  report("100 connections stalled in 4 MiB frames (64 MiB budget)", rss0, rss1, before, during);
   std::printf("[ figures  ] all ended %.0f ms later; server RSS after: %ld KiB\n", allEndedMs,
-              rss2);
-  EXPECT_LT(rss1 - rss0, 64 * 1024 + 32 * 1024) << "KiB: the budget and a margin";
-  const std::string log = logText(qm.name());
+              probe.rss());
+  const std::string log = qmLog(qm.name());
   EXPECT_NE(log.find("refused: connections' buffers hold"), std::string::npos);
   EXPECT_NE(log.find("frame not complete within 700 ms"), std::string::npos);
   probe.measure(5);
@@ -243,8 +211,8 @@ TEST_F(HostilePeers, UnreadRepliesAreEndedInTime) {
   disconnect(h);
   ASSERT_TRUE(qm.stop());
   ASSERT_TRUE(qm.start({"--frame-timeout-ms", "700"}));
-  Probe probe(qm.name());
-  const long rss0 = rssKb(qm.pid());
+  Probe probe(qm, 0);  // Q1 holds the large message
+  const long rss0 = probe.rss();
   int fd = rawSocket(qm.name());
   ASSERT_GE(fd, 0);
   ASSERT_EQ(exchange<jxqp::HelloReply>(fd, jxqp::Op::Hello, jxqp::HelloRequest{}).rc, JXRC_NONE);
@@ -263,13 +231,13 @@ TEST_F(HostilePeers, UnreadRepliesAreEndedInTime) {
   const jxqp::Bytes f = jxqp::frame(static_cast<uint8_t>(jxqp::Op::Get), w);
   ASSERT_TRUE(sendAll(fd, f.data(), f.size()));
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  const long rss1 = rssKb(qm.pid());
+  const long rss1 = probe.rss();
   // Past the limit: what the socket holds is read, then its end.
   std::this_thread::sleep_for(std::chrono::milliseconds(1000));
   EXPECT_TRUE(closedByServer(fd));
   close(fd);
   std::printf("[ figures  ] a 4 MiB reply left unread: server RSS %ld -> %ld KiB\n", rss0, rss1);
-  EXPECT_NE(logText(qm.name()).find("reply not read within 700 ms"), std::string::npos);
+  EXPECT_NE(qmLog(qm.name()).find("reply not read within 700 ms"), std::string::npos);
   probe.measure(5);
 }
 
@@ -341,22 +309,14 @@ TEST_F(HostilePeers, TheLimitsHoldBehindTls) {
   };
   SSL_CTX *ctx = SSL_CTX_new(TLS_client_method());
   ASSERT_NE(ctx, nullptr);
-  Probe probe(qm.name());
-  const size_t colon = where.rfind(':');
-  sockaddr_in sa{};
-  sa.sin_family = AF_INET;
-  sa.sin_port = htons(static_cast<uint16_t>(std::atoi(where.c_str() + colon + 1)));
-  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  Probe probe(qm, 0);
   for (const TlsMisdeed &m : misdeeds) {
     SCOPED_TRACE(m.name);
-    const long rss0 = rssKb(qm.pid());
+    const long rss0 = probe.rss();
     std::vector<std::unique_ptr<TlsPeer>> peers;
     for (int i = 0; i < 16; ++i) {
       auto &p = *peers.emplace_back(std::make_unique<TlsPeer>());
-      p.fd = socket(AF_INET, SOCK_STREAM, 0);
-      ASSERT_EQ(::connect(p.fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa), 0);
-      timeval tv{15, 0};
-      setsockopt(p.fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+      ASSERT_GE(p.fd = rawTcpSocket(where, 15), 0);
       if (m.handshake) {
         p.ssl = SSL_new(ctx);
         SSL_set_fd(p.ssl, p.fd);
@@ -374,11 +334,11 @@ TEST_F(HostilePeers, TheLimitsHoldBehindTls) {
       else
         send(p.fd, m.bytes.data(), m.bytes.size(), MSG_NOSIGNAL);
     }
-    const long rss1 = rssKb(qm.pid());
+    const long rss1 = probe.rss();
     for (auto &p : peers) EXPECT_TRUE(closedByServer(p->fd));
     std::printf("[ figures  ] TLS, 16 peers, %s: server RSS %ld -> %ld KiB\n", m.name, rss0, rss1);
     EXPECT_LT(rss1 - rss0, 32 * 1024) << "KiB held";
-    EXPECT_NE(logText(qm.name()).find(m.logged), std::string::npos);
+    EXPECT_NE(qmLog(qm.name()).find(m.logged), std::string::npos);
   }
   SSL_CTX_free(ctx);
   probe.measure(5);
@@ -388,10 +348,8 @@ TEST_F(HostilePeers, TheLimitsHoldBehindTls) {
 // the log gains a bounded number of lines, not one a connection.
 TEST_F(HostilePeers, MalformedConnectionsLeaveABoundedLog) {
   QueueManagerProcess qm({"Q1"});
-  Probe probe(qm.name());
-  const long rss0 = rssKb(qm.pid());
-  const size_t lines0 = logLines(qm.name());
-  const Probe::Figures before = probe.measure(50);
+  Probe probe(qm);
+  const size_t logged = qmLog(qm.name()).size();
   const char garbage[jxqp::kHeaderSize] = "not a frame";
   for (int i = 0; i < 10000; ++i) {
     int fd = rawSocket(qm.name());
@@ -402,12 +360,12 @@ TEST_F(HostilePeers, MalformedConnectionsLeaveABoundedLog) {
     }
     close(fd);
   }
-  const Probe::Figures during = probe.measure(50);
-  report("10,000 malformed connections", rss0, rssKb(qm.pid()), before, during);
-  const size_t added = logLines(qm.name()) - lines0;
-  std::printf("[ figures  ] log lines added: %zu\n", added);
-  EXPECT_LE(added, 25u) << "20 lines a minute for the peer, and one saying the rest are suppressed";
-  EXPECT_NE(logText(qm.name()).find("the rest are suppressed"), std::string::npos);
+  probe.report("10,000 malformed connections");
+  const std::string added = qmLog(qm.name(), logged);
+  const auto lines = std::count(added.begin(), added.end(), '\n');
+  std::printf("[ figures  ] log lines added: %ld\n", long(lines));
+  EXPECT_LE(lines, 25) << "20 lines a minute for the peer, and one saying the rest are suppressed";
+  EXPECT_NE(added.find("the rest are suppressed"), std::string::npos);
 }
 
 // A thousand connections that never speak cost little and stop no one.
@@ -420,18 +378,14 @@ TEST_F(HostilePeers, AThousandIdleConnections) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lim), 0);
   {
     QueueManagerProcess qm({"Q1"});
-    Probe probe(qm.name());
-    const long rss0 = rssKb(qm.pid());
-    const Probe::Figures before = probe.measure(50);
+    Probe probe(qm);
     std::vector<int> fds;
     for (int i = 0; i < 1000; ++i) {
       int fd = rawSocket(qm.name());
       ASSERT_GE(fd, 0) << i;
       fds.push_back(fd);
     }
-    const Probe::Figures during = probe.measure(50);
-    report("1,000 idle connections", rss0, rssKb(qm.pid()), before, during);
-    EXPECT_LT(rssKb(qm.pid()) - rss0, 32 * 1024);
+    EXPECT_LT(probe.report("1,000 idle connections"), 32 * 1024);
     for (int fd : fds) close(fd);
   }
   setrlimit(RLIMIT_NOFILE, &saved);
@@ -444,9 +398,7 @@ TEST_F(HostilePeers, PasswordGuessingIsHeldBackOffTheLoop) {
   const std::string where = freeTcpAddress();
   QueueManagerProcess qm({"Q1"}, {"--listen", where, "--login-delay-ms", "100"});
   ASSERT_EQ(jxqm({"adduser", qm.name(), "alice"}, "s3cret-pw\n").status, 0);
-  auto probe = std::make_unique<Probe>(qm.name());
-  const long rss0 = rssKb(qm.pid());
-  const Probe::Figures before = probe->measure(50);
+  auto probe = std::make_unique<Probe>(qm);
   std::atomic<bool> stop{false};
   std::atomic<int> refused{0}, other{0};
   std::vector<std::thread> guessers;
@@ -456,8 +408,7 @@ TEST_F(HostilePeers, PasswordGuessingIsHeldBackOffTheLoop) {
     });
   for (int i = 0; i < 500 && refused < 3; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  const Probe::Figures during = probe->measure(300);
-  const long rss1 = rssKb(qm.pid());
+  probe->report("8 clients guessing passwords over TCP", 300);
   // The failures so far hold this check back by at least the delay's
   // first doublings.
   auto t0 = Clock::now();
@@ -468,7 +419,6 @@ TEST_F(HostilePeers, PasswordGuessingIsHeldBackOffTheLoop) {
   probe.reset();
   EXPECT_TRUE(qm.stop());
   for (std::thread &t : guessers) t.join();
-  report("8 clients guessing passwords over TCP", rss0, rss1, before, during);
   std::printf("[ figures  ] %d guesses refused; a guess after them answered in %.0f ms\n",
               refused.load(), heldMs);
   EXPECT_LE(other.load(), 8) << "only the guesses the stop ended are not refusals";

@@ -23,14 +23,6 @@ class Robustness : public ConnectedTest {
     if (IsSkipped()) return;
     q_ = openQueue(hconn_, "Q1", JXOO_OUTPUT | JXOO_INPUT_SHARED);
   }
-  // True when the server closes the connection without answering.
-  static bool closedByServer(int fd) {
-    char b;
-    ssize_t n;
-    do n = recv(fd, &b, 1, 0);
-    while (n > 0);
-    return n == 0;
-  }
   static jxqp::Bytes hello() {
     jxqp::Writer w;
     jxqp::encode(w, jxqp::HelloRequest{.user = {}, .password = {}, .pid = 1, .applName = {}});
@@ -162,8 +154,7 @@ TEST_F(ConnectionFlood, MoreConnectionsThanDescriptorsDoNotStopTheServer) {
     long before = cpuTicks(qm.pid());
     std::this_thread::sleep_for(std::chrono::seconds(1));
     EXPECT_LT(cpuTicks(qm.pid()) - before, 10) << "the server spins on its listener";
-    std::ifstream in(qmgrDir(qm.name()) + "/qm.log");
-    const std::string log{std::istreambuf_iterator<char>(in), {}};
+    const std::string log = qmLog(qm.name());
     EXPECT_EQ(
         log.find("accept: Too many open files; not accepting connections") != std::string::npos,
         limit == 40)

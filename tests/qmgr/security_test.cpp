@@ -28,13 +28,8 @@ constexpr int32_t kUntouched = 123;
 
 int32_t connectTcp(const std::string &where, const std::string &user, const std::string &pw,
                    int32_t &rc) {
-  JXCNO cno = JXCNO_DEFAULT;
-  std::strncpy(cno.ConnectionName, where.c_str(), sizeof cno.ConnectionName - 1);
-  std::strncpy(cno.UserId, user.c_str(), sizeof cno.UserId - 1);
-  std::strncpy(cno.Password, pw.c_str(), sizeof cno.Password - 1);
-  char name[JX_Q_MGR_NAME_LENGTH] = {};
-  int32_t h = kUntouched, cc;
-  zstJXCONNX(name, &cno, &h, &cc, &rc, 0);
+  int32_t h = kUntouched;
+  rc = tcpConnect(where, user, pw, h);
   return h;
 }
 

@@ -12,8 +12,6 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <thread>
 
 #include "qm_harness.hpp"
@@ -179,12 +177,7 @@ class Recorder {
         getsockname(listener_, reinterpret_cast<sockaddr *>(&sa), &len) != 0)
       return;
     address_ = "127.0.0.1:" + std::to_string(ntohs(sa.sin_port));
-    const size_t colon = server.rfind(':');
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<uint16_t>(std::atoi(server.c_str() + colon + 1)));
-    inet_pton(AF_INET, server.substr(0, colon).c_str(), &to.sin_addr);
-    thread_ = std::thread([this, to] { relay(to); });
+    thread_ = std::thread([this, server] { relay(server); });
   }
   ~Recorder() {
     if (thread_.joinable()) thread_.join();
@@ -199,10 +192,10 @@ class Recorder {
   size_t sent(int direction) const { return seen_[direction].size(); }
 
  private:
-  void relay(sockaddr_in to) {
+  void relay(const std::string &to) {
     const int client = accept(listener_, nullptr, nullptr);
-    const int server = socket(AF_INET, SOCK_STREAM, 0);
-    if (client < 0 || connect(server, reinterpret_cast<sockaddr *>(&to), sizeof to) != 0) return;
+    const int server = rawTcpSocket(to, 10);
+    if (client < 0 || server < 0) return;
     pollfd fds[2] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
     char buf[65536];
     for (bool open = true; open;) {
@@ -245,20 +238,10 @@ TEST_F(Tls, AStalledHandshakeHoldsUpNoOneAndIsEnded) {
   const std::string where = freeTcpAddress();
   QueueManagerProcess qm({"Q1"}, {"--listen", where, "--hello-timeout", "3"});
   ASSERT_EQ(jxqm({"adduser", qm.name(), kUser}, std::string(kPassword) + "\n").status, 0);
-  const size_t colon = where.rfind(':');
-  sockaddr_in sa{};
-  sa.sin_family = AF_INET;
-  sa.sin_port = htons(static_cast<uint16_t>(std::atoi(where.c_str() + colon + 1)));
-  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   // One peer says nothing; another starts a handshake record and stops.
   const uint8_t halfRecord[] = {0x16, 0x03, 0x01, 0x02, 0x00, 0x01};
-  int stalled[2];
-  for (int i = 0; i < 2; ++i) {
-    stalled[i] = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(connect(stalled[i], reinterpret_cast<sockaddr *>(&sa), sizeof sa), 0);
-    timeval tv{10, 0};
-    setsockopt(stalled[i], SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-  }
+  const int stalled[2] = {rawTcpSocket(where, 10), rawTcpSocket(where, 10)};
+  ASSERT_GE(std::min(stalled[0], stalled[1]), 0);
   ASSERT_EQ(send(stalled[1], halfRecord, sizeof halfRecord, 0), ssize_t(sizeof halfRecord));
 
   int32_t h = 0;
@@ -315,8 +298,7 @@ TEST_F(Tls, CertificateFilesAreTheOperatorsToReplace) {
   EXPECT_EQ(jxqm({"start", qm_->name(), "--listen", where_}).status, 1);
   ASSERT_EQ(unlink((dir + "/qm.key").c_str()), 0);
   EXPECT_EQ(jxqm({"start", qm_->name(), "--listen", where_}).status, 1);
-  std::ifstream log(dir + "/qm.log");
-  const std::string text((std::istreambuf_iterator<char>(log)), std::istreambuf_iterator<char>());
+  const std::string text = qmLog(qm_->name());
   for (const char *why : {"may be read by others", "cannot use the key", "no key"})
     EXPECT_NE(text.find(why), std::string::npos) << why;
   // The local socket needs none of it.

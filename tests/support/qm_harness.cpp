@@ -10,9 +10,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <thread>
 
@@ -150,6 +152,31 @@ int32_t tryConnect(const std::string &qmgr, int32_t &hconn) {
   return rc;
 }
 
+int32_t tcpConnect(const std::string &where, const std::string &user, const std::string &password,
+                   int32_t &hconn) {
+  JXCNO cno = JXCNO_DEFAULT;
+  std::strncpy(cno.ConnectionName, where.c_str(), sizeof cno.ConnectionName - 1);
+  std::strncpy(cno.UserId, user.c_str(), sizeof cno.UserId - 1);
+  std::strncpy(cno.Password, password.c_str(), sizeof cno.Password - 1);
+  char name[JX_Q_MGR_NAME_LENGTH] = {};
+  int32_t cc = -1, rc = -1;
+  zstJXCONNX(name, &cno, &hconn, &cc, &rc, 0);
+  return rc;
+}
+
+int32_t tcpLogin(const std::string &where, const std::string &user, const std::string &password) {
+  int32_t h = 0;
+  const int32_t rc = tcpConnect(where, user, password, h);
+  if (rc == JXRC_NONE) disconnect(h);
+  return rc;
+}
+
+std::string qmLog(const std::string &qmgr, size_t from) {
+  std::ifstream in(qmgrDir(qmgr) + "/qm.log");
+  in.seekg(static_cast<std::streamoff>(from));
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
 int32_t connect(const std::string &qmgr) {
   int32_t h = 0;
   EXPECT_EQ(tryConnect(qmgr, h), JXRC_NONE);
@@ -191,6 +218,29 @@ int rawSocket(const std::string &qmgr) {
     return -1;
   }
   timeval tv{5, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  return fd;
+}
+
+bool closedByServer(int fd) {
+  char b[4096];
+  ssize_t n;
+  do n = recv(fd, b, sizeof b, 0);
+  while (n > 0);
+  return n == 0 || (n < 0 && errno == ECONNRESET);
+}
+
+int rawTcpSocket(const std::string &where, int seconds) {
+  sockaddr_in sa{};
+  sa.sin_family = AF_INET;
+  sa.sin_port = htons(static_cast<uint16_t>(std::atoi(where.c_str() + where.rfind(':') + 1)));
+  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  if (::connect(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa) != 0) {
+    close(fd);
+    return -1;
+  }
+  timeval tv{seconds, 0};
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
   return fd;
 }

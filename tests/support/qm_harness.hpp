@@ -61,6 +61,14 @@ class QueueManagerProcess {
 // Connects to the named queue manager and returns the reason; the handle is
 // left alone when the connect fails.
 int32_t tryConnect(const std::string &qmgr, int32_t &hconn);
+// Connects over TCP (TLS) to `where` ("HOST:PORT") as `user`; returns the
+// reason and leaves the handle alone when the connect fails.
+int32_t tcpConnect(const std::string &where, const std::string &user, const std::string &password,
+                   int32_t &hconn);
+// The reason of a TCP connect; a connection made is ended again.
+int32_t tcpLogin(const std::string &where, const std::string &user, const std::string &password);
+// What the queue manager has logged (qm.log) from byte `from` on.
+std::string qmLog(const std::string &qmgr, size_t from = 0);
 // Connects to the named queue manager; fails the test on error.
 int32_t connect(const std::string &qmgr);
 void disconnect(int32_t &hconn);
@@ -83,6 +91,12 @@ int32_t openReason(int32_t hconn, const std::string &queue, int32_t options = JX
 // receive timeout ends a wait before the server's default hello timeout
 // would close the connection, so only a deliberate close counts.
 int rawSocket(const std::string &qmgr);
+// Whether the server closes the connection: reads until its end, a reset
+// or the receive timeout.
+bool closedByServer(int fd);
+// A plain TCP socket connected to a loopback "HOST:PORT", with a receive
+// timeout of `seconds`; -1 when it cannot connect.
+int rawTcpSocket(const std::string &where, int seconds);
 
 // Runs `body` in a forked child and returns its exit status (128 + signal
 // when it was killed).
@@ -164,6 +178,25 @@ class ConnectedTest : public ServerTest {
   }
   std::vector<std::string> queues_;
   std::unique_ptr<QueueManagerProcess> qm_;
+  int32_t hconn_ = 0;
+};
+
+// One queue manager for a whole suite, which the suite's SetUpTestSuite
+// makes into qm(), and a connection for each test.
+class SuiteQueueManagerTest : public ServerTest {
+ protected:
+  static void TearDownTestSuite() { qm().reset(); }
+  static std::unique_ptr<QueueManagerProcess> &qm() {
+    static std::unique_ptr<QueueManagerProcess> p;
+    return p;
+  }
+  void SetUp() override {
+    ServerTest::SetUp();
+    if (!IsSkipped()) hconn_ = connect(qm()->name());
+  }
+  void TearDown() override {
+    if (hconn_ > 0) disconnect(hconn_);
+  }
   int32_t hconn_ = 0;
 };
 
