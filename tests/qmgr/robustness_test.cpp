@@ -208,8 +208,7 @@ TEST_F(Polling, PollingOffStillServesAndWaits) {
   disconnect(h);
   // A stop ends the unpolled loop cleanly: only a clean end says "ended".
   ASSERT_TRUE(qm.stop());
-  std::ifstream in(qmgrDir(qm.name()) + "/qm.log");
-  const std::string log{std::istreambuf_iterator<char>(in), {}};
+  const std::string log = qmLog(qm.name());
   EXPECT_NE(log.find("queue manager " + qm.name() + " ended"), std::string::npos) << log;
 }
 
