@@ -127,6 +127,10 @@ Outcome Session::execute(const Request &request, int32_t waitMs) const {
   if (cc == JXCC_OK) jxCreateBag(JXBAG_ADMIN, &response.handle, &cc, &rc);
   if (cc != JXCC_OK) return fail(rc);
   if (int32_t reason = addParams(admin.handle, request.params)) return fail(reason);
+  for (int32_t selector : request.inquire) {
+    jxAddInquiry(admin.handle, selector, &cc, &rc);
+    if (cc != JXCC_OK) return fail(rc);
+  }
   jxExecute(hconn_, request.command, options.handle, admin.handle, response.handle, 0, 0, &cc, &rc);
   if (cc != JXCC_OK && rc != JXRC_COMMAND_FAILED) out.failures.push_back({rc, 0});
   JXLONG replies = 0, countCc, countRc;

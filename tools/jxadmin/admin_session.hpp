@@ -50,7 +50,8 @@ struct Credentials {
 
 struct Request {
   int32_t command = 0;
-  std::vector<Item> params;  // repeated selectors become lists
+  std::vector<Item> params;      // repeated selectors become lists
+  std::vector<int32_t> inquire{};  // the attributes asked for; none: all of them
 };
 
 class Session {

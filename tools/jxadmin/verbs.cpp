@@ -74,13 +74,22 @@ bool noAttributes(const CommandLine &line, std::string &error) {
   return false;
 }
 
+// A table shows its columns (--columns chooses them), and the queue managers
+// are asked for those alone, which spares them and jxadmin the rest of every
+// reply; JSON shows every attribute, so it asks for them all.
+bool showing(const CommandLine &line, Plan &p, std::string &error) {
+  if (!noAttributes(line, error) || !columns(line, p.view, error)) return false;
+  if (!line.json) p.request.inquire = p.view.columns;
+  return true;
+}
+
 bool showQmgr(const CommandLine &line, const Names &, Plan &p, std::string &error) {
   p.request = {JXCMD_INQUIRE_QMGR, {}};
   p.view = {"show qmgr",
             "qmgr",
             {JXCA_Q_MGR_NAME, JXIA_CONNECTION_COUNT, JXIA_Q_COUNT, JXCA_START_DATE, JXCA_START_TIME,
              JXCA_Q_MGR_DESC}};
-  return noAttributes(line, error) && columns(line, p.view, error);
+  return showing(line, p, error);
 }
 
 bool showQueues(const CommandLine &line, const Names &n, Plan &p, std::string &error) {
@@ -89,7 +98,7 @@ bool showQueues(const CommandLine &line, const Names &n, Plan &p, std::string &e
             "queue",
             {JXCA_Q_NAME, JXIA_Q_TYPE, JXIA_CURRENT_Q_DEPTH, JXIA_MAX_Q_DEPTH,
              JXIA_OPEN_INPUT_COUNT, JXIA_OPEN_OUTPUT_COUNT, JXCA_Q_DESC}};
-  return noAttributes(line, error) && columns(line, p.view, error);
+  return showing(line, p, error);
 }
 
 bool showStatus(const CommandLine &line, const Names &n, Plan &p, std::string &error) {
@@ -99,7 +108,7 @@ bool showStatus(const CommandLine &line, const Names &n, Plan &p, std::string &e
             {JXCA_Q_NAME, JXIA_CURRENT_Q_DEPTH, JXIA_OPEN_INPUT_COUNT, JXIA_OPEN_OUTPUT_COUNT,
              JXIA_UNCOMMITTED_MSGS, JXIA_OLDEST_MSG_AGE, JXCA_LAST_PUT_DATE, JXCA_LAST_PUT_TIME,
              JXCA_LAST_GET_DATE, JXCA_LAST_GET_TIME}};
-  return noAttributes(line, error) && columns(line, p.view, error);
+  return showing(line, p, error);
 }
 
 bool showConnections(const CommandLine &line, const Names &, Plan &p, std::string &error) {
