@@ -23,9 +23,9 @@ class PollWindow {
   explicit PollWindow(int64_t longestUs) : longestUs_(longestUs), us_(longestUs) {}
   // The current window; 0 when the loop should sleep at once.
   int64_t us() const { return us_; }
-  // Below this a yield gave the CPU to no one, or to a client that only
-  // sent its request.
-  static constexpr int64_t kBusyYieldUs = 50;
+  // A yield that finds no one else to run returns within a few
+  // microseconds; one that takes longer ran another process.
+  static constexpr int64_t kBusyYieldUs = 10;
 
   // The next event came this long after the turn that had work.
   void cameAfter(int64_t us);
