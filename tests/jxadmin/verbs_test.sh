@@ -39,6 +39,14 @@ expect 0 jxadmin -m QM1 show status APP.Q1 --attrs name,current-depth,oldest-mes
 [ "$(head -1 <<<"$OUT" | tr -s ' ')" = "name current-depth oldest-message-age" ] || fail "--attrs"
 read -r -a cells <<<"$(tail -1 <<<"$OUT")"
 [ "${cells[1]}" = 3 ] && [ "${cells[2]}" -ge 0 ] || fail "status row"
+# A table asks only for its columns; a queue word a status lacks is left out,
+# and a queue table shows exactly the columns it asked for.
+expect 0 jxadmin -m QM1 show status APP.Q1 --attrs name,max-depth
+[ "$OUT" = "name
+APP.Q1" ] || fail "status without max-depth: $OUT"
+expect 0 jxadmin -m QM1 show queues APP.Q1 --attrs max-depth,name
+[ "$(tr -s ' ' <<<"$OUT")" = "max-depth name
+20 APP.Q1" ] || fail "queue columns: $OUT"
 
 # A queue with messages is not deleted without purge; statistics reset.
 expect 2 jxadmin -m QM1 delete queue APP.Q1
