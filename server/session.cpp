@@ -278,7 +278,6 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
   Message &m = it->second;
   const size_t length = m.data.size();
   const jxqp::GetFit fit = jxqp::getFit(length, a.bufferLength, a.options);
-  const size_t returned = fit.returned;
   jxqp::GetReply &reply = out.reply;
   out.putter = m.putter;
   out.authority = m.authority;
@@ -292,10 +291,10 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
   const bool stays = fit.stays || (a.options & JXGMO_SYNCPOINT);
   // A removal that may be taken back keeps the message whole until then.
   if (stays || qm_.removalJournaled(m)) {
-    out.data.assign(m.data, 0, returned);
+    out.data.assign(m.data, 0, fit.returned);
   } else {
     out.data = std::move(m.data);
-    out.data.resize(returned);
+    out.data.resize(fit.returned);
   }
   if (fit.stays) return true;
   if (a.options & JXGMO_SYNCPOINT) {
@@ -308,7 +307,7 @@ bool Session::tryGet(const jxqp::GetRequest &a, GetResult &out) {
   }
   const auto after = std::next(it);
   if (int32_t failed = qm_.removeMessage(qp, it, true)) return fail(failed);
-  readAhead(h->second, a, after, returned, out);
+  readAhead(h->second, a, after, fit.returned, out);
   return true;
 }
 

@@ -42,17 +42,16 @@ jxqp::GetReply ReadAhead::next(const JXGMO &gmo, int32_t bufferLength) {
   jxqp::GetReply out;
   const size_t length = messages_.front().data.size();
   const jxqp::GetFit fit = jxqp::getFit(length, bufferLength, gmo.Options);
-  const bool stays = fit.stays;
   out.cc = fit.cc;
   out.rc = fit.rc;
   out.dataLength = static_cast<int32_t>(length);
   std::memcpy(out.resolvedQName, resolvedQName_, sizeof out.resolvedQName);
-  if (!stays) {
+  if (!fit.stays) {
     last_ = std::move(messages_.front());
     messages_.pop_front();
     ++taken_;
   }
-  const Held &m = stays ? messages_.front() : last_;
+  const Held &m = fit.stays ? messages_.front() : last_;
   out.md = m.md;
   out.data = std::string_view(m.data).substr(0, fit.returned);
   return out;
