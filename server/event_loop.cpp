@@ -158,6 +158,11 @@ bool EventLoop::run() {
 // wanted by others, and the poll ends. How soon the request came sets the
 // next window (poll_window.hpp).
 int EventLoop::waitForEvents(epoll_event *events, int timeout, bool busy) {
+  // While background work takes every turn the loop never sleeps, and a
+  // client that a turn answered, woken onto this CPU by the socket layer
+  // (which expects the sender to sleep next), would wait for the end of
+  // the loop's time slice: a yield lets it run first.
+  if (timeout == 0 && backgroundDue_) sched_yield();
   if (!busy || opt_.pollUs <= 0 || timeout == 0)
     return epoll_wait(ep_, events, kMaxEvents, timeout);
   using Clock = std::chrono::steady_clock;
@@ -439,6 +444,7 @@ int EventLoop::finishTurn() {
   // Its work joins this turn's commit, and the replies it puts reach their
   // readers' links before they are written below.
   const int64_t background = opt_.background ? opt_.background(now) : -1;
+  backgroundDue_ = background == 0;
   int64_t next = qm_.expireWaits(now);
   for (int64_t other : {expireHellos(now), expireFrames(now), listenAgainMs_, background,
                         checker_.outstanding() ? now + kVerdictPollMs : int64_t{-1}})

@@ -99,6 +99,7 @@ class EventLoop final : public LinkOwner {
   int64_t listenAgainMs_ = -1;  // listeners paused until then (-1: not paused)
   int ep_ = -1;
   bool stopping_ = false;
+  bool backgroundDue_ = false;  // the background work asked for the next turn at once
   uint32_t nextLinkId_ = 1;
   std::unordered_map<uint32_t, std::unique_ptr<ClientLink>> links_;
   // A turn looks only at the links that had events or were given replies,
