@@ -9,19 +9,26 @@
 //   InquireAll/N       jxExecute of INQUIRE_QUEUE for a generic name that
 //                      matches N queues (items: queues)
 //   PutGetIdle         another client's 100-byte put and get
-//   PutGetBeside       the same while a thread repeats the 10,000-queue
-//                      inquiry on a connection of its own
+//   PutGetBeside       the same while another process repeats the
+//                      10,000-queue inquiry. A process, as another
+//                      application would be: a thread of this one would
+//                      share its address space, and the faults and TLB
+//                      shootdowns of filling and freeing 10,000 reply bags
+//                      would land on the measured client's thread.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <jx/jxai.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "administration.hpp"
@@ -243,19 +250,64 @@ void PutGetIdle(benchmark::State &state) {
   putGet(state);
 }
 
+constexpr const char *kInquirerFlag = "--inquirer";
+
+// The inquiring process (this program with kInquirerFlag): one byte when
+// connected, one after each inquiry, until its stop pipe closes; exit
+// status 0 unless an inquiry failed.
+int inquireUntilStopped(int stop, int report) {
+  Connection c;
+  Inquiry inquiry(kAll);
+  const char byte = 1;
+  if (!c.open() || write(report, &byte, 1) != 1) return 1;
+  for (pollfd p{stop, POLLIN, 0}; poll(&p, 1, 0) == 0;) {
+    if (inquiry.execute(c.hconn) != kQueues) return 2;
+    if (write(report, &byte, 1) != 1) break;
+  }
+  return 0;
+}
+
+// Spawned, not forked: a fork would leave this process's pages to be
+// copied on its first writes, inside the measurement.
+pid_t spawnInquirer(int stop, int report) {
+  const std::string stopFd = std::to_string(stop), reportFd = std::to_string(report);
+  char *argv[] = {const_cast<char *>("cmdserver_bench"), const_cast<char *>(kInquirerFlag),
+                  const_cast<char *>(stopFd.c_str()), const_cast<char *>(reportFd.c_str()),
+                  nullptr};
+  pid_t pid;
+  return posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv, environ) == 0 ? pid : -1;
+}
+
 void PutGetBeside(benchmark::State &state) {
-  std::atomic<bool> stop{false};
-  std::atomic<int> inquiries{0};
-  std::thread inquirer([&] {
-    Connection c;
-    Inquiry inquiry(kAll);
-    if (!c.open()) return;
-    while (!stop && inquiry.execute(c.hconn) == kQueues) ++inquiries;
-  });
-  putGet(state);
-  stop = true;
-  inquirer.join();
-  state.counters["inquiries"] = inquiries.load();
+  int stop[2], report[2];
+  if (pipe(stop) != 0) {
+    state.SkipWithError("no pipe");
+    return;
+  }
+  if (pipe(report) != 0) {
+    close(stop[0]);
+    close(stop[1]);
+    state.SkipWithError("no pipe");
+    return;
+  }
+  // The child keeps only its own ends: this process's are close-on-exec.
+  fcntl(stop[1], F_SETFD, FD_CLOEXEC);
+  fcntl(report[0], F_SETFD, FD_CLOEXEC);
+  const pid_t inquirer = spawnInquirer(stop[0], report[1]);
+  close(stop[0]);
+  close(report[1]);
+  char bytes[256];
+  const bool connected = inquirer > 0 && read(report[0], bytes, 1) == 1;
+  if (connected) putGet(state);
+  close(stop[1]);
+  int64_t inquiries = 0;
+  for (ssize_t n; (n = read(report[0], bytes, sizeof bytes)) > 0;) inquiries += n;
+  close(report[0]);
+  int status = -1;
+  if (inquirer > 0) waitpid(inquirer, &status, 0);
+  if (!connected || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    state.SkipWithError("the inquiring process failed");
+  state.counters["inquiries"] = static_cast<double>(inquiries);
 }
 
 BENCHMARK(InquireOneExecute)->UseRealTime();
@@ -296,5 +348,7 @@ void tearDown() {
 }  // namespace
 
 int main(int argc, char **argv) {
+  if (argc == 4 && std::strcmp(argv[1], kInquirerFlag) == 0)
+    return inquireUntilStopped(std::atoi(argv[2]), std::atoi(argv[3]));
   return benchmarkMain(argc, argv, "cmdserver_bench", setUp, tearDown);
 }
