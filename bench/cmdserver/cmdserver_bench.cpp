@@ -278,21 +278,27 @@ pid_t spawnInquirer(int stop, int report) {
   return posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv, environ) == 0 ? pid : -1;
 }
 
+// A pipe whose end `mine` stays in this process alone (close-on-exec).
+bool pipeKeeping(int fds[2], int mine) {
+  if (pipe(fds) != 0) return false;
+  if (fcntl(fds[mine], F_SETFD, FD_CLOEXEC) == 0) return true;
+  close(fds[0]);
+  close(fds[1]);
+  return false;
+}
+
 void PutGetBeside(benchmark::State &state) {
   int stop[2], report[2];
-  if (pipe(stop) != 0) {
+  if (!pipeKeeping(stop, 1)) {
     state.SkipWithError("no pipe");
     return;
   }
-  if (pipe(report) != 0) {
+  if (!pipeKeeping(report, 0)) {
     close(stop[0]);
     close(stop[1]);
     state.SkipWithError("no pipe");
     return;
   }
-  // The child keeps only its own ends: this process's are close-on-exec.
-  fcntl(stop[1], F_SETFD, FD_CLOEXEC);
-  fcntl(report[0], F_SETFD, FD_CLOEXEC);
   const pid_t inquirer = spawnInquirer(stop[0], report[1]);
   close(stop[0]);
   close(report[1]);
