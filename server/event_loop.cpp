@@ -435,12 +435,15 @@ void EventLoop::dropAll() {
   while (!links_.empty()) drop(links_.begin()->first);
 }
 
-// One turn: handle ready input, expire waits, commit, write replies.
-// Returns the epoll timeout for the next turn.
+// One turn: handle ready input, run the background work, expire waits,
+// commit, write replies. Returns the epoll timeout for the next turn.
 int EventLoop::finishTurn() {
   runInput();
   gather();
   int64_t now = QueueManager::nowMs();
+  // While a long command runs, what this turn's requests answered is
+  // committed and written before the command's next step, not behind it.
+  if (backgroundDue_ && !touched_.empty()) commitAndWrite();
   // Its work joins this turn's commit, and the replies it puts reach their
   // readers' links before they are written below.
   const int64_t background = opt_.background ? opt_.background(now) : -1;
@@ -451,11 +454,24 @@ int EventLoop::finishTurn() {
     if (other >= 0 && (next < 0 || other < next)) next = other;
   if (listenAgainMs_ >= 0 && listenAgainMs_ <= now) resumeListeners();
   if (checker_.outstanding()) takeVerdicts();
+  commitAndWrite();
+  // A reply the peer left unread above started its time limit after the
+  // deadlines were looked at: without it in the wait, an idle loop would
+  // sleep past it and end the peer only when some event came.
+  if (!frameDeadlines_.empty() && (next < 0 || frameDeadlines_.front().deadlineMs < next))
+    next = frameDeadlines_.front().deadlineMs;
+  if (!touched_.empty() || anyRunnable()) return 0;
+  if (next < 0) return -1;
+  int64_t wait = next - QueueManager::nowMs();
+  return wait < 0 ? 0 : wait > 60000 ? 60000 : static_cast<int>(wait);
+}
+
+void EventLoop::commitAndWrite() {
   if (qm_.commitPending()) lastGroup_ = touched_;
   const uint64_t turn = qm_.turn();
   const bool committed = qm_.endTurn();
   // Replies queued from here on (a drop below can answer another
-  // connection's get) belong to the next turn's commit.
+  // connection's get) belong to the next commit.
   size_t count = touched_.size();
   for (size_t i = 0; i < count; ++i) {
     uint32_t id = touched_[i];
@@ -466,18 +482,9 @@ int EventLoop::finishTurn() {
     if ((!l->out.empty() && !writeTo(*l)) || (l->closing() && l->out.empty()))
       drop(id);
     else if (l->writable() < l->out.size())
-      touched(*l);  // replies that wait for the next turn's commit
+      touched(*l);  // replies that wait for the next commit
   }
   touched_.erase(touched_.begin(), touched_.begin() + static_cast<std::ptrdiff_t>(count));
-  // A reply the peer left unread above started its time limit after the
-  // deadlines were looked at: without it in the wait, an idle loop would
-  // sleep past it and end the peer only when some event came.
-  if (!frameDeadlines_.empty() && (next < 0 || frameDeadlines_.front().deadlineMs < next))
-    next = frameDeadlines_.front().deadlineMs;
-  if (!touched_.empty() || anyRunnable()) return 0;
-  if (next < 0) return -1;
-  int64_t wait = next - QueueManager::nowMs();
-  return wait < 0 ? 0 : wait > 60000 ? 60000 : static_cast<int>(wait);
 }
 
 bool EventLoop::anyRunnable() {

@@ -81,6 +81,7 @@ class EventLoop final : public LinkOwner {
   void drop(uint32_t id);
   ClientLink *link(uint32_t id);
   int finishTurn();
+  void commitAndWrite();  // ends the queue manager's turn and writes what it released
   void runInput();
   bool anyRunnable();
   void gather();
